@@ -1,0 +1,194 @@
+#include "support/Log.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(bytes);
+}
+
+// Captures what the process writes to standard error while it lives.
+class StderrCapture {
+public:
+    StderrCapture()
+    {
+        m_saved = ::dup(STDERR_FILENO);
+        m_file = ::open(m_dir.filePath("stderr").toLocal8Bit(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+        ::dup2(m_file, STDERR_FILENO);
+    }
+    ~StderrCapture() { restore(); }
+    QByteArray text()
+    {
+        restore();
+        return readFile(m_dir.filePath("stderr"));
+    }
+
+private:
+    void restore()
+    {
+        if (m_saved < 0)
+            return;
+        ::dup2(m_saved, STDERR_FILENO);
+        ::close(m_saved);
+        ::close(m_file);
+        m_saved = -1;
+    }
+    QTemporaryDir m_dir;
+    int m_saved = -1;
+    int m_file = -1;
+};
+
+class LogFileTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    QString path = dir.filePath("state/velotide/velotide.log");
+};
+
+TEST_F(LogFileTest, FirstLineCreatesFolderAndOwnerOnlyFile)
+{
+    LogFile log(path);
+    log.info("speaker connected");
+    log.flush();
+
+    const QByteArray text = readFile(path);
+    const QRegularExpression line(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d speaker connected\n$)");
+    EXPECT_TRUE(line.match(QString::fromUtf8(text)).hasMatch()) << text.constData();
+
+    struct stat st {};
+    ASSERT_EQ(::stat(path.toLocal8Bit(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
+{
+    LogFile log(path);
+    StderrCapture capture;
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([&log, t] {
+            for (int i = 0; i < 200; ++i)
+                log.info(QStringLiteral("writer %1 line %2").arg(t).arg(i));
+        });
+    }
+    for (auto& w : writers)
+        w.join();
+    const QByteArray err = capture.text();
+    log.flush();
+
+    const QList<QByteArray> lines = readFile(path).split('\n');
+    ASSERT_EQ(lines.size(), 801); // 800 lines and the empty piece after the last feed
+    std::array<int, 4> next{};
+    for (const QByteArray& l : lines.first(800)) {
+        const auto m = QRegularExpression(R"(writer (\d) line (\d+)$)").match(QString::fromUtf8(l));
+        ASSERT_TRUE(m.hasMatch()) << l.constData();
+        const int t = m.captured(1).toInt();
+        EXPECT_EQ(m.captured(2).toInt(), next[t]++) << "lines of one thread reordered";
+    }
+    EXPECT_EQ(err.count('\n'), 800);
+}
+
+TEST_F(LogFileTest, RotatesOnlyPastTwoMebibytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    writeFile(path, QByteArray(LogFile::rotationSize, 'a'));
+    writeFile(path + ".1", "old generation\n");
+    {
+        LogFile log(path);
+        log.info("at the limit");
+        log.flush();
+    }
+    EXPECT_EQ(QFileInfo(path).size(), LogFile::rotationSize + 33); // one line over, not rotated
+    EXPECT_EQ(readFile(path + ".1"), "old generation\n");
+
+    writeFile(path, QByteArray(LogFile::rotationSize + 1, 'b'));
+    {
+        LogFile log(path);
+        log.info("fresh start");
+        log.flush();
+    }
+    EXPECT_EQ(QFileInfo(path + ".1").size(), LogFile::rotationSize + 1);
+    EXPECT_TRUE(readFile(path).endsWith(" fresh start\n"));
+    EXPECT_EQ(readFile(path).count('\n'), 1);
+}
+
+TEST_F(LogFileTest, TailKeepsTheEmptyPieceAfterTheLastFeed)
+{
+    LogFile log(path);
+    EXPECT_EQ(log.tail(60), "(no log file yet)");
+
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QByteArray ten;
+    for (int i = 1; i <= 10; ++i)
+        ten += "line " + QByteArray::number(i) + '\n';
+    writeFile(path, ten);
+    EXPECT_EQ(log.tail(60), QString::fromUtf8(ten));
+    EXPECT_EQ(log.tail(3), "line 9\nline 10\n");
+    EXPECT_EQ(log.tail(0), "");
+
+    writeFile(path, "valid\n\xff\xfe broken\n");
+    EXPECT_EQ(log.tail(60), "(no log file yet)");
+}
+
+TEST_F(LogFileTest, MultiLineMessageHasOneTimestamp)
+{
+    LogFile log(path);
+    log.info("first\nsecond");
+    log.flush();
+    const QList<QByteArray> lines = readFile(path).split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_TRUE(lines[0].endsWith(" first"));
+    EXPECT_EQ(lines[1], "second");
+}
+
+TEST_F(LogFileTest, StopDrainsTheQueueThenSilencesEverything)
+{
+    LogFile log(path);
+    for (int i = 0; i < 500; ++i)
+        log.info(QStringLiteral("before %1").arg(i));
+    log.stop();
+    // Lines still queued at the stop are dropped, never written later: once stop()
+    // returns the file no longer changes, so the uninstaller can delete it safely.
+    const QByteArray atStop = readFile(path);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(readFile(path), atStop);
+    const QList<QByteArray> lines = atStop.split('\n');
+    for (qsizetype i = 0; i + 1 < lines.size(); ++i)
+        EXPECT_TRUE(lines[i].endsWith("before " + QByteArray::number(i)));
+
+    StderrCapture capture;
+    log.info("after the stop");
+    log.flush();
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(readFile(path), atStop);
+}
+
+TEST(LogTest, SharedLogLivesInTheXdgStateFolder)
+{
+    QTemporaryDir state;
+    qputenv("XDG_STATE_HOME", state.path().toLocal8Bit());
+    EXPECT_EQ(Log::filePath(), state.filePath("velotide/velotide.log"));
+    Log::info("shared line");
+    Log::flush();
+    EXPECT_TRUE(Log::tail(2).endsWith(" shared line\n"));
+}
+
+} // namespace

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <utility>
+
+// A household of emulated Sonos zone players: each player serves real HTTP on its own
+// loopback address (127.0.0.x, port 1400) and answers like a speaker does. It is the
+// project's stand-in for real speakers in tests, benchmarks and demos, and it parses what it
+// receives on its own terms: it is the client's oracle, never its mirror.
+namespace emulator {
+
+// What a player does to the requests it receives, instead of answering them normally.
+struct Fault {
+    enum class Kind {
+        None,      // answer normally
+        Delay,     // answer normally, `delayMs` late
+        Status,    // answer with `status` (500 carries a UPnP fault body)
+        Oversized, // a 200 answer whose body is exactly `bodyBytes` long
+        Close,     // close the connection without answering
+        Garbage,   // answer with bytes that are not HTTP at all
+        Silent,    // keep the connection open and never answer
+    };
+    Kind kind = Kind::None;
+    int delayMs = 0;
+    int status = 500;
+    qint64 bodyBytes = 0;
+    // Only requests for this SOAP action ("GetZoneGroupState") or, when it starts with
+    // a slash, this path ("/xml/device_description.xml") are affected; empty = all.
+    QString only;
+};
+
+// One request exactly as a player received it.
+struct Request {
+    QString host;                                     // the player address it arrived at
+    QByteArray method;                                // "POST"
+    QByteArray path;                                  // "/MediaRenderer/RenderingControl/Control"
+    QList<std::pair<QByteArray, QByteArray>> headers; // names and values as sent, in order
+    QByteArray body;
+    QByteArray raw;        // head and body, byte for byte as they came off the socket
+    QString service;       // from the SOAPACTION header: "urn:...:RenderingControl:1"
+    QString action;        // from the SOAPACTION header: "SetVolume"; empty for plain GETs
+    qint64 receivedNs = 0; // steady clock, nanoseconds, when the last byte arrived
+
+    QByteArray header(const QByteArray& name) const; // case-insensitive; empty if absent
+    QString argument(const QString& name) const;     // text of <name>…</name> in the body
+};
+
+class Emulator : public QObject {
+    Q_OBJECT
+public:
+    explicit Emulator(QObject* parent = nullptr);
+    ~Emulator() override;
+
+    // A household description file (see households/). Answers an error text when the
+    // file cannot be read or describes an impossible household.
+    std::optional<QString> load(const QString& path);
+    std::optional<QString> loadJson(const QByteArray& json);
+
+    // Listens on every player's address at `port`; answers an error text on failure.
+    std::optional<QString> start(quint16 port = 1400);
+    void stop();
+    // Also answers SSDP M-SEARCH for zone players on 239.255.255.250:1900, each reply
+    // sent from the player's own address.
+    std::optional<QString> startSsdp();
+
+    QStringList hosts() const;
+
+    // Everything below may be called from any thread while the emulator runs on its own.
+    QList<Request> requests(const QString& host = {}) const;
+    void clearRequests();
+    void setFault(const QString& host, const Fault& fault);
+    void clearFaults();
+    // An offline player closes its listening socket and drops its connections, like a
+    // speaker unplugged from the wall; bringing it back online listens again.
+    void setOnline(const QString& host, bool online);
+
+    // The players' state, as the household's own app would change it.
+    int volume(const QString& host) const;
+    void setVolume(const QString& host, int volume);
+    bool muted(const QString& host) const;
+    void setMuted(const QString& host, bool muted);
+    std::optional<bool> eq(const QString& host, const QString& type) const;
+    QString transportState(const QString& host) const;
+
+signals:
+    void requestReceived(const emulator::Request& request);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+// Runs an Emulator on a thread of its own, so that a client under test and the players it
+// talks to never share an event loop. The emulator object lives on that thread; its
+// thread-safe members may be called through `operator->` from the test's thread.
+class EmulatorThread {
+public:
+    EmulatorThread();
+    ~EmulatorThread();
+    std::optional<QString> start(const QString& householdFile, quint16 port = 1400,
+                                 bool ssdp = false);
+    std::optional<QString> startJson(const QByteArray& json, quint16 port = 1400,
+                                     bool ssdp = false);
+    Emulator* operator->() const;
+    Emulator* get() const;
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace emulator
