@@ -1,0 +1,57 @@
+#pragma once
+
+#include "speaker/SonosError.h"
+
+#include <QFuture>
+#include <QString>
+#include <QUrl>
+
+#include <optional>
+
+// One Sonos zone player: four strings, copied freely, safe to pass between threads. Every
+// operation is one SOAP request to the player's port 1400 and answers asynchronously on
+// the calling thread's event loop; nothing here blocks.
+class SonosDevice {
+public:
+    QString host;  // IPv4 address as text, used verbatim as the URL host
+    QString uid;   // "RINCON_…", without "uuid:"
+    QString name;  // room name
+    QString model; // model name as the player reports it
+
+    struct NowPlaying {
+        QString uri;
+        QString title;
+        QString artist;
+        QString album;
+        QString albumArt; // usually relative to the player
+        // A soundbar's TV input or a line-in stream.
+        bool isLineInput() const;
+        bool operator==(const NowPlaying&) const = default;
+    };
+
+    bool operator==(const SonosDevice&) const = default;
+
+    QFuture<SonosResult<int>> volume() const;
+    QFuture<SonosResult<bool>> isMuted() const;
+    QFuture<SonosResult<Done>> setVolume(int volume) const; // clamped to 0...100
+    QFuture<SonosResult<Done>> setMute(bool muted) const;
+    QFuture<SonosResult<int>> groupVolume() const;
+    QFuture<SonosResult<bool>> isGroupMuted() const;
+    QFuture<SonosResult<Done>> setGroupVolume(int volume) const; // sent as given
+    QFuture<SonosResult<Done>> setGroupMute(bool muted) const;
+    QFuture<SonosResult<bool>> eqBool(const QString& type) const; // "NightMode", "DialogLevel"
+    QFuture<SonosResult<Done>> setEQ(const QString& type, bool on) const;
+    QFuture<SonosResult<bool>> isPlaying() const;
+    QFuture<SonosResult<Done>> playPause() const;
+    QFuture<SonosResult<NowPlaying>> nowPlaying() const;
+
+    // The player's AirPlay identity, derived from `uid`: the twelve hex digits after
+    // "RINCON_", upper-cased.
+    std::optional<QString> airplayReceiverID() const;
+
+    // One SOAP request; answers the body as text.
+    QFuture<SonosResult<QString>> soap(const QString& path, const QString& serviceType,
+                                       const QString& action, const QString& arguments) const;
+
+    static SonosResult<QUrl> url(const QString& host, const QString& path);
+};
