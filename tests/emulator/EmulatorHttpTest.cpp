@@ -1,4 +1,5 @@
 #include "RawHttp.h"
+#include "common/Wait.h"
 #include "emulator/Emulator.h"
 
 #include <QElapsedTimer>
@@ -96,6 +97,10 @@ TEST_F(EmulatorHttp, DescriptionNamesTheRootDeviceFirst)
 
 TEST_F(EmulatorHttp, SetVolumeThenGetVolumeIsRecordedByteForByte)
 {
+    QStringList signalled; // delivered queued to this thread
+    QObject receiver;
+    QObject::connect(players.get(), &emulator::Emulator::requestReceived, &receiver,
+                     [&signalled](const emulator::Request& r) { signalled << r.action; });
     const QByteArray set = setVolume(arc, "42");
     const auto setReply = exchange(arc, set);
     ASSERT_TRUE(setReply);
@@ -115,6 +120,8 @@ TEST_F(EmulatorHttp, SetVolumeThenGetVolumeIsRecordedByteForByte)
     EXPECT_EQ(seen[0].headers.value(3).first, "CONTENT-LENGTH");
     EXPECT_GT(seen[1].receivedNs, seen[0].receivedNs);
     EXPECT_TRUE(players->requests(kitchen).isEmpty());
+    testing_support::spinUntil([&] { return signalled.size() >= 2; }, std::chrono::seconds(2));
+    EXPECT_EQ(signalled, (QStringList{"SetVolume", "GetVolume"}));
 
     // Someone else turns it down in the app; the next read sees it.
     players->setVolume(arc, 7);
