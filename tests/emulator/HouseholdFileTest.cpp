@@ -123,6 +123,11 @@ TEST(HouseholdFile, ImpossibleHouseholdsAreRefusedWithATextNamingTheEntry)
                        player("127.0.0.12", uidB, ",\"stereoPairOf\":\"127.0.0.11\""),
                    "[{\"coordinator\":\"127.0.0.12\"}]"),
          "groups[0]: RINCON_000E58BBBBBB01400 is bonded"},
+        {household(
+             player("127.0.0.11", uidA) + ',' +
+             player("127.0.0.12", uidB, ",\"stereoPairOf\":\"127.0.0.11\"") + ',' +
+             player("127.0.0.13", "RINCON_000E58CCCCCC01400", ",\"stereoPairOf\":\"127.0.0.11\"")),
+         "players[2].stereoPairOf: RINCON_000E58CCCCCC01400 cannot pair with"},
         {household(player("127.0.0.11", uidA) + ',' + player("127.0.0.12", uidB),
                    "[{\"coordinator\":\"127.0.0.11\"},{\"coordinator\":\"127.0.0.12\","
                    "\"members\":[\"127.0.0.11\"]}]"),
