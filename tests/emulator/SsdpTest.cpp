@@ -29,11 +29,12 @@ QByteArray headerOf(const QByteArray& datagram, const QByteArray& name)
 
 // Sends one search from an ephemeral port, as a client does, and collects what comes back
 // by sender address.
-QMultiMap<QString, QByteArray> search(const QByteArray& st)
+QMultiMap<QString, QByteArray> search(const QByteArray& st,
+                                      const QString& to = QStringLiteral("239.255.255.250"))
 {
     QUdpSocket socket;
     EXPECT_TRUE(socket.bind(QHostAddress::AnyIPv4, 0));
-    EXPECT_GT(socket.writeDatagram(mSearch(st), QHostAddress("239.255.255.250"), 1900), 0)
+    EXPECT_GT(socket.writeDatagram(mSearch(st), QHostAddress(to), 1900), 0)
         << socket.errorString().toStdString();
     QMultiMap<QString, QByteArray> replies;
     testing_support::spinUntil(
@@ -104,4 +105,12 @@ TEST_F(Ssdp, QuirksAndOfflinePlayersChangeWhoAnswers)
     EXPECT_EQ(replies.count(office), 0);
     EXPECT_EQ(replies.count(QStringLiteral("127.0.0.17")), 1);
     EXPECT_EQ(replies.size(), 3 + 4);
+}
+
+TEST_F(Ssdp, ASearchSentToOnePlayerIsAnsweredByItAlone)
+{
+    const QString kitchen = QStringLiteral("127.0.0.15");
+    const auto replies = search("urn:schemas-upnp-org:device:ZonePlayer:1", kitchen);
+    EXPECT_EQ(replies.keys(), QStringList{kitchen});
+    EXPECT_EQ(replies.size(), 1);
 }

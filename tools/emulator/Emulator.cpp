@@ -199,7 +199,7 @@ std::optional<QString> Emulator::startSsdp()
 {
     auto responder = std::make_unique<SsdpResponder>(
         [this](const QString& target) { return d->ssdpAnswers(target); });
-    if (std::optional<QString> error = responder->start())
+    if (std::optional<QString> error = responder->start(hosts()))
         return error;
     d->ssdp = std::move(responder);
     return std::nullopt;
