@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 using emulator::Household;
 using emulator::parseHousehold;
 
@@ -150,4 +152,25 @@ TEST(HouseholdFile, EmulatorLoadReportsTheFileAndRefusesToStartWithoutAHousehold
     EXPECT_TRUE(e.start(14999).has_value());
     EXPECT_TRUE(e.loadJson("{").has_value());
     EXPECT_TRUE(e.hosts().isEmpty());
+}
+
+TEST(HouseholdFile, DamagedFilesNeverCrashAndAlwaysSayWhy)
+{
+    QFile file(QStringLiteral(EMULATOR_HOUSEHOLDS "/home-theatre.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray original = file.readAll();
+    std::mt19937 random(1400);
+    const QByteArray swaps = "{}[]\",:0159aZ -";
+    int refused = 0;
+    for (int round = 0; round < 3000; ++round) {
+        QByteArray damaged = original;
+        for (int i = 0; i < 1 + round % 4; ++i)
+            damaged[random() % damaged.size()] = swaps[random() % swaps.size()];
+        const auto parsed = parseHousehold(damaged);
+        if (!parsed) {
+            EXPECT_FALSE(parsed.error().isEmpty());
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 1000);
 }

@@ -90,8 +90,8 @@ public:
     QStringList hosts() const;
 
     // Everything below may be called from any thread while the emulator runs on its own
-    // (setOnline waits for the emulator's thread to act). The record keeps the latest
-    // 100000 requests.
+    // (setOnline waits for the emulator's thread to act). The record holds at most the
+    // latest 100000 requests.
     QList<Request> requests(const QString& host = {}) const;
     void clearRequests();
     void setFault(const QString& host, const Fault& fault);
