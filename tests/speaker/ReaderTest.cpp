@@ -268,7 +268,7 @@ TEST_F(ScriptedAnswers, EveryReadReachesThePlayerWithoutCacheOrCookies)
                    "Cache-Control: max-age=3600\r\nSet-Cookie: session=abc; Path=/\r\n"
                    "ETag: \"v1\"\r\n");
     for (int i = 0; i < 3; ++i)
-        ASSERT_TRUE(settle(CappedReader::read(requestTo(playerHost))));
+        ASSERT_TRUE(succeeded(settle(CappedReader::read(requestTo(playerHost)))));
     ASSERT_EQ(player.requests().size(), 3);
     for (const QByteArray& request : player.requests()) {
         const QByteArray lower = request.toLower();
@@ -281,7 +281,7 @@ TEST_F(ScriptedAnswers, EveryReadReachesThePlayerWithoutCacheOrCookies)
 TEST_F(ScriptedAnswers, SoapRequestsCarryTheActionAndContentType)
 {
     player.setSoapAnswer("<u:SetEQResponse/>");
-    ASSERT_TRUE(settle(device.setEQ(QStringLiteral("DialogLevel"), false)));
+    ASSERT_TRUE(succeeded(settle(device.setEQ(QStringLiteral("DialogLevel"), false))));
     ASSERT_EQ(player.requests().size(), 1);
     const QByteArray request = player.requests().first();
     EXPECT_TRUE(request.startsWith("POST /MediaRenderer/RenderingControl/Control HTTP/1.1\r\n"));

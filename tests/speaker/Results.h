@@ -37,6 +37,15 @@ SonosResult<T> settle(const QFuture<SonosResult<T>>& future,
     return future.result();
 }
 
+// For ASSERT_TRUE: a failure names the error.
+template <typename T>
+::testing::AssertionResult succeeded(const SonosResult<T>& result)
+{
+    if (result)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << describe(result.error()).toStdString();
+}
+
 template <typename T>
 std::optional<SpeakerError> errorOf(const SonosResult<T>& result)
 {
