@@ -204,6 +204,9 @@ TEST_F(DeviceTest, EqSettingsReadBackAndAMissingOneIsAnError)
 
 TEST_F(DeviceTest, PlayPauseAsksFirstAndThenSendsTheOpposite)
 {
+    emulator::Track track;
+    track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&flags=8224");
+    (*players)->setTrack(arcHost, track); // a player with nothing queued cannot play
     (*players)->setTransportState(arcHost, QStringLiteral("PLAYING"));
     EXPECT_TRUE(settle(device().isPlaying()).valueOr(false));
     (*players)->clearRequests();
