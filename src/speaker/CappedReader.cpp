@@ -48,6 +48,10 @@ void configure(QNetworkRequest& request, const Timeouts& timeouts)
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    // A player never redirects; one that does is answering with a status like any other,
+    // and is not followed to another host.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
     request.setTransferTimeout(static_cast<int>(timeouts.request.count()));
 }
 

@@ -185,6 +185,9 @@ TEST_F(ScriptedAnswers, StatusOtherThan200IsAnHttpErrorAndNonHttpIsMinusOne)
         {"HTTP/1.1 503 Busy\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(503)},
         {"HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n", http(204)},
         {"HTTP/1.1 299 Odd\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(299)},
+        {"HTTP/1.1 302 Found\r\nLocation: http://127.0.0.32:1400/x\r\nContent-Length: "
+         "0\r\nConnection: close\r\n\r\n",
+         http(302)},
         {"SSH-2.0-OpenSSH_9.2\r\nnot a web server at all\r\n", http(-1)},
         {"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03garbage", http(-1)},
     };
