@@ -281,29 +281,6 @@ TEST_F(ScriptedAnswers, EveryReadReachesThePlayerWithoutCacheOrCookies)
     }
 }
 
-TEST_F(ScriptedAnswers, SoapRequestsCarryTheActionAndContentType)
-{
-    player.setSoapAnswer("<u:SetEQResponse/>");
-    ASSERT_TRUE(succeeded(settle(device.setEQ(QStringLiteral("DialogLevel"), false))));
-    ASSERT_EQ(player.requests().size(), 1);
-    const QByteArray request = player.requests().first();
-    EXPECT_TRUE(request.startsWith("POST /MediaRenderer/RenderingControl/Control HTTP/1.1\r\n"));
-    EXPECT_TRUE(request.contains("\r\nContent-Type: text/xml; charset=\"utf-8\"\r\n"));
-    EXPECT_TRUE(request.contains(
-        "\r\nSOAPACTION: \"urn:schemas-upnp-org:service:RenderingControl:1#SetEQ\"\r\n"));
-    EXPECT_TRUE(request.endsWith("<InstanceID>0</InstanceID><EQType>DialogLevel</EQType>"
-                                 "<DesiredValue>0</DesiredValue></u:SetEQ></s:Body></s:Envelope>"));
-}
-
-TEST(Reader, ARefusedConnectionIsATransportError)
-{
-    // Nothing listens on this address.
-    const SonosDevice offline{QStringLiteral("127.0.0.39"), {}, {}, {}};
-    const SonosResult<int> result = settle(offline.volume());
-    EXPECT_EQ(transportCodeOf(result), QNetworkReply::ConnectionRefusedError);
-    EXPECT_FALSE(describe(result.error()).isEmpty());
-}
-
 TEST(Reader, AnUnformableAddressFailsWithoutARequest)
 {
     const SonosDevice broken{QStringLiteral("not a host"), {}, {}, {}};
