@@ -1,0 +1,249 @@
+#include "speaker/SonosDevice.h"
+
+#include "speaker/CappedReader.h"
+#include "speaker/SoapAnswer.h"
+#include "speaker/SoapEnvelope.h"
+#include "speaker/SonosService.h"
+#include "speaker/Tags.h"
+
+#include <QNetworkRequest>
+
+#include <algorithm>
+
+namespace {
+
+const QString channel = QStringLiteral("<Channel>Master</Channel>");
+
+SpeakerError badResponse()
+{
+    return SonosError::badResponse();
+}
+
+QString digit(bool on)
+{
+    return on ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+template <typename T>
+QFuture<SonosResult<T>> failed(SpeakerError error)
+{
+    return QtFuture::makeReadyFuture(SonosResult<T>(std::move(error)));
+}
+
+// Reads one value out of a successful answer; a failed request passes its error on.
+template <typename T, typename Read>
+QFuture<SonosResult<T>> answer(QFuture<SonosResult<QString>> request, Read read)
+{
+    return request.then([read](const SonosResult<QString>& body) -> SonosResult<T> {
+        if (!body)
+            return body.error();
+        return read(*body);
+    });
+}
+
+SonosResult<int> integerAnswer(const QString& body)
+{
+    const std::optional<QString> text = Tags::element(u"CurrentVolume", body);
+    if (!text)
+        return badResponse();
+    const std::optional<qint64> value = SoapAnswer::decimalInteger(*text);
+    // A volume that does not fit an int is as meaningless as one that is not a number.
+    if (!value || *value < std::numeric_limits<int>::min() ||
+        *value > std::numeric_limits<int>::max())
+        return badResponse();
+    return static_cast<int>(*value);
+}
+
+// Mute is reported off when the player leaves the element out.
+SonosResult<bool> muteAnswer(const QString& body)
+{
+    return Tags::element(u"CurrentMute", body) == QStringLiteral("1");
+}
+
+// A missing EQ value means the player has no such setting, which is not the same as off.
+SonosResult<bool> eqAnswer(const QString& body)
+{
+    const std::optional<QString> value = Tags::element(u"CurrentValue", body);
+    if (!value)
+        return badResponse();
+    return *value == QStringLiteral("1");
+}
+
+SonosResult<bool> playingAnswer(const QString& body)
+{
+    return Tags::element(u"CurrentTransportState", body) == QStringLiteral("PLAYING");
+}
+
+SonosResult<SonosDevice::NowPlaying> nowPlayingAnswer(const QString& body)
+{
+    const QString metadata =
+        SoapAnswer::unescapeMetadata(Tags::element(u"TrackMetaData", body).value_or(QString()));
+    auto field = [&metadata](QStringView name) {
+        return Tags::element(name, metadata).value_or(QString());
+    };
+    SonosDevice::NowPlaying playing;
+    playing.uri = Tags::element(u"TrackURI", body).value_or(QString());
+    playing.title = field(u"dc:title");
+    playing.artist = field(u"dc:creator");
+    playing.album = field(u"upnp:album");
+    playing.albumArt = field(u"upnp:albumArtURI");
+    return playing;
+}
+
+SonosResult<Done> doneAnswer(const QString&)
+{
+    return Done{};
+}
+
+} // namespace
+
+bool SonosDevice::NowPlaying::isLineInput() const
+{
+    return uri.contains(u"htastream") || uri.contains(u"x-rincon-stream");
+}
+
+SonosResult<QUrl> SonosDevice::url(const QString& host, const QString& path)
+{
+    const QUrl url(QStringLiteral("http://") + host + QStringLiteral(":1400") + path,
+                   QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty())
+        return badResponse();
+    return url;
+}
+
+QFuture<SonosResult<QString>> SonosDevice::soap(const QString& path, const QString& serviceType,
+                                                const QString& action,
+                                                const QString& arguments) const
+{
+    const SonosResult<QUrl> address = url(host, path);
+    if (!address)
+        return failed<QString>(address.error());
+    QNetworkRequest request(*address);
+    request.setRawHeader("Content-Type", "text/xml; charset=\"utf-8\"");
+    request.setRawHeader("SOAPACTION", SoapEnvelope::actionHeader(serviceType, action));
+    const QByteArray body = SoapEnvelope::body(serviceType, action, arguments);
+    return CappedReader::read(request, body)
+        .then([](const SonosResult<CappedReader::Response>& response) -> SonosResult<QString> {
+            if (!response)
+                return response.error();
+            if (response->status != 200)
+                return SpeakerError{SonosError::http(response->status)};
+            return QString::fromUtf8(response->body);
+        });
+}
+
+namespace {
+
+QFuture<SonosResult<QString>> call(const SonosDevice& device, const SonosService& service,
+                                   const char* action, const QString& arguments = {})
+{
+    return device.soap(QLatin1String(service.controlPath), QLatin1String(service.type),
+                       QLatin1String(action), arguments);
+}
+
+} // namespace
+
+QFuture<SonosResult<int>> SonosDevice::volume() const
+{
+    return answer<int>(call(*this, SonosServices::renderingControl, "GetVolume", channel),
+                       integerAnswer);
+}
+
+QFuture<SonosResult<bool>> SonosDevice::isMuted() const
+{
+    return answer<bool>(call(*this, SonosServices::renderingControl, "GetMute", channel),
+                        muteAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setVolume(int volume) const
+{
+    const int clamped = std::clamp(volume, 0, 100);
+    return answer<Done>(
+        call(*this, SonosServices::renderingControl, "SetVolume",
+             channel + QStringLiteral("<DesiredVolume>%1</DesiredVolume>").arg(clamped)),
+        doneAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setMute(bool muted) const
+{
+    return answer<Done>(
+        call(*this, SonosServices::renderingControl, "SetMute",
+             channel + QStringLiteral("<DesiredMute>%1</DesiredMute>").arg(digit(muted))),
+        doneAnswer);
+}
+
+QFuture<SonosResult<int>> SonosDevice::groupVolume() const
+{
+    return answer<int>(call(*this, SonosServices::groupRenderingControl, "GetGroupVolume"),
+                       integerAnswer);
+}
+
+QFuture<SonosResult<bool>> SonosDevice::isGroupMuted() const
+{
+    return answer<bool>(call(*this, SonosServices::groupRenderingControl, "GetGroupMute"),
+                        muteAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setGroupVolume(int volume) const
+{
+    return answer<Done>(call(*this, SonosServices::groupRenderingControl, "SetGroupVolume",
+                             QStringLiteral("<DesiredVolume>%1</DesiredVolume>").arg(volume)),
+                        doneAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setGroupMute(bool muted) const
+{
+    return answer<Done>(call(*this, SonosServices::groupRenderingControl, "SetGroupMute",
+                             QStringLiteral("<DesiredMute>%1</DesiredMute>").arg(digit(muted))),
+                        doneAnswer);
+}
+
+QFuture<SonosResult<bool>> SonosDevice::eqBool(const QString& type) const
+{
+    return answer<bool>(call(*this, SonosServices::renderingControl, "GetEQ",
+                             QStringLiteral("<EQType>%1</EQType>").arg(type)),
+                        eqAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setEQ(const QString& type, bool on) const
+{
+    return answer<Done>(call(*this, SonosServices::renderingControl, "SetEQ",
+                             QStringLiteral("<EQType>%1</EQType><DesiredValue>%2</DesiredValue>")
+                                 .arg(type, digit(on))),
+                        doneAnswer);
+}
+
+QFuture<SonosResult<bool>> SonosDevice::isPlaying() const
+{
+    return answer<bool>(call(*this, SonosServices::avTransport, "GetTransportInfo"), playingAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::playPause() const
+{
+    const SonosDevice device = *this;
+    return isPlaying()
+        .then([device](const SonosResult<bool>& playing) -> QFuture<SonosResult<Done>> {
+            if (!playing)
+                return failed<Done>(playing.error());
+            if (*playing)
+                return answer<Done>(call(device, SonosServices::avTransport, "Pause"), doneAnswer);
+            return answer<Done>(call(device, SonosServices::avTransport, "Play",
+                                     QStringLiteral("<Speed>1</Speed>")),
+                                doneAnswer);
+        })
+        .unwrap();
+}
+
+QFuture<SonosResult<SonosDevice::NowPlaying>> SonosDevice::nowPlaying() const
+{
+    return answer<NowPlaying>(call(*this, SonosServices::avTransport, "GetPositionInfo"),
+                              nowPlayingAnswer);
+}
+
+std::optional<QString> SonosDevice::airplayReceiverID() const
+{
+    const QString prefix = QStringLiteral("RINCON_");
+    if (!uid.startsWith(prefix) || uid.size() < prefix.size() + 12)
+        return std::nullopt;
+    return uid.mid(prefix.size(), 12).toUpper();
+}
