@@ -107,7 +107,6 @@ QFuture<SonosResult<SonosDevice>> describe(const QString& host)
     if (!url)
         return readyFuture<SonosResult<SonosDevice>>(url.error());
     QNetworkRequest request(url.value());
-    request.setTransferTimeout(5000);
     return CappedReader::read(request).then(
         [host](const SonosResult<CappedReader::Response>& answer) -> SonosResult<SonosDevice> {
             // The status is not looked at: a description that names the device is enough.

@@ -10,10 +10,6 @@
 // whose action element is empty and self-closing.
 namespace ZoneGroupStateRequest {
 
-inline const QString path = QStringLiteral("/ZoneGroupTopology/Control");
-inline const QString serviceType =
-    QStringLiteral("urn:schemas-upnp-org:service:ZoneGroupTopology:1");
-
 struct Prepared {
     QNetworkRequest request;
     QByteArray body;
