@@ -51,6 +51,24 @@ struct Request {
     QString argument(const QString& name) const;     // text of <name>…</name> in the body
 };
 
+// Ways a player departs from the well-behaved norm, for exercising a client's tolerance.
+// Settable from a household file ("quirks") and from code.
+struct PlayerQuirks {
+    int ssdpReplies = 1;            // datagrams sent for each M-SEARCH (real players repeat)
+    bool answersSsdp = true;        // false: never answers a search, still serves HTTP
+    bool describesModelName = true; // false: the device description carries no <modelName>
+    bool lowerCaseUid = false;      // the topology writes this player's UID in lower case
+};
+
+// What a player is playing, as its GetPositionInfo answer reports it.
+struct Track {
+    QString uri; // "x-sonos-htastream:RINCON_…:spdif" for a TV input
+    QString title;
+    QString artist;
+    QString album;
+    QString albumArt;
+};
+
 class Emulator : public QObject {
     Q_OBJECT
 public:
@@ -87,6 +105,18 @@ public:
     void setMuted(const QString& host, bool muted);
     std::optional<bool> eq(const QString& host, const QString& type) const;
     QString transportState(const QString& host) const;
+    void setEq(const QString& host, const QString& type, bool on); // only types the model has
+    void setTransportState(const QString& host, const QString& state);
+    Track track(const QString& host) const;
+    void setTrack(const QString& host, const Track& track);
+    PlayerQuirks quirks(const QString& host) const;
+    void setQuirks(const QString& host, const PlayerQuirks& quirks);
+    bool isOnline(const QString& host) const;
+    QString uid(const QString& host) const;
+    QString roomName(const QString& host) const;
+    QString modelName(const QString& host) const;
+    QString householdId() const;
+    quint16 port() const; // the port the players listen on once started
 
 signals:
     void requestReceived(const emulator::Request& request);

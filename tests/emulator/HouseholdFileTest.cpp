@@ -1,0 +1,148 @@
+#include "emulator/Emulator.h"
+#include "emulator/HouseholdJson.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSet>
+
+#include <gtest/gtest.h>
+
+using emulator::Household;
+using emulator::parseHousehold;
+
+namespace {
+
+Household loadSample(const QString& name)
+{
+    QFile file(QStringLiteral(EMULATOR_HOUSEHOLDS "/") + name);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name.toStdString();
+    auto parsed = parseHousehold(file.readAll());
+    EXPECT_TRUE(parsed.hasValue())
+        << name.toStdString() << ": " << (parsed ? "" : parsed.error().toStdString());
+    return parsed ? parsed.value() : Household{};
+}
+
+QByteArray player(const QByteArray& host, const QByteArray& uid, const QByteArray& extra = {})
+{
+    return "{\"host\":\"" + host + "\",\"uid\":\"" + uid +
+           "\",\"room\":\"Den\",\"model\":\"Sonos One\"" + extra + "}";
+}
+
+QByteArray household(const QByteArray& players, const QByteArray& groups = "[]")
+{
+    return "{\"household\":\"Sonos_x\",\"players\":[" + players + "],\"groups\":" + groups + "}";
+}
+
+const QByteArray uidA = "RINCON_000E58AAAAAA01400";
+const QByteArray uidB = "RINCON_000E58BBBBBB01400";
+
+} // namespace
+
+TEST(HouseholdFile, EverySampleLoadsWithDistinctPlayersFrom127_0_0_11)
+{
+    const QStringList samples = QDir(QStringLiteral(EMULATOR_HOUSEHOLDS))
+                                    .entryList({QStringLiteral("*.json")}, QDir::Files);
+    ASSERT_GE(samples.size(), 4);
+    for (const QString& name : samples) {
+        const Household h = loadSample(name);
+        QSet<QString> hosts;
+        for (const auto& p : h.players) {
+            hosts << p.host;
+            EXPECT_GE(p.host.section(u'.', 3).toInt(), 11) << p.host.toStdString();
+        }
+        EXPECT_EQ(hosts.size(), h.players.size()) << name.toStdString();
+        // Every visible zone plays in exactly one group, led by one of its members.
+        for (const auto& p : h.players) {
+            if (!h.bondedTo(p.uid).isEmpty())
+                continue;
+            const emulator::Group* g = h.groupOf(p.uid);
+            ASSERT_NE(g, nullptr) << p.room.toStdString();
+            EXPECT_TRUE(g->members.contains(g->coordinator));
+        }
+    }
+    EXPECT_EQ(loadSample(QStringLiteral("household-32.json")).players.size(), 32);
+}
+
+TEST(HouseholdFile, HomeTheatreBondsSatellitesAndGroupsOfficeWithBedroom)
+{
+    const Household h = loadSample(QStringLiteral("home-theatre.json"));
+    const emulator::Player* arc = h.player(QStringLiteral("127.0.0.11"));
+    ASSERT_NE(arc, nullptr);
+    EXPECT_EQ(arc->modelName, QStringLiteral("Sonos Arc"));
+    EXPECT_FALSE(arc->invisible);
+    EXPECT_TRUE(arc->track.uri.startsWith(QStringLiteral("x-sonos-htastream:")));
+    EXPECT_EQ(arc->satellites.size(), 3);
+    for (const QString& uid : arc->satellites) {
+        EXPECT_TRUE(h.playerByUid(uid)->invisible);
+        EXPECT_EQ(h.coordinatorOf(uid), arc->uid);
+    }
+    EXPECT_EQ(arc->eq.keys(), (QStringList{"DialogLevel", "NightMode"}));
+    EXPECT_TRUE(h.player(QStringLiteral("127.0.0.15"))->eq.isEmpty());
+    const QString bedroom = h.player(QStringLiteral("127.0.0.17"))->uid;
+    EXPECT_EQ(h.coordinatorOf(bedroom), h.player(QStringLiteral("127.0.0.16"))->uid);
+    EXPECT_FALSE(h.isCoordinator(bedroom));
+}
+
+TEST(HouseholdFile, StereoPairHidesTheRightSpeakerInTheLeftOnesGroup)
+{
+    const Household h = loadSample(QStringLiteral("stereo-pair.json"));
+    const auto* right = h.player(QStringLiteral("127.0.0.12"));
+    EXPECT_TRUE(right->invisible);
+    EXPECT_EQ(h.groupOf(right->uid), h.groupOf(h.player(QStringLiteral("127.0.0.11"))->uid));
+}
+
+TEST(HouseholdFile, ImpossibleHouseholdsAreRefusedWithATextNamingTheEntry)
+{
+    const struct {
+        QByteArray json;
+        const char* expected;
+    } cases[] = {
+        {"{\"household\":", "not valid JSON"},
+        {"[1,2]", "one JSON object"},
+        {"{\"players\":[]}", "\"household\" is missing"},
+        {household(""), "at least one player"},
+        {household(player("10.0.0.1", uidA)), "players[0]: host \"10.0.0.1\" is not a loopback"},
+        {household(player("127.0.0.11", "RINCON_XYZ")), "players[0]: uid \"RINCON_XYZ\""},
+        {household(player("127.0.0.11", uidA) + ',' + player("127.0.0.11", uidB)),
+         "players[1]: host 127.0.0.11 is used"},
+        {household(player("127.0.0.11", uidA) + ',' + player("127.0.0.12", uidA)),
+         "players[1]: uid RINCON_000E58AAAAAA01400 is used"},
+        {household(player("127.0.0.11", uidA, ",\"volume\":150")),
+         "players[0].volume: must be a whole number from 0 to 100"},
+        {household(player("127.0.0.11", uidA, ",\"volume\":\"loud\"")), "players[0].volume"},
+        {household(player("127.0.0.11", uidA, ",\"transport\":\"SPINNING\"")),
+         "players[0].transport: \"SPINNING\" is not one of"},
+        {household(player("127.0.0.11", uidA, ",\"volumne\":3")), "unknown key \"volumne\""},
+        {household(player("127.0.0.11", uidA, ",\"satellites\":[\"RINCON_000E58CCCCCC01400\"]")),
+         "is not the UID or host of any player"},
+        {household(player("127.0.0.11", uidA, ",\"satellites\":[\"127.0.0.11\"]")),
+         "its own satellite"},
+        {household(player("127.0.0.11", uidA, ",\"quirks\":{\"ssdpReplies\":-1}")),
+         "players[0].quirks.ssdpReplies"},
+        {household(player("127.0.0.11", uidA) + ',' +
+                       player("127.0.0.12", uidB, ",\"stereoPairOf\":\"127.0.0.11\""),
+                   "[{\"coordinator\":\"127.0.0.12\"}]"),
+         "groups[0]: RINCON_000E58BBBBBB01400 is bonded"},
+        {household(player("127.0.0.11", uidA) + ',' + player("127.0.0.12", uidB),
+                   "[{\"coordinator\":\"127.0.0.11\"},{\"coordinator\":\"127.0.0.12\","
+                   "\"members\":[\"127.0.0.11\"]}]"),
+         "groups[1]: RINCON_000E58AAAAAA01400 is in two groups"},
+    };
+    for (const auto& c : cases) {
+        const auto parsed = parseHousehold(c.json);
+        ASSERT_FALSE(parsed.hasValue()) << c.json.toStdString();
+        EXPECT_TRUE(parsed.error().contains(QLatin1String(c.expected)))
+            << "got: " << parsed.error().toStdString() << "\nwanted: " << c.expected;
+    }
+}
+
+TEST(HouseholdFile, EmulatorLoadReportsTheFileAndRefusesToStartWithoutAHousehold)
+{
+    emulator::Emulator e;
+    const auto missing = e.load(QStringLiteral("/nonexistent/house.json"));
+    ASSERT_TRUE(missing.has_value());
+    EXPECT_TRUE(missing->contains(QStringLiteral("cannot read /nonexistent/house.json")));
+    EXPECT_TRUE(e.start(14999).has_value());
+    EXPECT_TRUE(e.loadJson("{").has_value());
+    EXPECT_TRUE(e.hosts().isEmpty());
+}

@@ -1,0 +1,95 @@
+#include "HttpConnection.h"
+
+#include <QTimer>
+
+#include <chrono>
+
+namespace emulator {
+
+HttpConnection::HttpConnection(QTcpSocket* socket, QString host, QByteArray serverHeader,
+                               Handler handler, QObject* parent)
+    : QObject(parent)
+    , m_socket(socket)
+    , m_host(std::move(host))
+    , m_server(std::move(serverHeader))
+    , m_handler(std::move(handler))
+{
+    m_socket->setParent(this);
+    connect(m_socket, &QTcpSocket::readyRead, this, &HttpConnection::readAvailable);
+    connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+    readAvailable();
+}
+
+void HttpConnection::abort()
+{
+    m_socket->abort();
+    deleteLater();
+}
+
+void HttpConnection::readAvailable()
+{
+    const QByteArray bytes = m_socket->readAll();
+    if (m_silent || m_closing)
+        return;
+    const qint64 now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                           std::chrono::steady_clock::now().time_since_epoch())
+                           .count();
+    m_parser.feed(bytes);
+    while (std::optional<Request> request = m_parser.take()) {
+        request->host = m_host;
+        request->receivedNs = now;
+        m_pending.enqueue(*std::move(request));
+    }
+    serveNext();
+}
+
+void HttpConnection::serveNext()
+{
+    while (!m_busy && !m_silent && !m_closing && !m_pending.isEmpty()) {
+        m_busy = true;
+        carryOut(m_handler(m_pending.dequeue()));
+    }
+    if (!m_busy && !m_closing && m_pending.isEmpty() && m_parser.error())
+        refuse(*m_parser.error());
+}
+
+void HttpConnection::carryOut(const Reply& reply)
+{
+    switch (reply.kind) {
+    case Reply::Kind::Silent:
+        m_silent = true;
+        return;
+    case Reply::Kind::Close:
+        m_closing = true;
+        m_socket->disconnectFromHost();
+        return;
+    case Reply::Kind::Send:
+        if (reply.delayMs > 0)
+            QTimer::singleShot(reply.delayMs, this, [this, reply] { send(reply); });
+        else
+            send(reply);
+        return;
+    }
+}
+
+void HttpConnection::send(const Reply& reply)
+{
+    m_socket->write(reply.bytes);
+    m_busy = false;
+    if (reply.closeAfter) {
+        m_closing = true;
+        m_socket->disconnectFromHost();
+        return;
+    }
+    serveNext();
+}
+
+void HttpConnection::refuse(const HttpRequestParser::Error& error)
+{
+    HttpAnswer answer = plainStatus(error.status);
+    m_socket->write(serialize(answer, m_server, true));
+    m_closing = true;
+    m_socket->disconnectFromHost();
+}
+
+} // namespace emulator

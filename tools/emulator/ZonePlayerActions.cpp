@@ -1,0 +1,328 @@
+#include "ZonePlayerActions.h"
+
+#include "SoapEnvelope.h"
+#include "TopologyXml.h"
+
+#include <QRegularExpression>
+
+#include <cmath>
+#include <functional>
+#include <optional>
+
+namespace emulator {
+namespace {
+
+using Outputs = QList<std::pair<QString, QString>>;
+
+// An action failing with a UPnP error; thrown by the argument checks, caught once.
+struct Failure {
+    int code;
+};
+
+// Everything one action needs: the household, the player it was sent to, the call.
+struct Context {
+    Household& household;
+    Player& player;
+    const SoapCall& call;
+    quint16 port;
+
+    QString arg(const QString& name) const
+    {
+        if (!call.arguments.contains(name))
+            throw Failure{UpnpError::InvalidArgs};
+        return call.arguments.value(name);
+    }
+    int intArg(const QString& name, int min, int max) const
+    {
+        static const QRegularExpression integer(QStringLiteral("^[+-]?[0-9]{1,9}$"));
+        const QString text = arg(name).trimmed();
+        if (!integer.match(text).hasMatch())
+            throw Failure{UpnpError::InvalidArgs};
+        const int value = text.toInt();
+        if (value < min || value > max)
+            throw Failure{UpnpError::ArgumentValueOutOfRange};
+        return value;
+    }
+    bool boolArg(const QString& name) const
+    {
+        const QString text = arg(name).trimmed().toLower();
+        if (text == u"1" || text == u"true" || text == u"yes")
+            return true;
+        if (text == u"0" || text == u"false" || text == u"no")
+            return false;
+        throw Failure{UpnpError::InvalidArgs};
+    }
+    void requireInstance() const
+    {
+        if (intArg(QStringLiteral("InstanceID"), INT_MIN / 2, INT_MAX / 2) != 0)
+            throw Failure{UpnpError::InvalidInstanceId};
+    }
+    void requireMasterChannel() const
+    {
+        if (arg(QStringLiteral("Channel")) != u"Master")
+            throw Failure{UpnpError::InvalidArgs};
+    }
+    // Group rendering and transport belong to the group's coordinator.
+    Player& coordinator() const
+    {
+        Player* c = household.playerByUid(household.coordinatorOf(player.uid));
+        return c ? *c : player;
+    }
+    void requireCoordinator() const
+    {
+        if (!household.isCoordinator(player.uid))
+            throw Failure{UpnpError::TransitionNotAvailable};
+    }
+    // The zones whose volumes make up the group volume: the visible members.
+    QList<Player*> groupZones() const
+    {
+        QList<Player*> zones;
+        if (const Group* g = household.groupOf(player.uid)) {
+            for (const QString& uid : g->members) {
+                Player* p = household.playerByUid(uid);
+                if (p && p->online && !p->invisible)
+                    zones << p;
+            }
+        }
+        return zones;
+    }
+};
+
+QString flag(bool on)
+{
+    return on ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+int groupVolume(const QList<Player*>& zones)
+{
+    if (zones.isEmpty())
+        return 0;
+    double sum = 0;
+    for (const Player* p : zones)
+        sum += p->volume;
+    return static_cast<int>(std::lround(sum / zones.size()));
+}
+
+// Like a household does it: members keep their balance, scaled towards the new level;
+// from silence every member starts at the new level.
+void setGroupVolume(const QList<Player*>& zones, int wanted)
+{
+    const int current = groupVolume(zones);
+    for (Player* p : zones) {
+        const int scaled =
+            current == 0 ? wanted
+                         : static_cast<int>(std::lround(p->volume * double(wanted) / current));
+        p->volume = std::clamp(scaled, 0, 100);
+    }
+}
+
+QString didlLite(const Track& t)
+{
+    if (t.uri.isEmpty() && t.title.isEmpty())
+        return {};
+    QString item = QStringLiteral("<res protocolInfo=\"sonos.com-http:*:audio/mpeg:*\">") +
+                   escapeXml(t.uri) + QStringLiteral("</res><r:streamContent></r:streamContent>");
+    if (!t.albumArt.isEmpty())
+        item += QStringLiteral("<upnp:albumArtURI>") + escapeXml(t.albumArt) +
+                QStringLiteral("</upnp:albumArtURI>");
+    item += QStringLiteral("<dc:title>") + escapeXml(t.title) + QStringLiteral("</dc:title>");
+    item += QStringLiteral("<upnp:class>object.item.audioItem.musicTrack</upnp:class>");
+    if (!t.artist.isEmpty())
+        item +=
+            QStringLiteral("<dc:creator>") + escapeXml(t.artist) + QStringLiteral("</dc:creator>");
+    if (!t.album.isEmpty())
+        item +=
+            QStringLiteral("<upnp:album>") + escapeXml(t.album) + QStringLiteral("</upnp:album>");
+    return QStringLiteral("<DIDL-Lite xmlns:dc=\"http://purl.org/dc/elements/1.1/\" "
+                          "xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\" "
+                          "xmlns:r=\"urn:schemas-rinconnetworks-com:metadata-1-0/\" "
+                          "xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\">"
+                          "<item id=\"-1\" parentID=\"-1\" restricted=\"true\">") +
+           item + QStringLiteral("</item></DIDL-Lite>");
+}
+
+Outputs renderingControl(const Context& c)
+{
+    c.requireInstance();
+    const QString& a = c.call.action;
+    if (a == u"GetVolume") {
+        c.requireMasterChannel();
+        return {{QStringLiteral("CurrentVolume"), QString::number(c.player.volume)}};
+    }
+    if (a == u"SetVolume") {
+        c.requireMasterChannel();
+        c.player.volume = c.intArg(QStringLiteral("DesiredVolume"), 0, 100);
+        return {};
+    }
+    if (a == u"SetRelativeVolume") {
+        c.requireMasterChannel();
+        const int change = c.intArg(QStringLiteral("Adjustment"), -100, 100);
+        c.player.volume = std::clamp(c.player.volume + change, 0, 100);
+        return {{QStringLiteral("NewVolume"), QString::number(c.player.volume)}};
+    }
+    if (a == u"GetMute") {
+        c.requireMasterChannel();
+        return {{QStringLiteral("CurrentMute"), flag(c.player.muted)}};
+    }
+    if (a == u"SetMute") {
+        c.requireMasterChannel();
+        c.player.muted = c.boolArg(QStringLiteral("DesiredMute"));
+        return {};
+    }
+    if (a == u"GetEQ" || a == u"SetEQ") {
+        const QString type = c.arg(QStringLiteral("EQType"));
+        if (!c.player.eq.contains(type))
+            throw Failure{UpnpError::InvalidArgs};
+        if (a == u"GetEQ")
+            return {{QStringLiteral("CurrentValue"), QString::number(c.player.eq.value(type))}};
+        const bool onOff = type == u"NightMode" || type == u"DialogLevel";
+        c.player.eq[type] =
+            c.intArg(QStringLiteral("DesiredValue"), onOff ? 0 : -15, onOff ? 1 : 15);
+        return {};
+    }
+    throw Failure{UpnpError::InvalidAction};
+}
+
+Outputs groupRenderingControl(const Context& c)
+{
+    c.requireInstance();
+    c.requireCoordinator();
+    const QString& a = c.call.action;
+    const QList<Player*> zones = c.groupZones();
+    if (a == u"GetGroupVolume")
+        return {{QStringLiteral("CurrentVolume"), QString::number(groupVolume(zones))}};
+    if (a == u"SetGroupVolume") {
+        setGroupVolume(zones, c.intArg(QStringLiteral("DesiredVolume"), 0, 100));
+        return {};
+    }
+    if (a == u"SetRelativeGroupVolume") {
+        const int change = c.intArg(QStringLiteral("Adjustment"), -100, 100);
+        setGroupVolume(zones, std::clamp(groupVolume(zones) + change, 0, 100));
+        return {{QStringLiteral("NewVolume"), QString::number(groupVolume(zones))}};
+    }
+    if (a == u"GetGroupMute") {
+        const bool all =
+            std::all_of(zones.begin(), zones.end(), [](Player* p) { return p->muted; });
+        return {{QStringLiteral("CurrentMute"), flag(!zones.isEmpty() && all)}};
+    }
+    if (a == u"SetGroupMute") {
+        const bool muted = c.boolArg(QStringLiteral("DesiredMute"));
+        for (Player* p : zones)
+            p->muted = muted;
+        return {};
+    }
+    if (a == u"SnapshotGroupVolume")
+        return {};
+    throw Failure{UpnpError::InvalidAction};
+}
+
+// Members of a group follow their coordinator's transport, so they report its state and
+// pass play and pause on to it.
+Outputs avTransport(const Context& c)
+{
+    c.requireInstance();
+    const QString& a = c.call.action;
+    Player& leader = c.coordinator();
+    if (a == u"GetTransportInfo")
+        return {{QStringLiteral("CurrentTransportState"), leader.transportState},
+                {QStringLiteral("CurrentTransportStatus"), QStringLiteral("OK")},
+                {QStringLiteral("CurrentSpeed"), QStringLiteral("1")}};
+    if (a == u"Play") {
+        if (c.arg(QStringLiteral("Speed")) != u"1")
+            throw Failure{UpnpError::InvalidArgs};
+        if (leader.track.uri.isEmpty())
+            throw Failure{UpnpError::TransitionNotAvailable};
+        leader.transportState = QStringLiteral("PLAYING");
+        return {};
+    }
+    if (a == u"Pause" || a == u"Stop") {
+        if (leader.transportState != u"PLAYING" && a == u"Pause")
+            throw Failure{UpnpError::TransitionNotAvailable};
+        leader.transportState =
+            a == u"Pause" ? QStringLiteral("PAUSED_PLAYBACK") : QStringLiteral("STOPPED");
+        return {};
+    }
+    if (a == u"GetPositionInfo") {
+        const Track& t = leader.track;
+        const bool stream = t.uri.contains(QStringLiteral("htastream")) ||
+                            t.uri.contains(QStringLiteral("x-rincon-stream"));
+        const QString time =
+            t.uri.isEmpty() || stream ? QStringLiteral("0:00:00") : QStringLiteral("0:01:07");
+        return {
+            {QStringLiteral("Track"), t.uri.isEmpty() ? QStringLiteral("0") : QStringLiteral("1")},
+            {QStringLiteral("TrackDuration"),
+             stream || t.uri.isEmpty() ? QStringLiteral("0:00:00") : QStringLiteral("0:03:45")},
+            {QStringLiteral("TrackMetaData"), didlLite(t)},
+            {QStringLiteral("TrackURI"), t.uri},
+            {QStringLiteral("RelTime"), time},
+            {QStringLiteral("AbsTime"), QStringLiteral("NOT_IMPLEMENTED")},
+            {QStringLiteral("RelCount"), QStringLiteral("2147483647")},
+            {QStringLiteral("AbsCount"), QStringLiteral("2147483647")}};
+    }
+    throw Failure{UpnpError::InvalidAction};
+}
+
+Outputs zoneGroupTopology(const Context& c)
+{
+    const QString& a = c.call.action;
+    if (a == u"GetZoneGroupState")
+        return {{QStringLiteral("ZoneGroupState"), zoneGroupStateXml(c.household, c.port)}};
+    if (a == u"GetZoneGroupAttributes") {
+        const Group* g = c.household.groupOf(c.player.uid);
+        QStringList members = g ? g->members : QStringList{c.player.uid};
+        return {{QStringLiteral("CurrentZoneGroupName"), c.player.room},
+                {QStringLiteral("CurrentZoneGroupID"), g ? g->id : QString()},
+                {QStringLiteral("CurrentZonePlayerUUIDsInGroup"), members.join(u',')},
+                {QStringLiteral("CurrentMuseHouseholdId"), c.household.id + QStringLiteral(".0")}};
+    }
+    throw Failure{UpnpError::InvalidAction};
+}
+
+using Handler = std::function<Outputs(const Context&)>;
+
+Handler handlerFor(const QString& service)
+{
+    if (service == ServiceType::renderingControl)
+        return renderingControl;
+    if (service == ServiceType::groupRenderingControl)
+        return groupRenderingControl;
+    if (service == ServiceType::avTransport)
+        return avTransport;
+    return zoneGroupTopology;
+}
+
+} // namespace
+
+QString serviceAtControlPath(const QByteArray& path)
+{
+    if (path == "/MediaRenderer/RenderingControl/Control")
+        return ServiceType::renderingControl;
+    if (path == "/MediaRenderer/GroupRenderingControl/Control")
+        return ServiceType::groupRenderingControl;
+    if (path == "/MediaRenderer/AVTransport/Control")
+        return ServiceType::avTransport;
+    if (path == "/ZoneGroupTopology/Control")
+        return ServiceType::zoneGroupTopology;
+    return {};
+}
+
+HttpAnswer answerControl(Household& household, const QString& host, const Request& request,
+                         quint16 port)
+{
+    Player* player = household.player(host);
+    const QString service = serviceAtControlPath(request.path);
+    if (!player || service.isEmpty())
+        return plainStatus(404);
+    const Expected<SoapCall, int> call = readSoapCall(request.header("SOAPACTION"), request.body);
+    if (!call)
+        return upnpFault(call.error());
+    if (call->service != service)
+        return upnpFault(UpnpError::InvalidAction);
+    try {
+        return soapResponse(*call, handlerFor(service)(Context{household, *player, *call, port}));
+    } catch (const Failure& failure) {
+        return upnpFault(failure.code);
+    }
+}
+
+} // namespace emulator
