@@ -48,12 +48,21 @@ void configure(QNetworkRequest& request, const Timeouts& timeouts)
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    // A player never redirects; one that does is answering with a status like any other,
+    // and is not followed to another host.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
     request.setTransferTimeout(static_cast<int>(timeouts.request.count()));
 }
 
-bool isNotHttp(QNetworkReply::NetworkError error)
+// The network layer reports bytes that are not an HTTP answer the same way as a connection
+// closed before any answer: either way the player gave no HTTP answer at all. A connection
+// closed after the status line is a broken transfer instead.
+bool isNotHttp(QNetworkReply::NetworkError error, const QVariant& status)
 {
-    return error == QNetworkReply::ProtocolFailure || error == QNetworkReply::ProtocolUnknownError;
+    if (error == QNetworkReply::ProtocolFailure || error == QNetworkReply::ProtocolUnknownError)
+        return true;
+    return error == QNetworkReply::RemoteHostClosedError && !status.isValid();
 }
 
 // Errors below 100 are the connection's own (refused, closed, host not found, time-out);
@@ -120,11 +129,11 @@ private:
         // network layer's own inactivity timer.
         if (m_expired || error == QNetworkReply::OperationCanceledError)
             return SpeakerError{TransportError{QNetworkReply::TimeoutError, timedOutText()}};
-        if (isNotHttp(error))
+        const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if (isNotHttp(error, status))
             return Response{};
         if (isConnectionError(error))
             return SpeakerError{TransportError{error, m_reply->errorString()}};
-        const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if (status.isValid())
             return Response{status.toInt(), m_body};
         if (error == QNetworkReply::NoError)

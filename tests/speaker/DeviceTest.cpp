@@ -1,0 +1,356 @@
+// The zone player client against the household emulator over real sockets: the exact bytes
+// it sends, what it makes of the players' answers and failures, and many requests at once.
+// Runs in a private network namespace, where the players own 127.0.0.1x:1400.
+#include "Results.h"
+#include "emulator/Emulator.h"
+#include "speaker/CappedReader.h"
+#include "speaker/SonosDevice.h"
+#include "support/Log.h"
+
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace speaker_testing;
+using namespace std::chrono_literals;
+using emulator::Fault;
+
+namespace {
+
+const bool logInTemporaryFolder = [] {
+    static QTemporaryDir folder;
+    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
+    return true;
+}();
+
+const QString arcHost = QStringLiteral("127.0.0.11");
+const QString hosts[] = {arcHost, QStringLiteral("127.0.0.12"), QStringLiteral("127.0.0.13"),
+                         QStringLiteral("127.0.0.14")};
+
+const QByteArray household = R"({
+  "household": "Sonos_Speaker_Test_Household",
+  "players": [
+    {"host": "127.0.0.11", "uid": "RINCON_000E58A0B1C201400", "room": "Living Room",
+     "model": "Sonos Arc", "eq": {"NightMode": false, "DialogLevel": false}},
+    {"host": "127.0.0.12", "uid": "RINCON_000E58A0B1C301400", "room": "Kitchen",
+     "model": "Sonos One"},
+    {"host": "127.0.0.13", "uid": "RINCON_000E58A0B1C401400", "room": "Office",
+     "model": "Sonos One"},
+    {"host": "127.0.0.14", "uid": "RINCON_000E58A0B1C501400", "room": "Bedroom",
+     "model": "Sonos One"}
+  ]
+})";
+
+class DeviceTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        players = std::make_unique<emulator::EmulatorThread>();
+        const std::optional<QString> failure = players->startJson(household);
+        ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
+    }
+    static void TearDownTestSuite() { players.reset(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(players);
+        (*players)->clearFaults();
+        (*players)->clearRequests();
+    }
+
+    static SonosDevice device(const QString& host = arcHost)
+    {
+        return SonosDevice{host, (*players)->uid(host), (*players)->roomName(host),
+                           QStringLiteral("Sonos One")};
+    }
+    static QList<emulator::Request> requests(const QString& host = arcHost)
+    {
+        return (*players)->requests(host);
+    }
+    static QStringList actions(const QString& host = arcHost)
+    {
+        QStringList names;
+        for (const emulator::Request& request : requests(host))
+            names << request.action;
+        return names;
+    }
+    static void fault(Fault::Kind kind, const QString& only = {}, qint64 bodyBytes = 0,
+                      int status = 500)
+    {
+        Fault f;
+        f.kind = kind;
+        f.only = only;
+        f.bodyBytes = bodyBytes;
+        f.status = status;
+        (*players)->setFault(arcHost, f);
+    }
+
+    static inline std::unique_ptr<emulator::EmulatorThread> players;
+};
+
+TEST_F(DeviceTest, SetVolumeSendsExactlyTheseBytes)
+{
+    ASSERT_TRUE(succeeded(settle(device().setVolume(37))));
+    const QList<emulator::Request> sent = requests();
+    ASSERT_EQ(sent.size(), 1);
+    const emulator::Request& request = sent.first();
+    const QByteArray body =
+        "<?xml version=\"1.0\"?>\n"
+        "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+        "s:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\"><s:Body>"
+        "<u:SetVolume xmlns:u=\"urn:schemas-upnp-org:service:RenderingControl:1\">"
+        "<InstanceID>0</InstanceID><Channel>Master</Channel><DesiredVolume>37</DesiredVolume>"
+        "</u:SetVolume></s:Body></s:Envelope>";
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.path, "/MediaRenderer/RenderingControl/Control");
+    EXPECT_EQ(request.header("Content-Type"), "text/xml; charset=\"utf-8\"");
+    EXPECT_EQ(request.header("SOAPACTION"),
+              "\"urn:schemas-upnp-org:service:RenderingControl:1#SetVolume\"");
+    EXPECT_EQ(request.body, body);
+    EXPECT_TRUE(
+        request.raw.startsWith("POST /MediaRenderer/RenderingControl/Control HTTP/1.1\r\n"));
+    EXPECT_TRUE(request.raw.contains(
+        "\r\nSOAPACTION: \"urn:schemas-upnp-org:service:RenderingControl:1#SetVolume\"\r\n"));
+    EXPECT_TRUE(request.raw.endsWith("\r\n\r\n" + body));
+    EXPECT_EQ((*players)->volume(arcHost), 37);
+}
+
+TEST_F(DeviceTest, SetVolumeClampsToTheScale)
+{
+    const std::pair<int, int> cases[] = {{150, 100}, {-3, 0}, {100, 100}, {0, 0}, {101, 100}};
+    for (const auto& [asked, sent] : cases) {
+        SCOPED_TRACE(asked);
+        (*players)->clearRequests();
+        ASSERT_TRUE(succeeded(settle(device().setVolume(asked))));
+        ASSERT_EQ(requests().size(), 1);
+        EXPECT_EQ(requests().first().argument(QStringLiteral("DesiredVolume")),
+                  QString::number(sent));
+        EXPECT_EQ((*players)->volume(arcHost), sent);
+    }
+}
+
+TEST_F(DeviceTest, ReadsWhatThePlayerHolds)
+{
+    (*players)->setVolume(arcHost, 64);
+    (*players)->setMuted(arcHost, true);
+    const SonosResult<int> volume = settle(device().volume());
+    ASSERT_TRUE(volume);
+    EXPECT_EQ(*volume, 64);
+    const SonosResult<bool> muted = settle(device().isMuted());
+    ASSERT_TRUE(muted);
+    EXPECT_TRUE(*muted);
+    (*players)->setMuted(arcHost, false);
+    EXPECT_FALSE(settle(device().isMuted()).valueOr(true));
+
+    // A player on its own is a group of one.
+    const SonosResult<int> groupVolume = settle(device().groupVolume());
+    ASSERT_TRUE(groupVolume) << describe(groupVolume.error()).toStdString();
+    EXPECT_EQ(*groupVolume, 64);
+    EXPECT_FALSE(settle(device().isGroupMuted()).valueOr(true));
+
+    EXPECT_EQ(actions(),
+              (QStringList{"GetVolume", "GetMute", "GetMute", "GetGroupVolume", "GetGroupMute"}));
+    EXPECT_EQ(requests().first().argument(QStringLiteral("Channel")), QStringLiteral("Master"));
+}
+
+TEST_F(DeviceTest, WritesCarryTheirArgumentsInOrder)
+{
+    ASSERT_TRUE(succeeded(settle(device().setMute(true))));
+    EXPECT_TRUE((*players)->muted(arcHost));
+    ASSERT_TRUE(succeeded(settle(device().setMute(false))));
+    EXPECT_FALSE((*players)->muted(arcHost));
+    ASSERT_TRUE(succeeded(settle(device().setGroupVolume(30))));
+    ASSERT_TRUE(succeeded(settle(device().setGroupMute(true))));
+    ASSERT_TRUE(succeeded(settle(device().setEQ(QStringLiteral("NightMode"), true))));
+    EXPECT_EQ((*players)->eq(arcHost, QStringLiteral("NightMode")), true);
+    // The group volume goes out as given; the controller clamps it beforehand.
+    settle(device().setGroupVolume(130));
+
+    const QList<emulator::Request> sent = requests();
+    ASSERT_EQ(sent.size(), 6);
+    const auto arguments = [](const emulator::Request& r) {
+        const qsizetype start = r.body.indexOf("<InstanceID>");
+        const qsizetype end = r.body.indexOf("</u:");
+        return r.body.mid(start, end - start);
+    };
+    EXPECT_EQ(arguments(sent[0]),
+              "<InstanceID>0</InstanceID><Channel>Master</Channel><DesiredMute>1</DesiredMute>");
+    EXPECT_EQ(arguments(sent[1]),
+              "<InstanceID>0</InstanceID><Channel>Master</Channel><DesiredMute>0</DesiredMute>");
+    EXPECT_EQ(arguments(sent[2]), "<InstanceID>0</InstanceID><DesiredVolume>30</DesiredVolume>");
+    EXPECT_EQ(sent[2].path, "/MediaRenderer/GroupRenderingControl/Control");
+    EXPECT_EQ(sent[2].service,
+              QStringLiteral("urn:schemas-upnp-org:service:GroupRenderingControl:1"));
+    EXPECT_EQ(arguments(sent[3]), "<InstanceID>0</InstanceID><DesiredMute>1</DesiredMute>");
+    EXPECT_EQ(arguments(sent[4]), "<InstanceID>0</InstanceID><EQType>NightMode</EQType>"
+                                  "<DesiredValue>1</DesiredValue>");
+    EXPECT_EQ(arguments(sent[5]), "<InstanceID>0</InstanceID><DesiredVolume>130</DesiredVolume>");
+}
+
+TEST_F(DeviceTest, EqSettingsReadBackAndAMissingOneIsAnError)
+{
+    ASSERT_TRUE(succeeded(settle(device().setEQ(QStringLiteral("DialogLevel"), true))));
+    const SonosResult<bool> on = settle(device().eqBool(QStringLiteral("DialogLevel")));
+    ASSERT_TRUE(on);
+    EXPECT_TRUE(*on);
+    ASSERT_TRUE(succeeded(settle(device().setEQ(QStringLiteral("DialogLevel"), false))));
+    EXPECT_FALSE(settle(device().eqBool(QStringLiteral("DialogLevel"))).valueOr(true));
+    // A speaker without speech enhancement does not answer as if it were off.
+    EXPECT_FALSE(settle(device(hosts[1]).eqBool(QStringLiteral("DialogLevel"))));
+}
+
+TEST_F(DeviceTest, PlayPauseAsksFirstAndThenSendsTheOpposite)
+{
+    emulator::Track track;
+    track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&flags=8224");
+    (*players)->setTrack(arcHost, track); // a player with nothing queued cannot play
+    (*players)->setTransportState(arcHost, QStringLiteral("PLAYING"));
+    EXPECT_TRUE(settle(device().isPlaying()).valueOr(false));
+    (*players)->clearRequests();
+    ASSERT_TRUE(succeeded(settle(device().playPause())));
+    EXPECT_EQ(actions(), (QStringList{"GetTransportInfo", "Pause"}));
+    EXPECT_TRUE(requests().last().body.contains("<InstanceID>0</InstanceID></u:Pause>"));
+    EXPECT_NE((*players)->transportState(arcHost), QStringLiteral("PLAYING"));
+
+    for (const QString& state : {QStringLiteral("PAUSED_PLAYBACK"), QStringLiteral("STOPPED")}) {
+        SCOPED_TRACE(state.toStdString());
+        (*players)->setTransportState(arcHost, state);
+        EXPECT_FALSE(settle(device().isPlaying()).valueOr(true));
+        (*players)->clearRequests();
+        ASSERT_TRUE(succeeded(settle(device().playPause())));
+        EXPECT_EQ(actions(), (QStringList{"GetTransportInfo", "Play"}));
+        EXPECT_EQ(requests().last().argument(QStringLiteral("Speed")), QStringLiteral("1"));
+        EXPECT_TRUE(
+            requests().last().body.contains("<InstanceID>0</InstanceID><Speed>1</Speed></u:Play>"));
+        EXPECT_EQ((*players)->transportState(arcHost), QStringLiteral("PLAYING"));
+    }
+
+    // When the question fails, nothing is sent.
+    fault(Fault::Kind::Status, QStringLiteral("GetTransportInfo"));
+    (*players)->clearRequests();
+    EXPECT_EQ(errorOf(settle(device().playPause())), http(500));
+    EXPECT_EQ(actions(), QStringList{"GetTransportInfo"});
+    EXPECT_EQ((*players)->transportState(arcHost), QStringLiteral("PLAYING"));
+}
+
+TEST_F(DeviceTest, NowPlayingReadsTheTrackWithOneLevelOfEscapingLeft)
+{
+    emulator::Track track;
+    track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&flags=8224");
+    track.title = QStringLiteral("Rock & Roll <Live>");
+    track.artist = QStringLiteral("The \"Band\"");
+    track.album = QStringLiteral("Hits");
+    track.albumArt = QStringLiteral("/getaa?s=1&u=x-sonos-spotify");
+    (*players)->setTrack(arcHost, track);
+    const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
+    ASSERT_TRUE(playing) << describe(playing.error()).toStdString();
+    // The URI stands as the answer wrote it; the metadata was escaped twice on the way.
+    EXPECT_EQ(playing->uri,
+              QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&amp;flags=8224"));
+    EXPECT_EQ(playing->title, QStringLiteral("Rock &amp; Roll &lt;Live&gt;"));
+    // Quotes are not among the three entities undone, so they keep their one level too.
+    EXPECT_EQ(playing->artist, QStringLiteral("The &quot;Band&quot;"));
+    EXPECT_EQ(playing->album, QStringLiteral("Hits"));
+    EXPECT_EQ(playing->albumArt, QStringLiteral("/getaa?s=1&amp;u=x-sonos-spotify"));
+    EXPECT_FALSE(playing->isLineInput());
+
+    track = {};
+    track.uri = QStringLiteral("x-sonos-htastream:RINCON_000E58A0B1C201400:spdif");
+    (*players)->setTrack(arcHost, track);
+    const SonosResult<SonosDevice::NowPlaying> tv = settle(device().nowPlaying());
+    ASSERT_TRUE(tv);
+    EXPECT_EQ(tv->uri, track.uri);
+    EXPECT_TRUE(tv->isLineInput());
+}
+
+TEST_F(DeviceTest, FailuresOfThePlayerBecomeTypedErrors)
+{
+    fault(Fault::Kind::Status);
+    EXPECT_EQ(errorOf(settle(device().volume())), http(500));
+    fault(Fault::Kind::Status, {}, 0, 503);
+    EXPECT_EQ(errorOf(settle(device().setVolume(5))), http(503));
+    fault(Fault::Kind::Garbage);
+    EXPECT_EQ(errorOf(settle(device().volume())), http(-1));
+    fault(Fault::Kind::Close);
+    EXPECT_EQ(errorOf(settle(device().isMuted())), http(-1));
+    // A fault limited to one action leaves the others alone.
+    fault(Fault::Kind::Status, QStringLiteral("GetMute"));
+    EXPECT_TRUE(succeeded(settle(device().volume())));
+    EXPECT_EQ(errorOf(settle(device().isMuted())), http(500));
+}
+
+TEST_F(DeviceTest, AnswersUpTo512KiBAreReadAndLargerOnesRefused)
+{
+    fault(Fault::Kind::Oversized, {}, CappedReader::cap);
+    const SonosResult<QString> atCap = settle(
+        device().soap(QStringLiteral("/MediaRenderer/RenderingControl/Control"),
+                      QStringLiteral("urn:schemas-upnp-org:service:RenderingControl:1"),
+                      QStringLiteral("GetVolume"), QStringLiteral("<Channel>Master</Channel>")));
+    ASSERT_TRUE(atCap) << describe(atCap.error()).toStdString();
+    EXPECT_EQ(atCap->toUtf8().size(), CappedReader::cap);
+
+    fault(Fault::Kind::Oversized, {}, CappedReader::cap + 1);
+    EXPECT_EQ(errorOf(settle(device().volume())), badResponse());
+    Log::flush();
+    EXPECT_TRUE(Log::tail(2).endsWith(
+        QStringLiteral("response from 127.0.0.11 exceeded 524288 bytes; refusing it\n")))
+        << Log::tail(2).toStdString();
+}
+
+TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)
+{
+    const SonosDevice kitchen = device(hosts[1]);
+    (*players)->setOnline(hosts[1], false);
+    const SonosResult<int> offline = settle(kitchen.volume());
+    EXPECT_EQ(transportCodeOf(offline), QNetworkReply::ConnectionRefusedError);
+    (*players)->setOnline(hosts[1], true);
+    EXPECT_TRUE(succeeded(settle(kitchen.volume())));
+}
+
+// The one slow case: a player that takes the request and never answers is given up on after
+// the 5-second request time-out, well before the 15-second limit of the whole resource.
+TEST_F(DeviceTest, APlayerThatNeverAnswersTimesOutAfterFiveSeconds)
+{
+    fault(Fault::Kind::Silent);
+    QElapsedTimer clock;
+    clock.start();
+    const SonosResult<int> result = settle(device().volume(), 20s);
+    EXPECT_EQ(transportCodeOf(result), QNetworkReply::TimeoutError);
+    // Timers may fire up to 5 % early.
+    EXPECT_GE(clock.elapsed(), 4700);
+    EXPECT_LT(clock.elapsed(), 14000);
+}
+
+TEST_F(DeviceTest, ManyRequestsInFlightToSeveralPlayers)
+{
+    constexpr int perPlayer = 25;
+    QList<std::pair<int, QFuture<SonosResult<int>>>> reads;
+    QList<QFuture<SonosResult<Done>>> writes;
+    for (int i = 0; i < 4; ++i) {
+        (*players)->setVolume(hosts[i], 10 + i);
+        (*players)->setMuted(hosts[i], false);
+    }
+    for (int round = 0; round < perPlayer; ++round) {
+        for (int i = 0; i < 4; ++i) {
+            reads.append({10 + i, device(hosts[i]).volume()});
+            if (round == 0)
+                writes.append(device(hosts[i]).setMute(true));
+        }
+    }
+    for (const auto& [expected, future] : reads) {
+        const SonosResult<int> volume = settle(future);
+        ASSERT_TRUE(volume) << describe(volume.error()).toStdString();
+        EXPECT_EQ(*volume, expected);
+    }
+    for (const QFuture<SonosResult<Done>>& write : writes)
+        EXPECT_TRUE(succeeded(settle(write)));
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(requests(hosts[i]).size(), perPlayer + 1);
+        EXPECT_TRUE((*players)->muted(hosts[i]));
+    }
+}
+
+} // namespace

@@ -1,0 +1,326 @@
+// The capped reader and the answer readings over real sockets, against scripted players that
+// say exactly what each case needs. Runs in a private network namespace (port 1400 is free).
+#include "Results.h"
+#include "ScriptedPlayer.h"
+#include "speaker/CappedReader.h"
+#include "speaker/SonosDevice.h"
+#include "support/Log.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+
+using namespace speaker_testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+// The log goes to a folder of this test's own.
+const bool logInTemporaryFolder = [] {
+    static QTemporaryDir folder;
+    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
+    return true;
+}();
+
+const QString playerHost = QStringLiteral("127.0.0.31");
+
+SonosDevice scriptedDevice()
+{
+    return SonosDevice{playerHost, QStringLiteral("RINCON_000E58A0B1C201400"),
+                       QStringLiteral("Scripted"), QStringLiteral("Sonos One")};
+}
+
+QNetworkRequest requestTo(const QString& host, const QString& path = QStringLiteral("/x"))
+{
+    return QNetworkRequest(*SonosDevice::url(host, path));
+}
+
+class ScriptedAnswers : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(player.isListening()); }
+
+    ScriptedPlayer player{playerHost};
+    SonosDevice device = scriptedDevice();
+};
+
+TEST_F(ScriptedAnswers, VolumeIsASignedDecimalInTheExactCurrentVolumeTag)
+{
+    const std::pair<QByteArray, std::optional<int>> cases[] = {
+        {"<CurrentVolume>25</CurrentVolume>", 25},
+        {"<CurrentVolume>+25</CurrentVolume>", 25},
+        {"<CurrentVolume>0</CurrentVolume>", 0},
+        {"<CurrentVolume>-3</CurrentVolume>", -3},   // not clamped on reading
+        {"<CurrentVolume>140</CurrentVolume>", 140}, // nor here
+        {"<CurrentVolume></CurrentVolume>", std::nullopt},
+        {"<CurrentVolume>abc</CurrentVolume>", std::nullopt},
+        {"<CurrentVolume> 25</CurrentVolume>", std::nullopt},
+        {"<CurrentVolume>25.0</CurrentVolume>", std::nullopt},
+        {"<CurrentVolume>99999999999999999999</CurrentVolume>", std::nullopt},
+        {"<CurrentVolume>4294967296</CurrentVolume>", std::nullopt},
+        {"<CurrentVolume val=\"x\">25</CurrentVolume>", std::nullopt},
+        {"<OtherVolume>25</OtherVolume>", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& [inner, expected] : cases) {
+        SCOPED_TRACE(inner.toStdString());
+        player.setSoapAnswer("<u:GetVolumeResponse>" + inner + "</u:GetVolumeResponse>");
+        const SonosResult<int> single = settle(device.volume());
+        player.setSoapAnswer("<u:GetGroupVolumeResponse>" + inner + "</u:GetGroupVolumeResponse>");
+        const SonosResult<int> group = settle(device.groupVolume());
+        for (const SonosResult<int>& result : {single, group}) {
+            if (expected) {
+                ASSERT_TRUE(result) << describe(result.error()).toStdString();
+                EXPECT_EQ(*result, *expected);
+            } else {
+                EXPECT_EQ(errorOf(result), badResponse());
+            }
+        }
+    }
+}
+
+// Mute and transport state read as off when the element is missing; an EQ setting that is
+// missing is an error, because the player has no such setting.
+TEST_F(ScriptedAnswers, FlagsReadTrueOnlyForTheExactWord)
+{
+    struct Case {
+        std::function<QFuture<SonosResult<bool>>(const SonosDevice&)> ask;
+        QByteArray tag;
+        QByteArray onWord;
+        bool missingIsError;
+    };
+    const Case operations[] = {
+        {&SonosDevice::isMuted, "CurrentMute", "1", false},
+        {&SonosDevice::isGroupMuted, "CurrentMute", "1", false},
+        {[](const SonosDevice& d) { return d.eqBool(QStringLiteral("NightMode")); }, "CurrentValue",
+         "1", true},
+        {&SonosDevice::isPlaying, "CurrentTransportState", "PLAYING", false},
+    };
+    for (const Case& op : operations) {
+        SCOPED_TRACE(op.tag.toStdString());
+        const auto answer = [&](const QByteArray& inner) {
+            player.setSoapAnswer("<u:Response>" + inner + "</u:Response>");
+            return settle(op.ask(device));
+        };
+        const QByteArray open = "<" + op.tag + ">";
+        const QByteArray close = "</" + op.tag + ">";
+
+        const SonosResult<bool> on = answer(open + op.onWord + close);
+        ASSERT_TRUE(on);
+        EXPECT_TRUE(*on);
+        for (const QByteArray& word :
+             {QByteArray("0"), QByteArray(""), QByteArray(" 1"), QByteArray("true"),
+              QByteArray("playing"), QByteArray("PAUSED_PLAYBACK"), op.onWord + " "}) {
+            SCOPED_TRACE(word.toStdString());
+            const SonosResult<bool> off = answer(open + word + close);
+            ASSERT_TRUE(off);
+            EXPECT_FALSE(*off);
+        }
+
+        for (const QByteArray& missing :
+             {QByteArray(""), "<" + op.tag + " a=\"b\">" + op.onWord + close}) {
+            SCOPED_TRACE(missing.toStdString());
+            const SonosResult<bool> absent = answer(missing);
+            if (op.missingIsError) {
+                EXPECT_EQ(errorOf(absent), badResponse());
+            } else {
+                ASSERT_TRUE(absent);
+                EXPECT_FALSE(*absent);
+            }
+        }
+    }
+}
+
+TEST_F(ScriptedAnswers, NowPlayingUnescapesTheMetadataOnceAndTakesTheUriAsItStands)
+{
+    player.setSoapAnswer(
+        "<u:GetPositionInfoResponse><Track>1</Track>"
+        "<TrackMetaData>&lt;DIDL-Lite xmlns:dc=&quot;http://purl.org/dc/elements/1.1/&quot;&gt;"
+        "&lt;item&gt;&lt;dc:title&gt;Rock &amp;amp; Roll &amp;lt;Live&amp;gt;&lt;/dc:title&gt;"
+        "&lt;dc:creator&gt;The Band&lt;/dc:creator&gt;&lt;upnp:album&gt;Hits&lt;/upnp:album&gt;"
+        "&lt;upnp:albumArtURI&gt;/getaa?s=1&amp;amp;u=x&lt;/upnp:albumArtURI&gt;"
+        "&lt;/item&gt;&lt;/DIDL-Lite&gt;</TrackMetaData>"
+        "<TrackURI>x-sonos-spotify:track%3a1?sid=9&amp;flags=8</TrackURI>"
+        "</u:GetPositionInfoResponse>");
+    const SonosResult<SonosDevice::NowPlaying> playing = settle(device.nowPlaying());
+    ASSERT_TRUE(playing);
+    EXPECT_EQ(playing->uri, QStringLiteral("x-sonos-spotify:track%3a1?sid=9&amp;flags=8"));
+    // The doubly escaped signs keep one level of escaping.
+    EXPECT_EQ(playing->title, QStringLiteral("Rock &amp; Roll &lt;Live&gt;"));
+    EXPECT_EQ(playing->artist, QStringLiteral("The Band"));
+    EXPECT_EQ(playing->album, QStringLiteral("Hits"));
+    EXPECT_EQ(playing->albumArt, QStringLiteral("/getaa?s=1&amp;u=x"));
+    EXPECT_FALSE(playing->isLineInput());
+
+    player.setSoapAnswer("<u:GetPositionInfoResponse><TrackURI>x-sonos-htastream:RINCON_"
+                         "000E58A0B1C201400:spdif</TrackURI><TrackMetaData></TrackMetaData>"
+                         "</u:GetPositionInfoResponse>");
+    const SonosResult<SonosDevice::NowPlaying> tv = settle(device.nowPlaying());
+    ASSERT_TRUE(tv);
+    EXPECT_EQ(
+        *tv,
+        (SonosDevice::NowPlaying{
+            QStringLiteral("x-sonos-htastream:RINCON_000E58A0B1C201400:spdif"), {}, {}, {}, {}}));
+    EXPECT_TRUE(tv->isLineInput());
+
+    player.setSoapAnswer("<u:GetPositionInfoResponse/>");
+    const SonosResult<SonosDevice::NowPlaying> idle = settle(device.nowPlaying());
+    ASSERT_TRUE(idle);
+    EXPECT_EQ(*idle, SonosDevice::NowPlaying{});
+}
+
+TEST_F(ScriptedAnswers, StatusOtherThan200IsAnHttpErrorAndNonHttpIsMinusOne)
+{
+    const std::pair<QByteArray, std::optional<SpeakerError>> cases[] = {
+        {"HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\nConnection: close\r\n\r\n",
+         http(500)},
+        {"HTTP/1.1 404 Not Found\r\nContent-Length: 3\r\nConnection: close\r\n\r\nnope", http(404)},
+        {"HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(400)},
+        {"HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(403)},
+        {"HTTP/1.1 503 Busy\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(503)},
+        {"HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n", http(204)},
+        {"HTTP/1.1 299 Odd\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", http(299)},
+        {"HTTP/1.1 302 Found\r\nLocation: http://127.0.0.32:1400/x\r\nContent-Length: "
+         "0\r\nConnection: close\r\n\r\n",
+         http(302)},
+        {"SSH-2.0-OpenSSH_9.2\r\nnot a web server at all\r\n", http(-1)},
+        {"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03garbage", http(-1)},
+    };
+    for (const auto& [reply, expected] : cases) {
+        SCOPED_TRACE(reply.left(20).toStdString());
+        player.setReply(reply);
+        EXPECT_EQ(errorOf(settle(device.setMute(true))), expected);
+    }
+    // No answer at all, the connection closed.
+    player.setClosing();
+    EXPECT_EQ(errorOf(settle(device.setMute(true))), http(-1));
+}
+
+TEST_F(ScriptedAnswers, AConnectionClosedMidAnswerIsATransportError)
+{
+    player.setReply(
+        "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n<CurrentVolume>5</CurrentVolume>");
+    EXPECT_EQ(transportCodeOf(settle(device.volume())), QNetworkReply::RemoteHostClosedError);
+}
+
+// A body right at the cap is read; one byte more is refused and logged, however the length
+// is announced.
+TEST_F(ScriptedAnswers, BodiesAreCappedAt512KiB)
+{
+    const QByteArray atCap(CappedReader::cap, 'a');
+    player.setBody(atCap);
+    const SonosResult<CappedReader::Response> accepted =
+        settle(CappedReader::read(requestTo(playerHost)));
+    ASSERT_TRUE(accepted);
+    EXPECT_EQ(accepted->status, 200);
+    EXPECT_EQ(accepted->body, atCap);
+
+    const QByteArray overCap(CappedReader::cap + 1, 'b');
+    const QByteArray line = "response from 127.0.0.31 exceeded 524288 bytes; refusing it";
+    for (const QByteArray& reply :
+         {"HTTP/1.1 200 OK\r\nContent-Length: 524289\r\nConnection: close\r\n\r\n" + overCap,
+          "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + overCap,
+          "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + overCap + overCap + overCap}) {
+        player.setReply(reply);
+        EXPECT_EQ(errorOf(settle(CappedReader::read(requestTo(playerHost)))), badResponse());
+        Log::flush();
+        const QString tail = Log::tail(2);
+        EXPECT_TRUE(tail.endsWith(QString::fromUtf8(line + "\n"))) << tail.toStdString();
+    }
+    // The refusal applies to SOAP answers alike.
+    player.setBody("<CurrentVolume>25</CurrentVolume>" + overCap);
+    EXPECT_EQ(errorOf(settle(device.volume())), badResponse());
+}
+
+TEST_F(ScriptedAnswers, AnswersThatStallTimeOut)
+{
+    // Nothing at all within the request time-out.
+    player.setSilent();
+    QElapsedTimer clock;
+    clock.start();
+    const SonosResult<CappedReader::Response> silent =
+        settle(CappedReader::read(requestTo(playerHost), {}, {300ms, 10s}));
+    EXPECT_EQ(transportCodeOf(silent), QNetworkReply::TimeoutError);
+    EXPECT_EQ(std::get<TransportError>(silent.error()).text, CappedReader::timedOutText());
+    EXPECT_LT(clock.elapsed(), 5000);
+
+    // Steady progress, but the whole answer takes longer than the resource time-out.
+    player.setReply("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n" + QByteArray(10, 'x'), 20ms);
+    clock.restart();
+    const SonosResult<CappedReader::Response> trickle =
+        settle(CappedReader::read(requestTo(playerHost), {}, {1s, 500ms}));
+    EXPECT_EQ(transportCodeOf(trickle), QNetworkReply::TimeoutError);
+    EXPECT_GE(clock.elapsed(), 450);
+    EXPECT_LT(clock.elapsed(), 2000);
+
+    // The same trickle within generous limits arrives whole.
+    const SonosResult<CappedReader::Response> patient =
+        settle(CappedReader::read(requestTo(playerHost), {}, {1s, 10s}));
+    ASSERT_TRUE(patient) << describe(patient.error()).toStdString();
+    EXPECT_EQ(patient->body, QByteArray(10, 'x'));
+}
+
+TEST_F(ScriptedAnswers, EveryReadReachesThePlayerWithoutCacheOrCookies)
+{
+    player.setBody("<a>1</a>", 200,
+                   "Cache-Control: max-age=3600\r\nSet-Cookie: session=abc; Path=/\r\n"
+                   "ETag: \"v1\"\r\n");
+    for (int i = 0; i < 3; ++i)
+        ASSERT_TRUE(succeeded(settle(CappedReader::read(requestTo(playerHost)))));
+    ASSERT_EQ(player.requests().size(), 3);
+    for (const QByteArray& request : player.requests()) {
+        const QByteArray lower = request.toLower();
+        EXPECT_TRUE(request.startsWith("GET /x HTTP/1.1\r\n")) << request.toStdString();
+        EXPECT_FALSE(lower.contains("\r\ncookie:")) << request.toStdString();
+        EXPECT_FALSE(lower.contains("if-none-match")) << request.toStdString();
+    }
+}
+
+TEST(Reader, AnUnformableAddressFailsWithoutARequest)
+{
+    const SonosDevice broken{QStringLiteral("not a host"), {}, {}, {}};
+    const QFuture<SonosResult<Done>> future = broken.setVolume(10);
+    EXPECT_TRUE(future.isFinished());
+    EXPECT_EQ(errorOf(settle(future)), badResponse());
+}
+
+// A worker thread with an event loop gets a client of its own, answers arrive on that
+// thread, and the client goes away with the thread.
+TEST(Reader, WorksOnAnyThreadWithAnEventLoop)
+{
+    ScriptedPlayer player(playerHost);
+    ASSERT_TRUE(player.isListening());
+    // The player lives on the test's thread, which must keep turning meanwhile.
+    player.setBody("<CurrentVolume>33</CurrentVolume>");
+
+    QThread worker;
+    worker.start();
+    QObject context;
+    context.moveToThread(&worker);
+    std::atomic<int> answered{0};
+    std::atomic<bool> onWorker{false};
+    std::atomic<int> volume{-1};
+    QMetaObject::invokeMethod(&context, [&] {
+        for (int i = 0; i < 3; ++i) {
+            scriptedDevice().volume().then(&context, [&](const SonosResult<int>& result) {
+                onWorker = QThread::currentThread() == &worker;
+                volume = result.valueOr(-1);
+                ++answered;
+            });
+        }
+    });
+    EXPECT_TRUE(testing_support::spinUntil([&] { return answered == 3; }));
+    EXPECT_TRUE(onWorker);
+    EXPECT_EQ(volume, 33);
+    QMetaObject::invokeMethod(
+        &context, [&] { context.moveToThread(qApp->thread()); }, Qt::BlockingQueuedConnection);
+    worker.quit();
+    worker.wait();
+}
+
+} // namespace

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QList>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <chrono>
+
+// A stand-in for a zone player that answers every request with bytes the test chose, for
+// answer shapes no well-behaved player produces (attributes on value tags, signs, garbage,
+// slow trickles). It runs on the test's own event loop.
+class ScriptedPlayer : public QObject {
+public:
+    explicit ScriptedPlayer(const QString& host, quint16 port = 1400)
+    {
+        connect(&m_server, &QTcpServer::newConnection, this, &ScriptedPlayer::accept);
+        m_listening = m_server.listen(QHostAddress(host), port);
+    }
+
+    bool isListening() const { return m_listening; }
+
+    // The whole answer, status line included, sent as soon as a request is complete.
+    void setReply(QByteArray raw, std::chrono::milliseconds perByte = {})
+    {
+        m_reply = std::move(raw);
+        m_perByte = perByte;
+        m_closing = false;
+    }
+    // A 200 (or `status`) answer carrying `body` with its length.
+    void setBody(const QByteArray& body, int status = 200, const QByteArray& extraHeaders = {})
+    {
+        setReply("HTTP/1.1 " + QByteArray::number(status) + " X\r\nContent-Type: text/xml\r\n" +
+                 extraHeaders + "Content-Length: " + QByteArray::number(body.size()) +
+                 "\r\nConnection: close\r\n\r\n" + body);
+    }
+    // An envelope around `inner`, the way a player wraps every answer.
+    void setSoapAnswer(const QByteArray& inner)
+    {
+        setBody("<?xml version=\"1.0\"?><s:Envelope "
+                "xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"><s:Body>" +
+                inner + "</s:Body></s:Envelope>");
+    }
+    // Requests are read but never answered.
+    void setSilent()
+    {
+        m_reply.clear();
+        m_closing = false;
+    }
+    // Requests are read and the connection closed without a word.
+    void setClosing()
+    {
+        m_reply.clear();
+        m_closing = true;
+    }
+
+    const QList<QByteArray>& requests() const { return m_requests; }
+
+private:
+    void accept()
+    {
+        while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+            socket->setParent(this);
+            auto buffer = std::make_shared<QByteArray>();
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket, buffer] {
+                buffer->append(socket->readAll());
+                if (!isComplete(*buffer))
+                    return;
+                m_requests.append(*buffer);
+                buffer->clear();
+                answer(socket);
+            });
+            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        }
+    }
+
+    static bool isComplete(const QByteArray& request)
+    {
+        const qsizetype headEnd = request.indexOf("\r\n\r\n");
+        if (headEnd < 0)
+            return false;
+        qsizetype length = 0;
+        for (const QByteArray& line : request.left(headEnd).split('\n')) {
+            if (line.toLower().startsWith("content-length:"))
+                length = line.mid(15).trimmed().toLongLong();
+        }
+        return request.size() >= headEnd + 4 + length;
+    }
+
+    void answer(QTcpSocket* socket)
+    {
+        if (m_closing)
+            socket->disconnectFromHost();
+        if (m_reply.isEmpty())
+            return;
+        if (m_perByte.count() == 0) {
+            socket->write(m_reply);
+            socket->disconnectFromHost();
+            return;
+        }
+        auto* timer = new QTimer(socket);
+        auto sent = std::make_shared<qsizetype>(0);
+        connect(timer, &QTimer::timeout, socket, [socket, timer, sent, reply = m_reply] {
+            if (*sent == reply.size()) {
+                timer->stop();
+                socket->disconnectFromHost();
+                return;
+            }
+            socket->write(reply.mid((*sent)++, 1));
+        });
+        timer->start(m_perByte);
+    }
+
+    QTcpServer m_server;
+    bool m_listening = false;
+    bool m_closing = false;
+    QByteArray m_reply;
+    std::chrono::milliseconds m_perByte{};
+    QList<QByteArray> m_requests;
+};
