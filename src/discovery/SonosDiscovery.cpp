@@ -134,8 +134,12 @@ SonosResult<SonosDevice> parseDescription(const QString& host, const QByteArray&
 
 void sortByName(QList<SonosDevice>& devices)
 {
-    std::sort(devices.begin(), devices.end(),
-              [](const SonosDevice& a, const SonosDevice& b) { return a.name < b.name; });
+    // Equal names (a home theatre's satellites share its room name) are put in host order,
+    // so that the same household always comes back in the same order, whichever player's
+    // description arrived first.
+    std::sort(devices.begin(), devices.end(), [](const SonosDevice& a, const SonosDevice& b) {
+        return a.name != b.name ? a.name < b.name : a.host < b.host;
+    });
 }
 
 bool hasNativeOptical(const QString& model)

@@ -34,7 +34,8 @@ QFuture<SonosResult<SonosDevice>> describe(const QString& host);
 // roomName and modelName. Any of the three missing is a bad response.
 SonosResult<SonosDevice> parseDescription(const QString& host, const QByteArray& body);
 
-// Sorts by room name in plain code-point order, so "Den" comes before "den".
+// Sorts by room name in plain code-point order, so "Den" comes before "den"; equal names
+// by host.
 void sortByName(QList<SonosDevice>& devices);
 
 // Whether the model has an optical input of its own (soundbars). The test is deliberately

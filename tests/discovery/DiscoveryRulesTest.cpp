@@ -94,7 +94,7 @@ TEST(DiscoveryRules, TellsNativeOpticalFromTheModelName)
         EXPECT_FALSE(SonosDiscovery::hasNativeOptical(model)) << model;
 }
 
-TEST(DiscoveryRules, SortsByRoomNameInCodePointOrder)
+TEST(DiscoveryRules, SortsByRoomNameInCodePointOrderThenByHost)
 {
     QList<SonosDevice> devices{player("kitchen", "A"), player("Office", "B"),
                                player("Kitchen", "C"), player("Bath", "D"),
@@ -104,6 +104,13 @@ TEST(DiscoveryRules, SortsByRoomNameInCodePointOrder)
     for (const SonosDevice& device : devices)
         names.append(device.name);
     EXPECT_EQ(names, (QStringList{"Bath", "Kitchen", "Office", "kitchen", "\u00C4rbeitszimmer"}));
+
+    const SonosDevice bar = player("Den", "RINCON_1", "Beam", "10.0.0.9");
+    const SonosDevice sub = player("Den", "RINCON_2", "Sub", "10.0.0.10");
+    const SonosDevice left = player("Den", "RINCON_3", "One SL", "10.0.0.11");
+    QList<SonosDevice> theatre{left, bar, sub};
+    SonosDiscovery::sortByName(theatre);
+    EXPECT_EQ(theatre, (QList<SonosDevice>{sub, left, bar}));
 }
 
 // ---- the topology request and its readings

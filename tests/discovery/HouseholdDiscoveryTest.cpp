@@ -58,7 +58,8 @@ SonosDevice device(const QString& host, const QString& uid, const QString& name,
     return SonosDevice{host, uid, name, model};
 }
 
-// What a sweep of the home theatre finds, in room-name order ("bedroom" is lower case).
+// What a sweep of the home theatre finds, in room-name order ("bedroom" is lower case),
+// equal names in host order.
 const QList<SonosDevice> discovered{
     device("127.0.0.14", kitchen, "Kitchen", "Sonos One"),
     device("127.0.0.11", arc, "Living Room", "Sonos Arc"),
@@ -66,15 +67,6 @@ const QList<SonosDevice> discovered{
     device("127.0.0.13", surround, "Living Room", "Sonos One SL"),
     device("127.0.0.15", bedroom, "bedroom", "Sonos Era 100"),
 };
-
-bool sameDevices(QList<SonosDevice> a, QList<SonosDevice> b)
-{
-    // Equal room names keep no particular order.
-    const auto byHost = [](const SonosDevice& x, const SonosDevice& y) { return x.host < y.host; };
-    std::sort(a.begin(), a.end(), byHost);
-    std::sort(b.begin(), b.end(), byHost);
-    return a == b;
-}
 
 QStringList names(const QList<SonosDevice>& devices)
 {
@@ -107,7 +99,7 @@ protected:
 TEST_F(HouseholdDiscovery, ASweepListsEveryDescribedPlayerOnceInRoomOrder)
 {
     const QList<SonosDevice> zones = resultOf(SonosDiscovery::browse(0.5));
-    EXPECT_TRUE(sameDevices(zones, discovered));
+    EXPECT_EQ(zones, discovered);
     EXPECT_EQ(names(zones),
               (QStringList{"Kitchen", "Living Room", "Living Room", "Living Room", "bedroom"}));
 }
@@ -140,7 +132,7 @@ TEST_F(HouseholdDiscovery, ConcurrentCallersSendOneSearchAndGetTheSameList)
     const auto a = resultOf(first);
     const auto b = resultOf(second);
     EXPECT_EQ(peer.searches(), 1);
-    EXPECT_TRUE(sameDevices(a, discovered));
+    EXPECT_EQ(a, discovered);
     EXPECT_EQ(a, b);
 }
 
@@ -157,7 +149,7 @@ TEST_F(HouseholdDiscovery, TheCacheSparesTheNetworkForTenSeconds)
     EXPECT_EQ(peer.searches(), 1);
 
     now += 1s;
-    EXPECT_TRUE(sameDevices(resultOf(coordinator.zones(0.3)), discovered));
+    EXPECT_EQ(resultOf(coordinator.zones(0.3)), discovered);
     EXPECT_EQ(peer.searches(), 2);
 }
 
@@ -189,7 +181,7 @@ TEST_F(HouseholdDiscovery, AFloodDuringTheSweepChangesNothing)
         }
         spinFor(2ms);
     }
-    EXPECT_TRUE(sameDevices(resultOf(sweep), discovered));
+    EXPECT_EQ(resultOf(sweep), discovered);
 }
 
 // ---- topology
@@ -197,12 +189,11 @@ TEST_F(HouseholdDiscovery, AFloodDuringTheSweepChangesNothing)
 TEST_F(HouseholdDiscovery, VisibleHidesBondedSatellitesEvenInLowerCase)
 {
     LogWatch log;
-    const auto zones = resultOf(SonosDiscovery::browse(0.3));
-    const auto visible = resultOf(ZoneTopology::visible(zones));
+    const auto visible = resultOf(ZoneTopology::visible(resultOf(SonosDiscovery::browse(0.3))));
     EXPECT_EQ(names(visible), (QStringList{"Kitchen", "Living Room", "bedroom"}));
     EXPECT_EQ(visible.at(1).host, "127.0.0.11");
-    // Hiding the same satellites again says nothing new.
-    resultOf(ZoneTopology::visible(zones));
+    // The next refresh hides the same satellites and says nothing new.
+    resultOf(ZoneTopology::visible(resultOf(SonosDiscovery::browse(0.3))));
     const QStringList hiding = log.messages().filter("hiding bonded satellites: ");
     ASSERT_EQ(hiding.size(), 1);
     EXPECT_TRUE(hiding.first().contains("Living Room (Sonos Sub) at 127.0.0.12"));
