@@ -1,4 +1,5 @@
 #include "RawHttp.h"
+#include "common/Wait.h"
 #include "emulator/Emulator.h"
 
 #include <QElapsedTimer>
@@ -96,6 +97,10 @@ TEST_F(EmulatorHttp, DescriptionNamesTheRootDeviceFirst)
 
 TEST_F(EmulatorHttp, SetVolumeThenGetVolumeIsRecordedByteForByte)
 {
+    QStringList signalled; // delivered queued to this thread
+    QObject receiver;
+    QObject::connect(players.get(), &emulator::Emulator::requestReceived, &receiver,
+                     [&signalled](const emulator::Request& r) { signalled << r.action; });
     const QByteArray set = setVolume(arc, "42");
     const auto setReply = exchange(arc, set);
     ASSERT_TRUE(setReply);
@@ -115,6 +120,8 @@ TEST_F(EmulatorHttp, SetVolumeThenGetVolumeIsRecordedByteForByte)
     EXPECT_EQ(seen[0].headers.value(3).first, "CONTENT-LENGTH");
     EXPECT_GT(seen[1].receivedNs, seen[0].receivedNs);
     EXPECT_TRUE(players->requests(kitchen).isEmpty());
+    testing_support::spinUntil([&] { return signalled.size() >= 2; }, std::chrono::seconds(2));
+    EXPECT_EQ(signalled, (QStringList{"SetVolume", "GetVolume"}));
 
     // Someone else turns it down in the app; the next read sees it.
     players->setVolume(arc, 7);
@@ -360,4 +367,70 @@ TEST_F(EmulatorHttp, AnOfflinePlayerRefusesConnectionsUntilItIsBack)
 
     players->setOnline(arc, true);
     EXPECT_EQ(value("CurrentVolume", exchange(arc, getVolume(arc))), "25");
+}
+
+TEST(EmulatorTopology, StereoPairIsTwoMembersTheRightOneInvisible)
+{
+    emulator::EmulatorThread players;
+    const auto error = players.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/stereo-pair.json"));
+    ASSERT_FALSE(error) << error->toStdString();
+    const QString left = QStringLiteral("127.0.0.11");
+    const auto state = value("ZoneGroupState", exchange(left, zoneGroupState(left)));
+    ASSERT_TRUE(state);
+    const QString xml = unescape(*state);
+    const QRegularExpression member(QStringLiteral("<ZoneGroupMember ([^>]*)>"));
+    QStringList lounge;
+    for (auto it = member.globalMatch(xml); it.hasNext();) {
+        const QString attributes = it.next().captured(1);
+        if (attributes.contains(QStringLiteral("ZoneName=\"Lounge\"")))
+            lounge << attributes;
+    }
+    ASSERT_EQ(lounge.size(), 2);
+    EXPECT_FALSE(lounge[0].contains(QStringLiteral("Invisible")));
+    EXPECT_TRUE(lounge[1].contains(QStringLiteral("Invisible=\"1\"")));
+    for (const QString& attributes : lounge)
+        EXPECT_TRUE(attributes.contains(QStringLiteral(
+            "ChannelMapSet=\"RINCON_B8E9374A1F0001400:LF,LF;RINCON_B8E9374A2E1101400:RF,RF\"")));
+    EXPECT_EQ(value("TrackURI", exchange(left, soap(left, "AVTransport", "GetPositionInfo"))),
+              "x-rincon-stream:RINCON_B8E9374A1F0001400");
+}
+
+TEST(EmulatorHousehold32, EveryPlayerListensAndTheTopologyNamesAllOfThem)
+{
+    emulator::EmulatorThread players;
+    const auto error = players.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/household-32.json"));
+    ASSERT_FALSE(error) << error->toStdString();
+    const QStringList hosts = players->hosts();
+    ASSERT_EQ(hosts.size(), 32);
+    for (const QString& host : hosts)
+        EXPECT_EQ(value("CurrentVolume", exchange(host, getVolume(host))),
+                  QString::number(players->volume(host)))
+            << host.toStdString();
+    const QString xml = unescape(
+        value("ZoneGroupState", exchange(hosts[5], zoneGroupState(hosts[5]))).value_or(QString()));
+    EXPECT_EQ(xml.count(QStringLiteral("<ZoneGroupMember ")) +
+                  xml.count(QStringLiteral("<Satellite ")),
+              32);
+    for (const QString& host : hosts)
+        EXPECT_TRUE(xml.contains(QStringLiteral("UUID=\"%1\"").arg(players->uid(host))));
+}
+
+TEST(EmulatorConnection, ClosesWhenTheClientAsksTo)
+{
+    emulator::EmulatorThread players;
+    ASSERT_FALSE(players.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/stereo-pair.json")));
+    const QString host = QStringLiteral("127.0.0.13");
+    for (const QByteArray& request :
+         {QByteArray(
+              "GET /xml/device_description.xml HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n"),
+          QByteArray("GET /xml/device_description.xml HTTP/1.0\r\n\r\n")}) {
+        Connection c;
+        ASSERT_TRUE(c.open(host));
+        c.send(request);
+        const auto reply = c.read();
+        ASSERT_TRUE(reply);
+        EXPECT_TRUE(reply->head.contains("Connection: close"));
+        EXPECT_TRUE(c.readToEnd(2000).isEmpty());
+        EXPECT_TRUE(c.isClosed());
+    }
 }

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 using emulator::Household;
 using emulator::parseHousehold;
 
@@ -123,6 +125,11 @@ TEST(HouseholdFile, ImpossibleHouseholdsAreRefusedWithATextNamingTheEntry)
                        player("127.0.0.12", uidB, ",\"stereoPairOf\":\"127.0.0.11\""),
                    "[{\"coordinator\":\"127.0.0.12\"}]"),
          "groups[0]: RINCON_000E58BBBBBB01400 is bonded"},
+        {household(
+             player("127.0.0.11", uidA) + ',' +
+             player("127.0.0.12", uidB, ",\"stereoPairOf\":\"127.0.0.11\"") + ',' +
+             player("127.0.0.13", "RINCON_000E58CCCCCC01400", ",\"stereoPairOf\":\"127.0.0.11\"")),
+         "players[2].stereoPairOf: RINCON_000E58CCCCCC01400 cannot pair with"},
         {household(player("127.0.0.11", uidA) + ',' + player("127.0.0.12", uidB),
                    "[{\"coordinator\":\"127.0.0.11\"},{\"coordinator\":\"127.0.0.12\","
                    "\"members\":[\"127.0.0.11\"]}]"),
@@ -145,4 +152,25 @@ TEST(HouseholdFile, EmulatorLoadReportsTheFileAndRefusesToStartWithoutAHousehold
     EXPECT_TRUE(e.start(14999).has_value());
     EXPECT_TRUE(e.loadJson("{").has_value());
     EXPECT_TRUE(e.hosts().isEmpty());
+}
+
+TEST(HouseholdFile, DamagedFilesNeverCrashAndAlwaysSayWhy)
+{
+    QFile file(QStringLiteral(EMULATOR_HOUSEHOLDS "/home-theatre.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray original = file.readAll();
+    std::mt19937 random(1400);
+    const QByteArray swaps = "{}[]\",:0159aZ -";
+    int refused = 0;
+    for (int round = 0; round < 3000; ++round) {
+        QByteArray damaged = original;
+        for (int i = 0; i < 1 + round % 4; ++i)
+            damaged[random() % damaged.size()] = swaps[random() % swaps.size()];
+        const auto parsed = parseHousehold(damaged);
+        if (!parsed) {
+            EXPECT_FALSE(parsed.error().isEmpty());
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 1000);
 }

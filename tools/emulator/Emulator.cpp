@@ -97,7 +97,7 @@ HttpAnswer Emulator::Private::answer(const Request& request)
     const qsizetype query = request.path.indexOf('?');
     const QByteArray path = query < 0 ? request.path : request.path.left(query);
     if (path == "/xml/device_description.xml") {
-        if (request.method != "GET" && request.method != "HEAD")
+        if (request.method != "GET")
             return plainStatus(405);
         return HttpAnswer{200, "text/xml", deviceDescriptionXml(*player, household.id, port)};
     }
@@ -199,7 +199,7 @@ std::optional<QString> Emulator::startSsdp()
 {
     auto responder = std::make_unique<SsdpResponder>(
         [this](const QString& target) { return d->ssdpAnswers(target); });
-    if (std::optional<QString> error = responder->start())
+    if (std::optional<QString> error = responder->start(hosts()))
         return error;
     d->ssdp = std::move(responder);
     return std::nullopt;

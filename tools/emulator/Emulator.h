@@ -89,7 +89,9 @@ public:
 
     QStringList hosts() const;
 
-    // Everything below may be called from any thread while the emulator runs on its own.
+    // Everything below may be called from any thread while the emulator runs on its own
+    // (setOnline waits for the emulator's thread to act). The record holds at most the
+    // latest 100000 requests.
     QList<Request> requests(const QString& host = {}) const;
     void clearRequests();
     void setFault(const QString& host, const Fault& fault);
@@ -127,8 +129,9 @@ private:
 };
 
 // Runs an Emulator on a thread of its own, so that a client under test and the players it
-// talks to never share an event loop. The emulator object lives on that thread; its
-// thread-safe members may be called through `operator->` from the test's thread.
+// talks to never share an event loop. The emulator object lives on that thread from
+// construction to destruction; its thread-safe members may be called through `operator->`
+// from the test's thread (its `requestReceived` signal arrives there queued).
 class EmulatorThread {
 public:
     EmulatorThread();

@@ -21,8 +21,6 @@ struct EmulatorThread::Private {
     {
         std::optional<QString> error;
         run([&] {
-            if (!emulator)
-                emulator = std::make_unique<Emulator>();
             error = load(*emulator);
             if (!error)
                 error = emulator->start(port);
@@ -41,6 +39,7 @@ EmulatorThread::EmulatorThread()
     d->thread.setObjectName(QStringLiteral("emulator"));
     d->anchor.moveToThread(&d->thread);
     d->thread.start();
+    d->run([this] { d->emulator = std::make_unique<Emulator>(); });
 }
 
 EmulatorThread::~EmulatorThread()

@@ -224,6 +224,7 @@ void checkUnique(const QList<Player>& players)
 void resolveBonds(Household& h)
 {
     QSet<QString> bonded;
+    QSet<QString> pairedLeft;
     for (int i = 0; i < h.players.size(); ++i) {
         Player& p = h.players[i];
         const QString where = QStringLiteral("players[%1]").arg(i);
@@ -239,8 +240,11 @@ void resolveBonds(Household& h)
         }
         if (!p.stereoPairOf.isEmpty()) {
             p.stereoPairOf = resolve(h, p.stereoPairOf, where + QStringLiteral(".stereoPairOf"));
-            if (p.stereoPairOf == p.uid || bonded.contains(p.uid))
-                fail(where + QStringLiteral(".stereoPairOf"), QStringLiteral("impossible pairing"));
+            if (p.stereoPairOf == p.uid || bonded.contains(p.uid) ||
+                pairedLeft.contains(p.stereoPairOf))
+                fail(where + QStringLiteral(".stereoPairOf"),
+                     QStringLiteral("%1 cannot pair with %2").arg(p.uid, p.stereoPairOf));
+            pairedLeft << p.stereoPairOf;
             bonded << p.uid;
         }
     }

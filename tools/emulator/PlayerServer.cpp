@@ -32,10 +32,19 @@ void PlayerServer::goOffline()
         c->abort();
 }
 
+// A player takes only so many connections at once; beyond that it hangs up at once, so
+// a client that leaks connections finds out instead of growing the emulator.
 void PlayerServer::acceptPending()
 {
-    while (QTcpSocket* socket = m_server.nextPendingConnection())
+    constexpr qsizetype maxConnections = 128;
+    while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+        if (findChildren<HttpConnection*>(Qt::FindDirectChildrenOnly).size() >= maxConnections) {
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
         new HttpConnection(socket, m_host, m_serverHeader, m_handler, this);
+    }
 }
 
 } // namespace emulator

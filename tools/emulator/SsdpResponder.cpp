@@ -71,8 +71,10 @@ SsdpResponder::SsdpResponder(Answers answers, QObject* parent)
     connect(&m_listener, &QUdpSocket::readyRead, this, &SsdpResponder::readSearches);
 }
 
-std::optional<QString> SsdpResponder::start()
+std::optional<QString> SsdpResponder::start(const QStringList& hosts)
 {
+    for (const QString& host : hosts)
+        senderFor(host);
     if (!m_listener.bind(QHostAddress::AnyIPv4, ssdpPort,
                          QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint))
         return QStringLiteral("cannot listen for SSDP on port %1 (%2)")
@@ -98,15 +100,29 @@ void SsdpResponder::readSearches()
         const QNetworkDatagram datagram = m_listener.receiveDatagram(65535);
         const QString target = answeredSearchTarget(datagram.data());
         if (!target.isEmpty() && datagram.senderPort() > 0)
-            answer(datagram.senderAddress(), quint16(datagram.senderPort()), target);
+            answer(datagram.senderAddress(), quint16(datagram.senderPort()), target, {});
+    }
+}
+
+// A search sent straight to one player's address is answered by that player alone.
+void SsdpResponder::readUnicastSearches(QUdpSocket* socket, const QString& host)
+{
+    while (socket->hasPendingDatagrams()) {
+        const QNetworkDatagram datagram = socket->receiveDatagram(65535);
+        const QString target = answeredSearchTarget(datagram.data());
+        if (!target.isEmpty() && datagram.senderPort() > 0)
+            answer(datagram.senderAddress(), quint16(datagram.senderPort()), target, host);
     }
 }
 
 // Real players spread their answers over the search's MX window; a few tens of
 // milliseconds keep tests quick while the answers still arrive out of step.
-void SsdpResponder::answer(const QHostAddress& to, quint16 port, const QString& searchTarget)
+void SsdpResponder::answer(const QHostAddress& to, quint16 port, const QString& searchTarget,
+                           const QString& onlyHost)
 {
     for (const SsdpAnswer& a : m_answers(searchTarget)) {
+        if (!onlyHost.isEmpty() && a.host != onlyHost)
+            continue;
         QUdpSocket* sender = senderFor(a.host);
         if (!sender)
             continue;
@@ -129,6 +145,8 @@ QUdpSocket* SsdpResponder::senderFor(const QString& host)
                       QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint) &&
         !socket->bind(QHostAddress(host), 0))
         return nullptr;
+    connect(socket.get(), &QUdpSocket::readyRead, this,
+            [this, raw = socket.get(), host] { readUnicastSearches(raw, host); });
     m_senders.insert(host, socket);
     return socket.get();
 }

@@ -35,11 +35,15 @@ public:
     using Answers = std::function<QList<SsdpAnswer>(const QString& searchTarget)>;
 
     explicit SsdpResponder(Answers answers, QObject* parent = nullptr);
-    std::optional<QString> start();
+    // Listens for searches to the group and, on each player's own address, for searches
+    // sent to that player alone.
+    std::optional<QString> start(const QStringList& hosts);
 
 private:
     void readSearches();
-    void answer(const QHostAddress& to, quint16 port, const QString& searchTarget);
+    void readUnicastSearches(QUdpSocket* socket, const QString& host);
+    void answer(const QHostAddress& to, quint16 port, const QString& searchTarget,
+                const QString& onlyHost);
     QUdpSocket* senderFor(const QString& host);
 
     Answers m_answers;
