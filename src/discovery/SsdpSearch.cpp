@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -29,7 +30,8 @@ bool isValidUtf8(QByteArrayView bytes)
 }
 
 // The state of one running search. It lives until the window closes: the window's timer
-// holds the only strong reference.
+// holds the only strong reference. Reads, the timer and the end all happen on the thread
+// that started the search, so the host set needs no lock.
 class Search {
 public:
     explicit Search(std::chrono::milliseconds window)

@@ -102,6 +102,7 @@ protected:
 
 TEST_F(HouseholdDiscovery, ASweepListsEveryDescribedPlayerOnceInRoomOrder)
 {
+    // The attic answers the search but its description has no model name: it is left out.
     const QList<SonosDevice> zones = resultOf(SonosDiscovery::browse(window));
     EXPECT_EQ(zones, discovered);
     EXPECT_EQ(names(zones),
