@@ -13,6 +13,7 @@
 #include <QHash>
 #include <QThread>
 
+#include <algorithm>
 #include <mutex>
 #include <vector>
 

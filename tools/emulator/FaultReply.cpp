@@ -2,6 +2,8 @@
 
 #include "SoapEnvelope.h"
 
+#include <algorithm>
+
 namespace emulator {
 
 bool faultApplies(const Fault& fault, const Request& request)

@@ -2,6 +2,9 @@
 
 #include <QList>
 
+#include <algorithm>
+#include <cctype>
+
 namespace emulator {
 namespace {
 

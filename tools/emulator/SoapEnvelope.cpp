@@ -97,9 +97,6 @@ QString escapeXml(const QString& text)
         case '"':
             out += QStringLiteral("&quot;");
             break;
-        case '\'':
-            out += QStringLiteral("&apos;");
-            break;
         default:
             out += c;
         }

@@ -45,6 +45,8 @@ HttpAnswer soapResponse(const SoapCall& call, const QList<std::pair<QString, QSt
 // HTTP 500 with a SOAP fault carrying the UPnP error code.
 HttpAnswer upnpFault(int errorCode);
 
+// Escapes &, <, > and the double quote; apostrophes stay as they are, as players leave
+// them in room names.
 QString escapeXml(const QString& text);
 
 } // namespace emulator

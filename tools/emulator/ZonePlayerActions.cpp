@@ -5,6 +5,8 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <functional>
 #include <optional>

@@ -36,6 +36,8 @@ QString describe(const emulator::Request& r)
     QString line = r.host + u' ' + QString::fromUtf8(r.method) + u' ' + QString::fromUtf8(r.path);
     if (!r.action.isEmpty())
         line += u' ' + r.action;
+    if (!r.action.startsWith(QStringLiteral("Set")))
+        return line;
     for (const char* name : {"DesiredVolume", "DesiredMute", "EQType", "DesiredValue"}) {
         const QString value = r.argument(QString::fromLatin1(name));
         if (!value.isEmpty())
