@@ -109,6 +109,19 @@ TEST_F(HouseholdDiscovery, ASweepListsEveryDescribedPlayerOnceInRoomOrder)
               (QStringList{"Kitchen", "Living Room", "Living Room", "Living Room", "bedroom"}));
 }
 
+TEST_F(HouseholdDiscovery, APlayerWhoseDescriptionFailsIsLeftOut)
+{
+    emulator::Fault oversized;
+    oversized.kind = emulator::Fault::Kind::Oversized;
+    oversized.bodyBytes = 600 * 1024;
+    oversized.only = "/xml/device_description.xml";
+    players->setFault("127.0.0.14", oversized);
+    emulator::Fault garbage;
+    garbage.kind = emulator::Fault::Kind::Garbage;
+    players->setFault("127.0.0.15", garbage);
+    EXPECT_EQ(resultOf(SonosDiscovery::browse(window)), discovered.mid(1, 3));
+}
+
 TEST_F(HouseholdDiscovery, RepeatedAnswersAreCountedButKeptOnce)
 {
     const SsdpSearch::Result result =
