@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QList>
+#include <QSet>
+#include <QString>
+#include <QStringView>
+
+#include <optional>
+
+// Reading a GetZoneGroupState answer with plain substring scans. The group state is an XML
+// document carried as escaped text inside the SOAP answer; nothing here parses XML.
+namespace ZoneTopology {
+
+struct GroupInfo {
+    QString coordinator; // the coordinator's UID as the topology writes it
+    QStringList members; // upper-cased UIDs of the group's ZoneGroupMember tags
+    bool operator==(const GroupInfo&) const = default;
+};
+
+// "&lt;", "&gt;", "&quot;", "&apos;", then "&amp;" — that order, and nothing else.
+QString unescape(QString text);
+
+// Every opening tag "<name " … ">" in document order. A tag without attributes does not match.
+QStringList tags(QStringView name, QStringView text);
+
+// The value of name="…" inside one tag's text, as it stands.
+std::optional<QString> attribute(QStringView name, QStringView tag);
+
+// The upper-cased UUIDs of ZoneGroupMember and Satellite tags marked Invisible="1"
+// (bonded surrounds and subwoofers). Unescapes the answer first.
+QSet<QString> invisibleUIDs(const QString& answer);
+
+// The first zone group (one that names a coordinator) whose members include `uid`,
+// compared upper-cased. `text` must already be unescaped.
+std::optional<GroupInfo> groupInfo(const QString& uid, QStringView text);
+
+} // namespace ZoneTopology

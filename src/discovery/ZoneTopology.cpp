@@ -1,0 +1,231 @@
+#include "discovery/ZoneTopology.h"
+
+#include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneGroupStateRequest.h"
+#include "speaker/CappedReader.h"
+#include "support/LockedBox.h"
+#include "support/Log.h"
+
+#include <QPromise>
+
+#include <algorithm>
+#include <memory>
+
+namespace ZoneTopology {
+
+namespace {
+
+// The last "hiding bonded satellites" line written, so that a panel refreshing every
+// second does not repeat it.
+LockedBox<QString> hiddenLog;
+
+template <typename T>
+QFuture<T> readyFuture(T value)
+{
+    QPromise<T> promise;
+    promise.start();
+    promise.addResult(std::move(value));
+    promise.finish();
+    return promise.future();
+}
+
+template <typename T>
+void deliver(QPromise<T>& promise, T value)
+{
+    promise.addResult(std::move(value));
+    promise.finish();
+}
+
+// Asks the devices for the group state one at a time, stopping at the first answer.
+struct Asking {
+    QList<SonosDevice> devices;
+    qsizetype next = 0;
+    QPromise<QList<SonosDevice>> promise;
+};
+
+void askNext(const std::shared_ptr<Asking>& asking)
+{
+    if (asking->next >= asking->devices.size()) {
+        Log::info(QStringLiteral("no zone answered GetZoneGroupState; listing all %1")
+                      .arg(asking->devices.size()));
+        deliver(asking->promise, asking->devices);
+        return;
+    }
+    const SonosDevice& device = asking->devices.at(asking->next++);
+    zoneGroupState(device).then([asking](const std::optional<QString>& answer) {
+        if (answer)
+            deliver(asking->promise, withoutSatellites(asking->devices, *answer));
+        else
+            askNext(asking);
+    });
+}
+
+QString hiddenLine(const QList<SonosDevice>& removed)
+{
+    QStringList entries;
+    for (const SonosDevice& device : removed)
+        entries.append(device.name + QStringLiteral(" (") + device.model + QStringLiteral(") at ") +
+                       device.host);
+    return QStringLiteral("hiding bonded satellites: ") + entries.join(QStringLiteral(", "));
+}
+
+struct Gathering {
+    QList<ZoneState> zones;
+    qsizetype pending = 0;
+    QPromise<QList<ZoneState>> promise;
+
+    void add(ZoneState zone)
+    {
+        zones.append(std::move(zone));
+        if (--pending == 0)
+            finish();
+    }
+
+    void finish()
+    {
+        std::sort(zones.begin(), zones.end(), [](const ZoneState& a, const ZoneState& b) {
+            return a.device.name < b.device.name;
+        });
+        deliver(promise, zones);
+    }
+};
+
+} // namespace
+
+QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from)
+{
+    const QString name = from.name;
+    const auto unreachable = [name](const SpeakerError& error) {
+        Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" unreachable (") +
+                  describe(error) + u')');
+        return std::optional<QString>();
+    };
+    const SonosResult<ZoneGroupStateRequest::Prepared> prepared =
+        ZoneGroupStateRequest::prepare(from.host);
+    if (!prepared)
+        return readyFuture(unreachable(prepared.error()));
+    return CappedReader::read(prepared->request, prepared->body)
+        .then([name, unreachable](const SonosResult<CappedReader::Response>& answer) {
+            if (!answer)
+                return unreachable(answer.error());
+            if (answer->status != 200) {
+                Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" answered ") +
+                          QString::number(answer->status));
+                return std::optional<QString>();
+            }
+            return std::optional<QString>(QString::fromUtf8(answer->body));
+        });
+}
+
+QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices)
+{
+    if (devices.isEmpty())
+        return readyFuture(QList<SonosDevice>());
+    auto asking = std::make_shared<Asking>();
+    asking->devices = devices;
+    asking->promise.start();
+    QFuture<QList<SonosDevice>> future = asking->promise.future();
+    askNext(asking);
+    return future;
+}
+
+QList<SonosDevice> withoutSatellites(const QList<SonosDevice>& devices, const QString& answer)
+{
+    const QSet<QString> invisible = invisibleUIDs(answer);
+    if (invisible.isEmpty())
+        return devices;
+    QList<SonosDevice> kept;
+    QList<SonosDevice> removed;
+    for (const SonosDevice& device : devices)
+        (invisible.contains(device.uid.toUpper()) ? removed : kept).append(device);
+    if (kept.isEmpty()) {
+        Log::info(QStringLiteral("topology hid every zone; ignoring it"));
+        return devices;
+    }
+    if (removed.isEmpty())
+        return kept;
+    const QString line = hiddenLine(removed);
+    if (hiddenLog.with([&line](QString& last) { return std::exchange(last, line) != line; }))
+        Log::info(line);
+    return kept;
+}
+
+QFuture<GroupTarget> group(const SonosDevice& device, const QList<SonosDevice>& among)
+{
+    return zoneGroupState(device).then([device, among](const std::optional<QString>& answer) {
+        if (!answer)
+            return GroupTarget{device, false};
+        return groupTarget(device, among, *answer);
+    });
+}
+
+GroupTarget groupTarget(const SonosDevice& device, const QList<SonosDevice>& among,
+                        const QString& answer)
+{
+    const QString text = unescape(answer);
+    const std::optional<GroupInfo> info = groupInfo(device.uid, text);
+    if (!info)
+        return {device, false};
+    const QSet<QString> invisible = invisibleUIDs(text);
+    const auto visibleMembers =
+        std::count_if(info->members.begin(), info->members.end(),
+                      [&invisible](const QString& uid) { return !invisible.contains(uid); });
+    // Compared upper-cased on both sides, like every other UID comparison of the topology.
+    const QString coordinator = info->coordinator.toUpper();
+    const auto leader = std::find_if(among.begin(), among.end(), [&](const SonosDevice& other) {
+        return other.uid.toUpper() == coordinator;
+    });
+    return {leader == among.end() ? device : *leader, visibleMembers > 1};
+}
+
+QFuture<QList<ZoneState>> states(const QList<SonosDevice>& devices)
+{
+    auto gathering = std::make_shared<Gathering>();
+    gathering->promise.start();
+    gathering->pending = devices.size();
+    QFuture<QList<ZoneState>> future = gathering->promise.future();
+    if (devices.isEmpty()) {
+        gathering->finish();
+        return future;
+    }
+    for (const SonosDevice& device : devices)
+        device.nowPlaying().then(
+            [gathering, device](const SonosResult<SonosDevice::NowPlaying>& playing) {
+                gathering->add(ZoneState{device, playing && playing->isLineInput(),
+                                         SonosDiscovery::hasNativeOptical(device.model)});
+            });
+    return future;
+}
+
+QSet<QString> opticalCapable(const QList<ZoneState>& zones,
+                             const std::optional<QString>& configured)
+{
+    QSet<QString> names;
+    for (const ZoneState& zone : zones)
+        if (zone.hasNativeOptical)
+            names.insert(zone.device.name);
+    if (names.isEmpty())
+        for (const ZoneState& zone : zones)
+            if (zone.isPlayingLineInput)
+                names.insert(zone.device.name);
+    if (configured && !configured->isEmpty() &&
+        std::any_of(zones.begin(), zones.end(),
+                    [&](const ZoneState& zone) { return zone.device.name == *configured; }))
+        names.insert(*configured);
+    return names;
+}
+
+std::optional<QString> playingOverOptical(const QList<ZoneState>& zones)
+{
+    std::optional<QString> playing;
+    for (const ZoneState& zone : zones) {
+        if (!zone.isPlayingLineInput)
+            continue;
+        if (playing)
+            return std::nullopt;
+        playing = zone.device.name;
+    }
+    return playing;
+}
+
+} // namespace ZoneTopology

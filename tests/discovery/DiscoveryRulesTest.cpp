@@ -1,0 +1,358 @@
+// The parts of discovery and topology that need no network: the texts sent, the texts read,
+// the rules that pick and order speakers, and the coordinator's sharing and caching with a
+// scripted sweep and clock.
+#include "LogWatch.h"
+#include "common/Wait.h"
+#include "discovery/Coordinator.h"
+#include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneGroupStateRequest.h"
+#include "discovery/ZoneTopology.h"
+
+#include <QPromise>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using testing_support::await;
+
+namespace {
+
+SonosDevice player(const QString& name, const QString& uid, const QString& model = "One",
+                   const QString& host = "127.0.0.11")
+{
+    return SonosDevice{host, uid, name, model};
+}
+
+// ---- the search and the description
+
+TEST(DiscoveryTexts, TheSearchDatagramIsExact)
+{
+    EXPECT_EQ(SonosDiscovery::probe(), QByteArray("M-SEARCH * HTTP/1.1\r\n"
+                                                  "HOST: 239.255.255.250:1900\r\n"
+                                                  "MAN: \"ssdp:discover\"\r\n"
+                                                  "MX: 1\r\n"
+                                                  "ST: urn:schemas-upnp-org:device:ZonePlayer:1\r\n"
+                                                  "\r\n"));
+}
+
+const QByteArray description = R"(<?xml version="1.0" encoding="utf-8" ?>
+<root xmlns="urn:schemas-upnp-org:device-1-0">
+<device>
+<deviceType>urn:schemas-upnp-org:device:ZonePlayer:1</deviceType>
+<roomName>Living Room</roomName>
+<modelName>Sonos Arc</modelName>
+<UDN>uuid:RINCON_48A6B8C0D1E201400</UDN>
+<deviceList>
+<device><deviceType>urn:schemas-upnp-org:device:MediaRenderer:1</deviceType>
+<roomName>Other</roomName><modelName>Sonos Arc Media Renderer</modelName>
+<UDN>uuid:RINCON_48A6B8C0D1E201400_MR</UDN></device>
+</deviceList>
+</device>
+</root>)";
+
+TEST(DiscoveryTexts, ReadsTheRootDeviceOfADescription)
+{
+    const auto device = SonosDiscovery::parseDescription("192.168.1.30", description);
+    ASSERT_TRUE(device);
+    EXPECT_EQ(*device, (SonosDevice{"192.168.1.30", "RINCON_48A6B8C0D1E201400", "Living Room",
+                                    "Sonos Arc"}));
+}
+
+TEST(DiscoveryTexts, DropsADescriptionMissingAnyOfTheThree)
+{
+    for (const char* element : {"UDN", "roomName", "modelName"}) {
+        QByteArray body = description;
+        // Every occurrence goes, the embedded device's too.
+        body.replace(QByteArray("<") + element + ">", "<x>");
+        const auto device = SonosDiscovery::parseDescription("h", body);
+        ASSERT_FALSE(device) << element;
+        EXPECT_EQ(std::get<SonosError>(device.error()), SonosError::badResponse());
+    }
+    // An element with attributes is not the element.
+    QByteArray attributed = description;
+    attributed.replace("<modelName>", "<modelName lang=\"en\">");
+    EXPECT_FALSE(SonosDiscovery::parseDescription("h", attributed));
+}
+
+TEST(DiscoveryTexts, RemovesEveryUuidPrefixAndRepairsBadBytes)
+{
+    const auto device =
+        SonosDiscovery::parseDescription("h", "<UDN>uuid:uuid:RINCON_1</UDN><roomName>K\xFF\xC3\xBC"
+                                              "che</roomName><modelName>Play:1</modelName>");
+    ASSERT_TRUE(device);
+    EXPECT_EQ(device->uid, "RINCON_1");
+    EXPECT_EQ(device->name, QStringLiteral("K\uFFFD\u00FCche"));
+}
+
+TEST(DiscoveryRules, TellsNativeOpticalFromTheModelName)
+{
+    for (const char* model :
+         {"Sonos Ray", "RAY", "Playbar", "PLAYBASE", "Sonos Arc Ultra-ray", "Stray Cat"})
+        EXPECT_TRUE(SonosDiscovery::hasNativeOptical(model)) << model;
+    for (const char* model : {"Sonos Arc", "Sonos Beam", "Play:5", "Sub", "", "R a y"})
+        EXPECT_FALSE(SonosDiscovery::hasNativeOptical(model)) << model;
+}
+
+TEST(DiscoveryRules, SortsByRoomNameInCodePointOrderThenByHost)
+{
+    QList<SonosDevice> devices{player("kitchen", "A"), player("Office", "B"),
+                               player("Kitchen", "C"), player("Bath", "D"),
+                               player("\u00C4rbeitszimmer", "E")};
+    SonosDiscovery::sortByName(devices);
+    QStringList names;
+    for (const SonosDevice& device : devices)
+        names.append(device.name);
+    EXPECT_EQ(names, (QStringList{"Bath", "Kitchen", "Office", "kitchen", "\u00C4rbeitszimmer"}));
+
+    const SonosDevice bar = player("Den", "RINCON_1", "Beam", "10.0.0.9");
+    const SonosDevice sub = player("Den", "RINCON_2", "Sub", "10.0.0.10");
+    const SonosDevice left = player("Den", "RINCON_3", "One SL", "10.0.0.11");
+    QList<SonosDevice> theatre{left, bar, sub};
+    SonosDiscovery::sortByName(theatre);
+    EXPECT_EQ(theatre, (QList<SonosDevice>{sub, left, bar}));
+}
+
+// ---- the topology request and its readings
+
+TEST(TopologyRequest, CarriesNoInstanceID)
+{
+    EXPECT_EQ(ZoneGroupStateRequest::body(),
+              QByteArray("<?xml version=\"1.0\"?>\n"
+                         "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+                         "s:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\">"
+                         "<s:Body><u:GetZoneGroupState "
+                         "xmlns:u=\"urn:schemas-upnp-org:service:ZoneGroupTopology:1\"/>"
+                         "</s:Body></s:Envelope>"));
+    const auto prepared = ZoneGroupStateRequest::prepare("10.0.0.7");
+    ASSERT_TRUE(prepared);
+    EXPECT_EQ(prepared->request.url().toString(), "http://10.0.0.7:1400/ZoneGroupTopology/Control");
+    EXPECT_EQ(prepared->request.rawHeader("SOAPACTION"),
+              "\"urn:schemas-upnp-org:service:ZoneGroupTopology:1#GetZoneGroupState\"");
+    EXPECT_EQ(prepared->request.rawHeader("Content-Type"), "text/xml; charset=\"utf-8\"");
+}
+
+QString topology(const QStringList& members)
+{
+    QString text = "<ZoneGroupState><ZoneGroups><ZoneGroup Coordinator=\"RINCON_A\">" +
+                   members.join("") + "</ZoneGroup></ZoneGroups></ZoneGroupState>";
+    // As it travels inside the SOAP answer.
+    return "<ZoneGroupState>" +
+           text.replace("&", "&amp;")
+               .replace("<", "&lt;")
+               .replace(">", "&gt;")
+               .replace("\"", "&quot;") +
+           "</ZoneGroupState>";
+}
+
+QString member(const QString& uid, bool invisible = false)
+{
+    return "<ZoneGroupMember UUID=\"" + uid + "\"" + (invisible ? " Invisible=\"1\"" : "") + "/>";
+}
+
+TEST(TopologyVisible, HidesSatellitesWrittenInAnyCaseAndSaysSoOnce)
+{
+    const QList<SonosDevice> devices{player("Living Room", "RINCON_A", "Arc", "127.0.0.11"),
+                                     player("Living Room", "RINCON_SUB", "Sub", "127.0.0.12"),
+                                     player("Living Room", "rincon_ls", "One SL", "127.0.0.13"),
+                                     player("Kitchen", "RINCON_K", "One", "127.0.0.14")};
+    const QString answer = topology({member("RINCON_A"), member("rincon_sub", true),
+                                     member("RINCON_LS", true), member("RINCON_K")});
+    const QString line = "hiding bonded satellites: Living Room (Sub) at 127.0.0.12, "
+                         "Living Room (One SL) at 127.0.0.13";
+    LogWatch log;
+    const QList<SonosDevice> kept{devices[0], devices[3]};
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
+    EXPECT_EQ(log.count(line), 1);
+
+    // A different set is a new line; going back to the first set writes it again.
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices.mid(0, 2), answer), devices.mid(0, 1));
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
+    EXPECT_EQ(log.count(line), 2);
+}
+
+TEST(TopologyVisible, ATopologyThatHidesEverythingIsIgnored)
+{
+    const QList<SonosDevice> devices{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
+    LogWatch log;
+    EXPECT_EQ(ZoneTopology::withoutSatellites(
+                  devices, topology({member("RINCON_B", true), member("rincon_d", true)})),
+              devices);
+    EXPECT_EQ(log.messages(), QStringList{"topology hid every zone; ignoring it"});
+}
+
+TEST(TopologyVisible, NothingInvisibleOrNothingMatchingKeepsAllSilently)
+{
+    const QList<SonosDevice> devices{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
+    LogWatch log;
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, topology({member("RINCON_B")})), devices);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, topology({member("RINCON_X", true)})),
+              devices);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, "not a topology at all"), devices);
+    EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST(TopologyGroup, FindsTheCoordinatorAndCountsOnlyVisibleMembers)
+{
+    const SonosDevice arc = player("Living Room", "RINCON_A", "Arc");
+    const SonosDevice kitchen = player("Kitchen", "rincon_k");
+    const SonosDevice sub = player("Living Room", "RINCON_SUB", "Sub");
+    const QList<SonosDevice> among{kitchen, arc};
+
+    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, among,
+                                        topology({member("RINCON_A"), member("RINCON_K")})),
+              (ZoneTopology::GroupTarget{arc, true}));
+    // A soundbar with its sub is one visible member: not grouped.
+    EXPECT_EQ(ZoneTopology::groupTarget(arc, among,
+                                        topology({member("RINCON_A"), member("RINCON_SUB", true)})),
+              (ZoneTopology::GroupTarget{arc, false}));
+    // A coordinator that discovery did not find: the device itself.
+    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, {kitchen},
+                                        topology({member("RINCON_A"), member("RINCON_K")})),
+              (ZoneTopology::GroupTarget{kitchen, true}));
+    // Not in any group of the answer.
+    EXPECT_EQ(ZoneTopology::groupTarget(sub, among, topology({member("RINCON_A")})),
+              (ZoneTopology::GroupTarget{sub, false}));
+}
+
+ZoneState zone(const QString& name, bool lineIn, bool optical)
+{
+    return ZoneState{player(name, "RINCON_" + name), lineIn, optical};
+}
+
+TEST(TopologyOptical, PrefersNativeOpticalThenLineInputAndKeepsTheConfiguredSpeaker)
+{
+    const QList<ZoneState> mixed{zone("Bar", false, true), zone("Den", true, false),
+                                 zone("Bath", false, false)};
+    EXPECT_EQ(ZoneTopology::opticalCapable(mixed, std::nullopt), QSet<QString>{"Bar"});
+    EXPECT_EQ(ZoneTopology::opticalCapable(mixed, QString("Bath")), (QSet<QString>{"Bar", "Bath"}));
+    EXPECT_EQ(ZoneTopology::opticalCapable(mixed, QString("Attic")), QSet<QString>{"Bar"});
+    EXPECT_EQ(ZoneTopology::opticalCapable(mixed, QString("")), QSet<QString>{"Bar"});
+
+    const QList<ZoneState> noBar{zone("Den", true, false), zone("Bath", false, false),
+                                 zone("Hall", true, false)};
+    EXPECT_EQ(ZoneTopology::opticalCapable(noBar, std::nullopt), (QSet<QString>{"Den", "Hall"}));
+
+    const QList<ZoneState> quiet{zone("Den", false, false), zone("Bath", false, false)};
+    EXPECT_TRUE(ZoneTopology::opticalCapable(quiet, std::nullopt).isEmpty());
+    EXPECT_EQ(ZoneTopology::opticalCapable(quiet, QString("Bath")), QSet<QString>{"Bath"});
+}
+
+TEST(TopologyOptical, NamesTheZonePlayingLineInputOnlyWhenThereIsOne)
+{
+    EXPECT_EQ(
+        ZoneTopology::playingOverOptical({zone("Den", true, false), zone("Bar", false, true)}),
+        "Den");
+    EXPECT_EQ(ZoneTopology::playingOverOptical({zone("Den", true, false), zone("Bar", true, true)}),
+              std::nullopt);
+    EXPECT_EQ(ZoneTopology::playingOverOptical({zone("Bar", false, true)}), std::nullopt);
+    EXPECT_EQ(ZoneTopology::playingOverOptical({}), std::nullopt);
+}
+
+// ---- the coordinator, with a sweep the test finishes by hand
+
+class ScriptedSweeps {
+public:
+    QFuture<QList<SonosDevice>> operator()(double timeout)
+    {
+        timeouts.append(timeout);
+        pending.push_back(std::make_shared<QPromise<QList<SonosDevice>>>());
+        pending.back()->start();
+        return pending.back()->future();
+    }
+
+    void finish(const QList<SonosDevice>& zones)
+    {
+        auto promise = pending.front();
+        pending.erase(pending.begin());
+        promise->addResult(zones);
+        promise->finish();
+    }
+
+    QList<double> timeouts;
+    std::vector<std::shared_ptr<QPromise<QList<SonosDevice>>>> pending;
+};
+
+class CoordinatorRules : public ::testing::Test {
+protected:
+    CoordinatorRules()
+        : coordinator([this](double timeout) { return sweeps(timeout); }, [this] { return now; })
+    {
+    }
+
+    QList<SonosDevice> result(const QFuture<QList<SonosDevice>>& future)
+    {
+        EXPECT_TRUE(await(future, 2s));
+        return future.isFinished() ? future.result() : QList<SonosDevice>();
+    }
+
+    std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
+    ScriptedSweeps sweeps;
+    SonosDiscovery::Coordinator coordinator;
+    const QList<SonosDevice> household{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
+};
+
+TEST_F(CoordinatorRules, KeepsANonEmptyResultForTenSeconds)
+{
+    auto swept = coordinator.zones(1.0);
+    sweeps.finish(household);
+    EXPECT_EQ(result(swept), household);
+
+    now += 9999ms;
+    auto cached = coordinator.zones(1.0);
+    EXPECT_TRUE(cached.isFinished());
+    EXPECT_EQ(result(cached), household);
+    EXPECT_EQ(coordinator.sweepsStarted(), 1);
+
+    now += 1ms;
+    auto again = coordinator.zones(1.0);
+    EXPECT_EQ(coordinator.sweepsStarted(), 2);
+    sweeps.finish({household[0]});
+    EXPECT_EQ(result(again), QList<SonosDevice>{household[0]});
+    // The cache is replaced, and its ten seconds start again from the new sweep.
+    now += 5s;
+    EXPECT_EQ(result(coordinator.zones(1.0)), QList<SonosDevice>{household[0]});
+    EXPECT_EQ(coordinator.sweepsStarted(), 2);
+}
+
+TEST_F(CoordinatorRules, NeverKeepsAnEmptyResult)
+{
+    auto swept = coordinator.zones(1.0);
+    sweeps.finish({});
+    EXPECT_TRUE(result(swept).isEmpty());
+    auto next = coordinator.zones(1.0);
+    EXPECT_EQ(coordinator.sweepsStarted(), 2);
+    sweeps.finish(household);
+    EXPECT_EQ(result(next), household);
+
+    // An empty sweep after a good one leaves the good one in the cache.
+    now += 11s;
+    auto empty = coordinator.zones(1.0);
+    sweeps.finish({});
+    EXPECT_TRUE(result(empty).isEmpty());
+    EXPECT_EQ(coordinator.sweepsStarted(), 3);
+}
+
+TEST_F(CoordinatorRules, AnswersCallersOnOtherThreadsFromItsOwn)
+{
+    QFuture<QList<SonosDevice>> fromWorker;
+    std::unique_ptr<QThread> worker(QThread::create([&] { fromWorker = coordinator.zones(2.0); }));
+    worker->start();
+    ASSERT_TRUE(worker->wait(2000));
+    ASSERT_TRUE(testing_support::spinUntil([&] { return !sweeps.pending.empty(); }, 2s));
+    EXPECT_EQ(sweeps.timeouts, QList<double>{2.0});
+    sweeps.finish(household);
+    EXPECT_EQ(result(fromWorker), household);
+}
+
+TEST_F(CoordinatorRules, ASweepThatIsAbandonedAnswersEmpty)
+{
+    auto waiting = coordinator.zones(1.0);
+    sweeps.pending.clear(); // the promise goes away without a result
+    EXPECT_TRUE(result(waiting).isEmpty());
+    auto next = coordinator.zones(1.0);
+    EXPECT_EQ(coordinator.sweepsStarted(), 2);
+}
+
+} // namespace

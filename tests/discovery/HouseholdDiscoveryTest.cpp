@@ -1,0 +1,316 @@
+// Discovery and topology against a household of emulated players, over real multicast and
+// real HTTP inside a private network namespace. The emulator runs on a thread of its own;
+// the test's own SSDP peer counts the searches that go out.
+#include "LogWatch.h"
+#include "SsdpPeer.h"
+#include "common/Wait.h"
+#include "discovery/Coordinator.h"
+#include "discovery/SonosDiscovery.h"
+#include "discovery/SsdpSearch.h"
+#include "discovery/ZoneTopology.h"
+#include "emulator/Emulator.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using testing_support::await;
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+// The emulated players answer within a few tens of milliseconds; half a second leaves room
+// for a busy machine.
+constexpr double window = 0.5;
+
+namespace {
+
+constexpr char arc[] = "RINCON_000E58A0B1C201400";
+constexpr char sub[] = "RINCON_000E58A0B1C301400";
+constexpr char surround[] = "RINCON_000E58A0B1C401400";
+constexpr char kitchen[] = "RINCON_000E58A0B1C501400";
+constexpr char bedroom[] = "RINCON_000E58A0B1C601400";
+
+// A soundbar with a sub (written in lower case by the topology) and one surround (which
+// answers every search three times), a kitchen grouped with the bedroom, and a player whose
+// description lacks its model name.
+QByteArray homeTheatre(const QString& extra = {})
+{
+    return QStringLiteral(R"({
+  "household": "Sonos_dIsCoVeRyTeStHoUsEhOlD01",
+  "players": [
+    { "host": "127.0.0.11", "uid": "%1", "room": "Living Room", "model": "Sonos Arc",
+      "transport": "PLAYING",
+      "track": { "uri": "x-sonos-htastream:%1:spdif", "title": "TV" },
+      "satellites": ["%2", "%3"] },
+    { "host": "127.0.0.12", "uid": "%2", "room": "Living Room", "model": "Sonos Sub",
+      "channel": "SW", "quirks": { "lowerCaseUid": true } },
+    { "host": "127.0.0.13", "uid": "%3", "room": "Living Room", "model": "Sonos One SL",
+      "channel": "LR", "quirks": { "ssdpReplies": 3 } },
+    { "host": "127.0.0.14", "uid": "%4", "room": "Kitchen", "model": "Sonos One" },
+    { "host": "127.0.0.15", "uid": "%5", "room": "bedroom", "model": "Sonos Era 100" },
+    { "host": "127.0.0.16", "uid": "RINCON_000E58A0B1C701400", "room": "Attic",
+      "model": "Sonos Play:1", "quirks": { "describesModelName": false } }%6
+  ],
+  "groups": [ { "coordinator": "%4", "members": ["%5"] } ]
+})")
+        .arg(arc, sub, surround, kitchen, bedroom, extra)
+        .toUtf8();
+}
+
+SonosDevice device(const QString& host, const QString& uid, const QString& name,
+                   const QString& model)
+{
+    return SonosDevice{host, uid, name, model};
+}
+
+// What a sweep of the home theatre finds, in room-name order ("bedroom" is lower case),
+// equal names in host order.
+const QList<SonosDevice> discovered{
+    device("127.0.0.14", kitchen, "Kitchen", "Sonos One"),
+    device("127.0.0.11", arc, "Living Room", "Sonos Arc"),
+    device("127.0.0.12", sub, "Living Room", "Sonos Sub"),
+    device("127.0.0.13", surround, "Living Room", "Sonos One SL"),
+    device("127.0.0.15", bedroom, "bedroom", "Sonos Era 100"),
+};
+
+QStringList names(const QList<SonosDevice>& devices)
+{
+    QStringList names;
+    for (const SonosDevice& d : devices)
+        names.append(d.name);
+    return names;
+}
+
+template <typename T>
+T resultOf(const QFuture<T>& future, std::chrono::milliseconds timeout = 20s)
+{
+    EXPECT_TRUE(await(future, timeout));
+    return future.isFinished() ? future.result() : T{};
+}
+
+class HouseholdDiscovery : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(peer.listen());
+        const auto error = players.startJson(homeTheatre(), 1400, true);
+        ASSERT_FALSE(error) << error->toStdString();
+    }
+
+    SsdpPeer peer;
+    emulator::EmulatorThread players;
+};
+
+TEST_F(HouseholdDiscovery, ASweepListsEveryDescribedPlayerOnceInRoomOrder)
+{
+    // The attic answers the search but its description has no model name: it is left out.
+    const QList<SonosDevice> zones = resultOf(SonosDiscovery::browse(window));
+    EXPECT_EQ(zones, discovered);
+    EXPECT_EQ(names(zones),
+              (QStringList{"Kitchen", "Living Room", "Living Room", "Living Room", "bedroom"}));
+}
+
+TEST_F(HouseholdDiscovery, APlayerWhoseDescriptionFailsIsLeftOut)
+{
+    emulator::Fault oversized;
+    oversized.kind = emulator::Fault::Kind::Oversized;
+    oversized.bodyBytes = 600 * 1024;
+    oversized.only = "/xml/device_description.xml";
+    players->setFault("127.0.0.14", oversized);
+    emulator::Fault garbage;
+    garbage.kind = emulator::Fault::Kind::Garbage;
+    players->setFault("127.0.0.15", garbage);
+    EXPECT_EQ(resultOf(SonosDiscovery::browse(window)), discovered.mid(1, 3));
+}
+
+TEST_F(HouseholdDiscovery, RepeatedAnswersAreCountedButKeptOnce)
+{
+    const SsdpSearch::Result result =
+        resultOf(SsdpSearch::run(std::chrono::milliseconds(int(window * 1000))));
+    EXPECT_EQ(result.hosts, (QSet<QString>{"127.0.0.11", "127.0.0.12", "127.0.0.13", "127.0.0.14",
+                                           "127.0.0.15", "127.0.0.16"}));
+    EXPECT_EQ(result.counters.datagrams, 8); // the surround said it three times
+    EXPECT_EQ(result.counters.ignored, 0);
+}
+
+TEST_F(HouseholdDiscovery, TwoSearchesAtOnceEachGetEveryAnswer)
+{
+    auto first = SonosDiscovery::searchHosts(window);
+    auto second = SonosDiscovery::searchHosts(window);
+    const QSet<QString> a = resultOf(first);
+    const QSet<QString> b = resultOf(second);
+    EXPECT_EQ(a.size(), 6);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(peer.searches(), 2);
+}
+
+TEST_F(HouseholdDiscovery, ConcurrentCallersSendOneSearchAndGetTheSameList)
+{
+    SonosDiscovery::Coordinator coordinator;
+    auto first = coordinator.zones(window);
+    auto second = coordinator.zones(2.0);
+    const auto a = resultOf(first);
+    const auto b = resultOf(second);
+    EXPECT_EQ(peer.searches(), 1);
+    EXPECT_EQ(a, discovered);
+    EXPECT_EQ(a, b);
+}
+
+TEST_F(HouseholdDiscovery, TheCacheSparesTheNetworkForTenSeconds)
+{
+    auto now = std::chrono::steady_clock::now();
+    SonosDiscovery::Coordinator coordinator({}, [&now] { return now; });
+    const auto swept = resultOf(coordinator.zones(window));
+    ASSERT_EQ(peer.searches(), 1);
+
+    now += 9s;
+    EXPECT_EQ(resultOf(coordinator.zones(0.3)), swept);
+    spinFor(100ms);
+    EXPECT_EQ(peer.searches(), 1);
+
+    now += 1s;
+    EXPECT_EQ(resultOf(coordinator.zones(window)), discovered);
+    EXPECT_EQ(peer.searches(), 2);
+}
+
+TEST_F(HouseholdDiscovery, AnEmptySweepIsNotKept)
+{
+    for (const QString& host : players->hosts())
+        players->setOnline(host, false);
+    SonosDiscovery::Coordinator coordinator;
+    EXPECT_TRUE(resultOf(coordinator.zones(0.3)).isEmpty());
+    EXPECT_TRUE(resultOf(coordinator.zones(0.3)).isEmpty());
+    EXPECT_EQ(peer.searches(), 2);
+}
+
+TEST_F(HouseholdDiscovery, AFloodDuringTheSweepChangesNothing)
+{
+    auto sweep = SonosDiscovery::browse(1.0);
+    ASSERT_TRUE(spinUntil([this] { return peer.hasSearcher(); }, 2s));
+    QByteArray huge(65507, 'S');
+    huge.replace(0, 5, "Sonos");
+    huge[7] = char(0xC0);
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_TRUE(peer.sendBatch("127.0.0.50", "\xFF\xFE Sonos", 10));
+        ASSERT_TRUE(peer.sendBatch("127.0.0.51",
+                                   "HTTP/1.1 200 OK\r\nST: upnp:rootdevice\r\n"
+                                   "SERVER: Linux UPnP/1.0 Printer/2\r\n\r\n",
+                                   10));
+        if (round % 10 == 0) {
+            ASSERT_TRUE(peer.sendBatch("127.0.0.52", huge, 1));
+        }
+        spinFor(2ms);
+    }
+    EXPECT_EQ(resultOf(sweep), discovered);
+}
+
+// ---- topology
+
+TEST_F(HouseholdDiscovery, VisibleHidesBondedSatellitesEvenInLowerCase)
+{
+    LogWatch log;
+    const auto visible = resultOf(ZoneTopology::visible(resultOf(SonosDiscovery::browse(window))));
+    EXPECT_EQ(names(visible), (QStringList{"Kitchen", "Living Room", "bedroom"}));
+    EXPECT_EQ(visible.at(1).host, "127.0.0.11");
+    // The next refresh hides the same satellites and says nothing new.
+    resultOf(ZoneTopology::visible(resultOf(SonosDiscovery::browse(window))));
+    const QStringList hiding = log.messages().filter("hiding bonded satellites: ");
+    ASSERT_EQ(hiding.size(), 1);
+    EXPECT_TRUE(hiding.first().contains("Living Room (Sonos Sub) at 127.0.0.12"));
+    EXPECT_TRUE(hiding.first().contains("Living Room (Sonos One SL) at 127.0.0.13"));
+}
+
+TEST_F(HouseholdDiscovery, TheNextPlayerAnswersWhenTheFirstFaults)
+{
+    emulator::Fault fault;
+    fault.kind = emulator::Fault::Kind::Status;
+    fault.status = 500;
+    fault.only = "GetZoneGroupState";
+    players->setFault("127.0.0.14", fault);
+    LogWatch log;
+    const auto visible = resultOf(ZoneTopology::visible(discovered));
+    EXPECT_EQ(names(visible), (QStringList{"Kitchen", "Living Room", "bedroom"}));
+    EXPECT_EQ(log.count("topology: Kitchen answered 500"), 1);
+    EXPECT_TRUE(log.messages().filter("no zone answered").isEmpty());
+    EXPECT_EQ(players->requests("127.0.0.11").size(), 1);
+}
+
+TEST_F(HouseholdDiscovery, NoAnswerListsEveryone)
+{
+    players->setOnline("127.0.0.14", false);
+    emulator::Fault fault;
+    fault.kind = emulator::Fault::Kind::Status;
+    fault.status = 503;
+    for (const char* host : {"127.0.0.11", "127.0.0.12", "127.0.0.13", "127.0.0.15"})
+        players->setFault(host, fault);
+    LogWatch log;
+    EXPECT_EQ(resultOf(ZoneTopology::visible(discovered)), discovered);
+    const QStringList lines = log.messages();
+    EXPECT_EQ(lines.filter("topology: Kitchen unreachable (").size(), 1);
+    EXPECT_EQ(lines.count("topology: bedroom answered 503"), 1);
+    EXPECT_EQ(lines.count("no zone answered GetZoneGroupState; listing all 5"), 1);
+}
+
+TEST_F(HouseholdDiscovery, TheGroupTargetIsTheCoordinator)
+{
+    const auto forBedroom = resultOf(ZoneTopology::group(discovered[4], discovered));
+    EXPECT_EQ(forBedroom.target, discovered[0]);
+    EXPECT_TRUE(forBedroom.grouped);
+    // The soundbar with its satellites is one visible member.
+    const auto forArc = resultOf(ZoneTopology::group(discovered[1], discovered));
+    EXPECT_EQ(forArc.target, discovered[1]);
+    EXPECT_FALSE(forArc.grouped);
+
+    players->setOnline("127.0.0.15", false);
+    const auto unreachable = resultOf(ZoneTopology::group(discovered[4], discovered));
+    EXPECT_EQ(unreachable.target, discovered[4]);
+    EXPECT_FALSE(unreachable.grouped);
+}
+
+TEST_F(HouseholdDiscovery, ZoneStatesTellTheSoundbarPlayingItsTVInput)
+{
+    players->setOnline("127.0.0.15", false);
+    // The visible zones, in no order; the bedroom does not answer.
+    const QList<SonosDevice> zones{discovered[4], discovered[1], discovered[0]};
+    const QList<ZoneState> states = resultOf(ZoneTopology::states(zones));
+    const QList<ZoneState> expected{ZoneState{discovered[0], false, false},
+                                    ZoneState{discovered[1], true, false},
+                                    ZoneState{discovered[4], false, false}};
+    EXPECT_EQ(states, expected);
+    EXPECT_EQ(ZoneTopology::playingOverOptical(states), "Living Room");
+    // "Sonos Arc" has no optical input of its own by name; the one playing line input counts.
+    EXPECT_EQ(ZoneTopology::opticalCapable(states, QString("Kitchen")),
+              (QSet<QString>{"Living Room", "Kitchen"}));
+
+    // A satellite reports its home theatre's track, so with the satellites listed too no
+    // single zone is the one playing through optical.
+    const QList<ZoneState> withSatellites = resultOf(ZoneTopology::states(discovered));
+    EXPECT_EQ(withSatellites.size(), 5);
+    EXPECT_EQ(ZoneTopology::playingOverOptical(withSatellites), std::nullopt);
+}
+
+class HiddenHousehold : public ::testing::Test {
+protected:
+    emulator::EmulatorThread players;
+};
+
+TEST_F(HiddenHousehold, ATopologyThatHidesEveryPlayerIsIgnored)
+{
+    const auto error = players.startJson(R"({
+  "household": "Sonos_aLlHiDdEnHoUsEhOlD0000001",
+  "players": [
+    { "host": "127.0.0.21", "uid": "RINCON_000E58A0B2C201400", "room": "Den",
+      "model": "Sonos Beam", "invisible": true },
+    { "host": "127.0.0.22", "uid": "RINCON_000E58A0B2C301400", "room": "Study",
+      "model": "Sonos Five", "invisible": true }
+  ]
+})");
+    ASSERT_FALSE(error) << error->toStdString();
+    const QList<SonosDevice> all{
+        device("127.0.0.21", "RINCON_000E58A0B2C201400", "Den", "Sonos Beam"),
+        device("127.0.0.22", "RINCON_000E58A0B2C301400", "Study", "Sonos Five")};
+    LogWatch log;
+    EXPECT_EQ(resultOf(ZoneTopology::visible(all)), all);
+    EXPECT_EQ(log.count("topology hid every zone; ignoring it"), 1);
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "support/Log.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+
+// The log lines written since the watch began, without their time stamps.
+class LogWatch {
+public:
+    LogWatch()
+    {
+        Log::flush();
+        m_start = QFileInfo(Log::filePath()).size();
+    }
+
+    QStringList messages() const
+    {
+        Log::flush();
+        QFile file(Log::filePath());
+        if (!file.open(QIODevice::ReadOnly) || !file.seek(m_start))
+            return {};
+        QStringList messages;
+        for (const QString& line :
+             QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts))
+            messages.append(line.mid(QStringLiteral("yyyy-MM-dd HH:mm:ss ").size()));
+        return messages;
+    }
+
+    qsizetype count(const QString& message) const { return messages().count(message); }
+
+private:
+    qint64 m_start = 0;
+};
