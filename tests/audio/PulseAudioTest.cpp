@@ -74,6 +74,9 @@ TEST_F(PulseAudioTest, OutputsCarryTheirTransportWordsInServerOrder)
         "module-combine-sink",
         "sink_name=combined slaves=" + builtInSink +
             ",velotide_test_null sink_properties='device.description=\"Combined Output\"'");
+    // A microphone is a source, never an output (its name and description say USB).
+    modules.load("module-null-source", "source_name=alsa_input.usb-Blue_Yeti-00.analog-stereo "
+                                       "description=\"Yeti Stereo Microphone\"");
     ASSERT_TRUE(waitFor([](const auto& s) { return s.outputs.size() == 9; }));
 
     const QHash<QString, QString> expected{
