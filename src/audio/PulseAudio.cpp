@@ -1,0 +1,368 @@
+#include "audio/PulseAudio.h"
+
+#include "audio/SinkTransport.h"
+
+#include <QMetaObject>
+
+#include <algorithm>
+#include <pulse/pulseaudio.h>
+
+namespace {
+
+constexpr int firstRetryMs = 100;
+constexpr int longestRetryMs = 2000;
+
+QString propertyOf(const pa_proplist* properties, const char* key)
+{
+    const char* value = pa_proplist_gets(properties, key);
+    return value ? QString::fromUtf8(value) : QString();
+}
+
+SinkFacts factsOf(const pa_sink_info& info)
+{
+    SinkFacts facts;
+    for (const char* key : {"device.api", "device.bus", "device.class", "device.profile.name",
+                            "alsa.name", "node.virtual"}) {
+        const QString value = propertyOf(info.proplist, key);
+        if (!value.isNull())
+            facts.properties.insert(QString::fromLatin1(key), value);
+    }
+    facts.driver = QString::fromUtf8(info.driver ? info.driver : "");
+    if (info.active_port && info.active_port->name)
+        facts.activePort = QString::fromUtf8(info.active_port->name);
+    return facts;
+}
+
+// A stream is known by the application's identifier, else by the program's file name.
+QString applicationOf(const pa_sink_input_info& info)
+{
+    const QString id = propertyOf(info.proplist, PA_PROP_APPLICATION_ID);
+    return id.isEmpty() ? propertyOf(info.proplist, PA_PROP_APPLICATION_PROCESS_BINARY) : id;
+}
+
+} // namespace
+
+PulseAudio::PulseAudio(const QString& server, QObject* parent)
+    : AudioDevice(parent)
+    , m_server(server.toUtf8())
+{
+    m_mainloop = pa_threaded_mainloop_new();
+    m_api = pa_threaded_mainloop_get_api(m_mainloop);
+    pa_threaded_mainloop_set_name(m_mainloop, "pulse");
+    pa_threaded_mainloop_lock(m_mainloop);
+    connectToServer();
+    pa_threaded_mainloop_unlock(m_mainloop);
+    pa_threaded_mainloop_start(m_mainloop);
+}
+
+PulseAudio::~PulseAudio()
+{
+    pa_threaded_mainloop_lock(m_mainloop);
+    dropContext();
+    failPendingSwitches();
+    if (m_timer)
+        m_api->time_free(m_timer);
+    pa_threaded_mainloop_unlock(m_mainloop);
+    pa_threaded_mainloop_stop(m_mainloop);
+    pa_threaded_mainloop_free(m_mainloop);
+}
+
+AudioDevice::State PulseAudio::state() const
+{
+    return m_state.get();
+}
+
+QFuture<bool> PulseAudio::setDefaultOutput(const QString& name)
+{
+    auto pending = std::make_unique<PendingSwitch>();
+    pending->owner = this;
+    QFuture<bool> future = pending->promise.future();
+    pending->promise.start();
+
+    pa_threaded_mainloop_lock(m_mainloop);
+    const auto sink = std::find_if(m_sinks.begin(), m_sinks.end(), [&](const auto& entry) {
+        return entry.second.output.name == name;
+    });
+    pa_operation* operation = nullptr;
+    if (sink != m_sinks.end() && m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY) {
+        const auto done = [](pa_context*, int success, void* data) {
+            auto* p = static_cast<PendingSwitch*>(data);
+            p->owner->finishSwitch(p, success != 0);
+        };
+        operation = pa_context_set_default_sink(m_context, sink->second.serverName.constData(),
+                                                done, pending.get());
+    }
+    if (operation) {
+        pa_operation_unref(operation);
+        m_switches.push_back(std::move(pending));
+    } else {
+        pending->promise.addResult(false);
+        pending->promise.finish();
+    }
+    pa_threaded_mainloop_unlock(m_mainloop);
+    return future;
+}
+
+void PulseAudio::connectToServer()
+{
+    m_context = pa_context_new(m_api, "Velotide");
+    pa_context_set_state_callback(m_context, contextStateCallback, this);
+    const char* server = m_server.isEmpty() ? nullptr : m_server.constData();
+    if (pa_context_connect(m_context, server, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0)
+        startTimer(0);
+}
+
+void PulseAudio::dropContext()
+{
+    if (!m_context)
+        return;
+    pa_context_set_state_callback(m_context, nullptr, nullptr);
+    pa_context_set_subscribe_callback(m_context, nullptr, nullptr);
+    pa_context_disconnect(m_context);
+    pa_context_unref(m_context);
+    m_context = nullptr;
+}
+
+void PulseAudio::startTimer(int delayMs)
+{
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), pa_usec_t(delayMs) * PA_USEC_PER_MSEC);
+    if (m_timer)
+        m_api->time_restart(m_timer, &when);
+    else
+        m_timer = m_api->time_new(m_api, &when, timerCallback, this);
+}
+
+// A failed context is dropped on the next turn of the loop (never inside its own
+// callback), which also answers any switch still waiting on it; the next attempt to
+// connect follows after the back-off.
+void PulseAudio::timerCallback(pa_mainloop_api*, pa_time_event*, const timeval*, void* data)
+{
+    auto* self = static_cast<PulseAudio*>(data);
+    if (self->m_context) {
+        self->dropContext();
+        self->failPendingSwitches();
+        self->m_backoffMs = std::clamp(self->m_backoffMs * 2, firstRetryMs, longestRetryMs);
+        self->startTimer(self->m_backoffMs);
+        return;
+    }
+    self->connectToServer();
+}
+
+void PulseAudio::contextStateCallback(pa_context*, void* data)
+{
+    static_cast<PulseAudio*>(data)->onContextState();
+}
+
+void PulseAudio::onContextState()
+{
+    switch (pa_context_get_state(m_context)) {
+    case PA_CONTEXT_READY:
+        onReady();
+        break;
+    case PA_CONTEXT_FAILED:
+    case PA_CONTEXT_TERMINATED:
+        forgetServer();
+        startTimer(0);
+        break;
+    default:
+        break;
+    }
+}
+
+void PulseAudio::forgetServer()
+{
+    m_sinks.clear();
+    m_streams.clear();
+    m_defaultSinkName.clear();
+    m_initialPending = 0;
+    publish();
+}
+
+void PulseAudio::onReady()
+{
+    m_backoffMs = 0;
+    const auto onEventCallback = [](pa_context*, pa_subscription_event_type_t type, uint32_t index,
+                                    void* self) {
+        static_cast<PulseAudio*>(self)->onEvent(type, index);
+    };
+    pa_context_set_subscribe_callback(m_context, onEventCallback, this);
+    const auto mask = pa_subscription_mask_t(
+        PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SERVER);
+    pa_operation_unref(pa_context_subscribe(m_context, mask, nullptr, nullptr));
+
+    // The first copy is published only once all three answers are in, so nobody sees a
+    // list of sinks without its default in between.
+    m_initialPending = 3;
+    fetchServer(true);
+    const auto onSink = [](pa_context*, const pa_sink_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(true);
+        else
+            self->storeSink(*info);
+    };
+    pa_operation_unref(pa_context_get_sink_info_list(m_context, onSink, this));
+    const auto onStream = [](pa_context*, const pa_sink_input_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(true);
+        else
+            self->storeStream(*info);
+    };
+    pa_operation_unref(pa_context_get_sink_input_info_list(m_context, onStream, this));
+}
+
+void PulseAudio::requestDone(bool initial)
+{
+    if (initial && --m_initialPending > 0)
+        return;
+    if (m_initialPending == 0)
+        publish();
+}
+
+void PulseAudio::onEvent(int type, quint32 index)
+{
+    const int facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const bool removed = (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE;
+    switch (facility) {
+    case PA_SUBSCRIPTION_EVENT_SINK:
+        if (removed) {
+            m_sinks.erase(index);
+            requestDone(false);
+        } else {
+            fetchSink(index);
+        }
+        break;
+    case PA_SUBSCRIPTION_EVENT_SINK_INPUT:
+        if (removed) {
+            m_streams.erase(index);
+            requestDone(false);
+        } else {
+            fetchStream(index);
+        }
+        break;
+    case PA_SUBSCRIPTION_EVENT_SERVER:
+        fetchServer(false);
+        break;
+    default:
+        break;
+    }
+}
+
+void PulseAudio::fetchSink(quint32 index)
+{
+    const auto onSink = [](pa_context*, const pa_sink_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(false);
+        else
+            self->storeSink(*info);
+    };
+    pa_operation_unref(pa_context_get_sink_info_by_index(m_context, index, onSink, this));
+}
+
+void PulseAudio::fetchStream(quint32 index)
+{
+    const auto onStream = [](pa_context*, const pa_sink_input_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(false);
+        else
+            self->storeStream(*info);
+    };
+    pa_operation_unref(pa_context_get_sink_input_info(m_context, index, onStream, this));
+}
+
+void PulseAudio::fetchServer(bool initial)
+{
+    const auto onServer = [](pa_context*, const pa_server_info* info, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (info)
+            self->storeServer(*info);
+        self->requestDone(true);
+    };
+    const auto onServerChange = [](pa_context*, const pa_server_info* info, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (info)
+            self->storeServer(*info);
+        self->requestDone(false);
+    };
+    pa_operation_unref(
+        pa_context_get_server_info(m_context, initial ? +onServer : +onServerChange, this));
+}
+
+void PulseAudio::storeSink(const pa_sink_info& info)
+{
+    Sink& sink = m_sinks[info.index];
+    sink.serverName = QByteArray(info.name ? info.name : "");
+    sink.output = Output{info.index, QString::fromUtf8(info.description ? info.description : ""),
+                         transportWord(factsOf(info))};
+}
+
+void PulseAudio::storeStream(const pa_sink_input_info& info)
+{
+    m_streams[info.index] = Stream{applicationOf(info), info.corked != 0};
+}
+
+void PulseAudio::storeServer(const pa_server_info& info)
+{
+    m_defaultSinkName = QByteArray(info.default_sink_name ? info.default_sink_name : "");
+}
+
+void PulseAudio::finishSwitch(PendingSwitch* pending, bool accepted)
+{
+    const auto it = std::find_if(m_switches.begin(), m_switches.end(),
+                                 [&](const auto& p) { return p.get() == pending; });
+    if (it == m_switches.end())
+        return;
+    (*it)->promise.addResult(accepted);
+    (*it)->promise.finish();
+    m_switches.erase(it);
+}
+
+void PulseAudio::failPendingSwitches()
+{
+    for (auto& pending : m_switches) {
+        pending->promise.addResult(false);
+        pending->promise.finish();
+    }
+    m_switches.clear();
+}
+
+void PulseAudio::publish()
+{
+    State next;
+    next.connected = m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY;
+    for (const auto& [index, sink] : m_sinks) {
+        next.outputs.append(sink.output);
+        if (!next.defaultOutputName && !m_defaultSinkName.isEmpty() &&
+            sink.serverName == m_defaultSinkName)
+            next.defaultOutputName = sink.output.name;
+    }
+    for (const auto& [index, stream] : m_streams) {
+        if (!stream.corked && !stream.application.isEmpty() &&
+            !next.processesOutputting.contains(stream.application))
+            next.processesOutputting.append(stream.application);
+    }
+    if (next == m_published)
+        return;
+    m_published = next;
+    m_state.set(std::move(next));
+
+    // However many changes arrive before the owner's thread gets round to it, it hears of
+    // them once, and only when the state it last heard of differs.
+    if (m_notifyQueued.exchange(true))
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_notifyQueued = false;
+            State now = state();
+            if (now == m_lastAnnounced)
+                return;
+            m_lastAnnounced = std::move(now);
+            emit changed();
+        },
+        Qt::QueuedConnection);
+}

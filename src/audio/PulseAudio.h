@@ -1,0 +1,94 @@
+#pragma once
+
+#include "audio/AudioDevice.h"
+#include "support/LockedBox.h"
+
+#include <QPromise>
+
+#include <atomic>
+#include <list>
+#include <map>
+#include <memory>
+
+struct pa_context;
+struct pa_sink_info;
+struct pa_sink_input_info;
+struct pa_server_info;
+struct pa_threaded_mainloop;
+struct pa_time_event;
+struct pa_mainloop_api;
+
+// The audio outputs of a PulseAudio server (or PipeWire's PulseAudio service). A thread
+// of libpulse's own follows the server's sinks, default sink and playing streams through
+// its change subscription and publishes a copy after every change; the reads answer that
+// copy. When the server is missing or goes away, the copy is empty and the backend keeps
+// reconnecting (after 0.1 s, doubling up to 2 s) until it is back.
+class PulseAudio final : public AudioDevice {
+    Q_OBJECT
+
+public:
+    // `server` as libpulse spells it ("unix:/run/user/1000/pulse/native"); empty means
+    // the usual one ($PULSE_SERVER, then the user's own).
+    explicit PulseAudio(const QString& server = {}, QObject* parent = nullptr);
+    ~PulseAudio() override;
+
+    State state() const override;
+    QFuture<bool> setDefaultOutput(const QString& name) override;
+
+private:
+    struct Sink {
+        QByteArray serverName; // the sink's name on the server, which the default names
+        Output output;
+    };
+    struct Stream {
+        QString application;
+        bool corked = false;
+    };
+    struct PendingSwitch {
+        PulseAudio* owner = nullptr;
+        QPromise<bool> promise;
+    };
+
+    // Everything below runs on libpulse's thread, or with its lock held.
+    void connectToServer();
+    void dropContext();
+    void startTimer(int delayMs);
+    void forgetServer();
+    void onContextState();
+    void onReady();
+    void requestDone(bool initial);
+    void storeSink(const pa_sink_info& info);
+    void storeStream(const pa_sink_input_info& info);
+    void storeServer(const pa_server_info& info);
+    void fetchSink(quint32 index);
+    void fetchStream(quint32 index);
+    void fetchServer(bool initial);
+    void onEvent(int type, quint32 index);
+    void finishSwitch(PendingSwitch* pending, bool accepted);
+    void failPendingSwitches();
+    void publish();
+
+    static void contextStateCallback(pa_context* context, void* self);
+    static void timerCallback(pa_mainloop_api* api, pa_time_event* event, const struct timeval* tv,
+                              void* self);
+
+    QByteArray m_server;
+    pa_threaded_mainloop* m_mainloop = nullptr;
+    pa_mainloop_api* m_api = nullptr;
+    pa_context* m_context = nullptr;
+    pa_time_event* m_timer = nullptr;
+    int m_backoffMs = 0;
+    int m_initialPending = 0;
+    std::map<quint32, Sink> m_sinks;
+    std::map<quint32, Stream> m_streams;
+    QByteArray m_defaultSinkName;
+    std::list<std::unique_ptr<PendingSwitch>> m_switches;
+    State m_published;
+
+    // Shared between libpulse's thread and everyone else.
+    LockedBox<State> m_state;
+    std::atomic<bool> m_notifyQueued = false;
+
+    // The owner's thread only.
+    State m_lastAnnounced;
+};

@@ -1,0 +1,113 @@
+#include "PulseTools.h"
+#include "audio/AudioDevice.h"
+#include "audio/SinkTransport.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct TransportCase {
+    const char* what;
+    SinkFacts sink;
+    const char* word;
+};
+
+SinkFacts alsa(const char* bus, const char* profile, const char* alsaName = "")
+{
+    return {{{"device.api", "alsa"},
+             {"device.bus", bus},
+             {"device.class", "sound"},
+             {"device.profile.name", profile},
+             {"alsa.name", alsaName}},
+            "module-alsa-card.c",
+            {}};
+}
+
+TEST(SinkTransportTest, WordsComeFromTheSinkProperties)
+{
+    const TransportCase cases[] = {
+        {"RAOP by its module", {{}, "module-raop-sink.c", "network-output"}, "airplay"},
+        {"RAOP by its api", {{{"device.api", "raop"}}, "PipeWire", {}}, "airplay"},
+        {"Bluetooth by bus",
+         {{{"device.bus", "bluetooth"}}, "module-bluez5-device.c", {}},
+         "bluetooth"},
+        {"Bluetooth by api", {{{"device.api", "bluez5"}}, "PipeWire", {}}, "bluetooth"},
+        {"USB analog", alsa("usb", "analog-stereo"), "usb"},
+        {"a USB interface's optical output is still USB", alsa("usb", "iec958-stereo"), "usb"},
+        {"PCI S/PDIF by profile", alsa("pci", "iec958-stereo"), "spdif"},
+        {"S/PDIF by active port",
+         {{{"device.bus", "pci"}, {"device.class", "sound"}},
+          "module-alsa-card.c",
+          "iec958-stereo-output"},
+         "spdif"},
+        {"HDMI", alsa("pci", "hdmi-stereo", "HDMI 0"), "hdmi"},
+        {"HDMI/DP jack name stays HDMI", alsa("pci", "hdmi-stereo-extra2", "HDMI/DP,pcm=8"),
+         "hdmi"},
+        {"DisplayPort by ALSA name", alsa("pci", "hdmi-stereo-extra1", "DP 1"), "displayport"},
+        {"DisplayPort spelled out", alsa("pci", "hdmi-surround", "DisplayPort 2"), "displayport"},
+        {"Thunderbolt", {{{"device.bus", "thunderbolt"}}, "module-alsa-card.c", {}}, "thunderbolt"},
+        {"combine sink",
+         {{{"device.class", "abstract"}}, "module-combine-sink.c", {}},
+         "aggregate"},
+        {"null sink", {{{"device.class", "abstract"}}, "module-null-sink.c", {}}, "virtual"},
+        {"filter sink", {{{"device.class", "filter"}}, "module-remap-sink.c", {}}, "virtual"},
+        {"PipeWire virtual node", {{{"node.virtual", "true"}}, "PipeWire", {}}, "virtual"},
+        {"PCI analog", alsa("pci", "analog-stereo"), "built-in"},
+        {"SoC analog", alsa("platform", "stereo-fallback"), "built-in"},
+        {"FireWire", {{{"device.bus", "firewire"}}, "module-alsa-card.c", {}}, "other"},
+        {"nothing known", {}, "other"},
+    };
+    for (const TransportCase& c : cases)
+        EXPECT_EQ(transportWord(c.sink), QString::fromLatin1(c.word)) << c.what;
+}
+
+using Outputs = QList<AudioDevice::Output>;
+
+struct DetectCase {
+    const char* what;
+    Outputs outputs;
+    std::optional<QString> defaultName;
+    std::optional<QString> expected;
+};
+
+TEST(DetectTriggerOutputTest, PrefersTheCurrentExternalOutputThenSpdifThenUsb)
+{
+    const AudioDevice::Output builtIn{1, "Speakers", "built-in"};
+    const AudioDevice::Output spdif{2, "Digital Out", "spdif"};
+    const AudioDevice::Output usb{3, "USB DAC", "usb"};
+    const AudioDevice::Output hdmi{4, "Monitor", "hdmi"};
+    const AudioDevice::Output usb2{5, "Second DAC", "usb"};
+    const DetectCase cases[] = {
+        {"a USB default beats another S/PDIF output", {builtIn, spdif, usb}, "USB DAC", "USB DAC"},
+        {"a built-in default gives the S/PDIF output",
+         {builtIn, spdif, usb},
+         "Speakers",
+         "Digital Out"},
+        {"S/PDIF before USB without a default", {usb, spdif}, std::nullopt, "Digital Out"},
+        {"a default no output has", {usb, spdif}, "Gone", "Digital Out"},
+        {"the first USB output when there is no S/PDIF",
+         {builtIn, usb2, usb},
+         "Speakers",
+         "Second DAC"},
+        {"only HDMI and built-in", {hdmi, builtIn}, "Monitor", std::nullopt},
+        {"never AirPlay, Bluetooth, virtual or aggregate",
+         {{6, "Kitchen", "airplay"},
+          {7, "Headphones", "bluetooth"},
+          {8, "Null", "virtual"},
+          {9, "Both", "aggregate"},
+          {10, "Dock", "thunderbolt"},
+          {11, "Screen", "displayport"},
+          {12, "Card", "other"}},
+         "Kitchen",
+         std::nullopt},
+        {"of two outputs named like the default, the first is judged",
+         {spdif, {20, "Twin", "built-in"}, {21, "Twin", "usb"}},
+         "Twin",
+         "Digital Out"},
+        {"nothing at all", {}, std::nullopt, std::nullopt},
+    };
+    for (const DetectCase& c : cases)
+        EXPECT_EQ(AudioDevice::detectTriggerOutput(c.outputs, c.defaultName), c.expected) << c.what;
+}
+
+} // namespace

@@ -1,0 +1,88 @@
+// A player that can pause: one playback stream of silence that starts corked and is
+// corked or uncorked by the lines "pause" and "play" on standard input. It answers
+// "ready" once the stream exists and "ok" after each accepted command.
+// Usage: corked-stream APPLICATION-BINARY [APPLICATION-ID]
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <pulse/pulseaudio.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+pa_threaded_mainloop* loop;
+pa_stream* stream;
+
+void say(const char* line)
+{
+    std::printf("%s\n", line);
+    std::fflush(stdout);
+}
+
+void writeSilence(pa_stream* s, size_t bytes, void*)
+{
+    std::vector<char> zeros(bytes, 0);
+    pa_stream_write(s, zeros.data(), zeros.size(), nullptr, 0, PA_SEEK_RELATIVE);
+}
+
+void streamState(pa_stream* s, void*)
+{
+    if (pa_stream_get_state(s) == PA_STREAM_READY)
+        say("ready");
+    if (pa_stream_get_state(s) == PA_STREAM_FAILED)
+        say("failed");
+}
+
+void contextState(pa_context* c, void* binary)
+{
+    if (pa_context_get_state(c) == PA_CONTEXT_FAILED) {
+        say("failed");
+        return;
+    }
+    if (pa_context_get_state(c) != PA_CONTEXT_READY)
+        return;
+    const pa_sample_spec spec{PA_SAMPLE_S16LE, 44100, 2};
+    pa_proplist* properties = pa_proplist_new();
+    pa_proplist_sets(properties, PA_PROP_APPLICATION_PROCESS_BINARY, static_cast<char*>(binary));
+    stream = pa_stream_new_with_proplist(c, "silence", &spec, nullptr, properties);
+    pa_proplist_free(properties);
+    pa_stream_set_state_callback(stream, streamState, nullptr);
+    pa_stream_set_write_callback(stream, writeSilence, nullptr);
+    pa_stream_connect_playback(stream, nullptr, nullptr, PA_STREAM_START_CORKED, nullptr, nullptr);
+}
+
+void corked(pa_stream*, int success, void*)
+{
+    say(success ? "ok" : "refused");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2)
+        return 2;
+    loop = pa_threaded_mainloop_new();
+    pa_proplist* properties = pa_proplist_new();
+    if (argc > 2)
+        pa_proplist_sets(properties, PA_PROP_APPLICATION_ID, argv[2]);
+    pa_context* context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop),
+                                                       "corked-stream", properties);
+    pa_proplist_free(properties);
+    pa_context_set_state_callback(context, contextState, argv[1]);
+    pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr);
+    pa_threaded_mainloop_start(loop);
+
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        if (line != "play" && line != "pause")
+            continue;
+        pa_threaded_mainloop_lock(loop);
+        if (stream)
+            pa_operation_unref(pa_stream_cork(stream, line == "pause", corked, nullptr));
+        pa_threaded_mainloop_unlock(loop);
+    }
+    pa_threaded_mainloop_stop(loop);
+    return 0;
+}

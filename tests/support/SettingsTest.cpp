@@ -1,0 +1,383 @@
+#include "support/Settings.h"
+
+#include "support/Log.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <linux/capability.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+QT_BEGIN_NAMESPACE
+void PrintTo(const QString& s, std::ostream* os)
+{
+    *os << '"' << s.toStdString() << '"';
+}
+QT_END_NAMESPACE
+
+namespace {
+
+// The shared log must land in a private folder before its first line, so the folder is
+// chosen while the program starts.
+const QTemporaryDir& stateHome()
+{
+    static QTemporaryDir dir;
+    return dir;
+}
+[[maybe_unused]] const bool stateHomeSet =
+    qputenv("XDG_STATE_HOME", stateHome().path().toLocal8Bit());
+
+QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("(missing)");
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(bytes);
+}
+
+unsigned modeOf(const QString& path)
+{
+    struct stat st {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
+}
+
+// The log lines written since construction.
+class LogWatch {
+public:
+    LogWatch()
+    {
+        Log::flush();
+        m_before = QFileInfo(Log::filePath()).size(); // 0 while there is no file
+    }
+    QStringList lines() const
+    {
+        Log::flush();
+        QByteArray all = readFile(Log::filePath());
+        if (all == "(missing)")
+            return {};
+        QStringList out;
+        for (const QByteArray& l : all.mid(m_before).split('\n')) {
+            if (!l.isEmpty())
+                out << QString::fromUtf8(l).mid(20); // after "yyyy-MM-dd HH:mm:ss "
+        }
+        return out;
+    }
+
+private:
+    qsizetype m_before = 0;
+};
+
+// Runs `f` on a thread of its own that has given up root's power to ignore file
+// permissions, so a read-only folder is read-only even when the tests run as root.
+template <typename F>
+void withoutFileOverride(F f)
+{
+    std::thread t([&] {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[2]{};
+        ::syscall(SYS_capget, &header, data);
+        for (int cap : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER})
+            data[0].effective &= ~(1u << cap);
+        ::syscall(SYS_capset, &header, data);
+        f();
+    });
+    t.join();
+}
+
+class SettingsFileTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    QString path = dir.filePath("velotide/settings.json");
+};
+
+TEST_F(SettingsFileTest, MissingFileIsAFirstRunWithDefaultsAndNoLogLine)
+{
+    LogWatch log;
+    const auto [settings, isFirstRun] = Settings::load(path);
+    EXPECT_TRUE(isFirstRun);
+    EXPECT_EQ(settings, Settings{});
+    EXPECT_EQ(settings.route, Settings::Route::Optical);
+    EXPECT_TRUE(log.lines().isEmpty());
+}
+
+struct DecodeCase {
+    const char* what;
+    QByteArray json;
+    Settings expected;
+    QString logLine; // empty: nothing logged
+};
+
+Settings make(std::function<void(Settings&)> change)
+{
+    Settings s;
+    change(s);
+    return s;
+}
+
+TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
+{
+    const DecodeCase cases[] = {
+        {"empty object", "{}", Settings{}, {}},
+        {"only a trigger counts as configured",
+         R"({"triggerOutput": "Digital Out"})",
+         make([](Settings& s) {
+             s.triggerOutput = "Digital Out";
+             s.triggerConfigured = true;
+         }),
+         {}},
+        {"an empty trigger without the flag is not configured",
+         R"({"triggerOutput": "", "speaker": "Den"})",
+         make([](Settings& s) { s.speaker = "Den"; }),
+         {}},
+        {"an explicit false flag wins over a named trigger",
+         R"({"triggerOutput": "Digital Out", "triggerConfigured": false})",
+         make([](Settings& s) { s.triggerOutput = "Digital Out"; }),
+         {}},
+        {"an unreadable flag falls back to the trigger rule",
+         R"({"triggerOutput": "Digital Out", "triggerConfigured": "yes"})",
+         make([](Settings& s) {
+             s.triggerOutput = "Digital Out";
+             s.triggerConfigured = true;
+         }),
+         {}},
+        {"an unknown route is optical, logged, and keeps the other keys",
+         R"({"route": "bluetooth", "speaker": "Kitchen", "paused": true})", make([](Settings& s) {
+             s.speaker = "Kitchen";
+             s.paused = true;
+         }),
+         R"(settings: unknown route "bluetooth", using optical)"},
+        {"routes are matched case-sensitively", R"({"route": "AirPlay"})", Settings{},
+         R"(settings: unknown route "AirPlay", using optical)"},
+        {"the logged route is escaped", R"({"route": "a\"b\\c\nd"})", Settings{},
+         R"(settings: unknown route "a\"b\\c\nd", using optical)"},
+        {"a route of the wrong type is optical without a word", R"({"route": 3})", Settings{}, {}},
+        {"a null route is optical", R"({"route": null})", Settings{}, {}},
+        {"a string where a boolean belongs is false, the rest kept",
+         R"({"paused": "yes", "loginItemOffered": true, "speaker": "Den"})",
+         make([](Settings& s) {
+             s.loginItemOffered = true;
+             s.speaker = "Den";
+         }),
+         {}},
+        {"a number where a string belongs is empty",
+         R"({"speaker": 12, "lastKnownHost": "192.168.1.20"})",
+         make([](Settings& s) { s.lastKnownHost = "192.168.1.20"; }),
+         {}},
+        {"every key",
+         R"({"speaker": "Living Room", "route": "airplay", "triggerOutput": "Living Room",
+             "triggerConfigured": true, "opticalOutput": "Digital Out",
+             "airplayOutput": "Living Room", "paused": true, "loginItemOffered": true,
+             "lastKnownHost": "10.0.0.7", "somethingNewer": [1, 2]})",
+         make([](Settings& s) {
+             s.speaker = "Living Room";
+             s.route = Settings::Route::Airplay;
+             s.triggerOutput = "Living Room";
+             s.triggerConfigured = true;
+             s.opticalOutput = "Digital Out";
+             s.airplayOutput = "Living Room";
+             s.paused = true;
+             s.loginItemOffered = true;
+             s.lastKnownHost = "10.0.0.7";
+         }),
+         {}},
+        {"the network route",
+         R"({"route": "network"})",
+         make([](Settings& s) { s.route = Settings::Route::Network; }),
+         {}},
+    };
+    for (const DecodeCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        writeFile(path, c.json);
+        LogWatch log;
+        const auto [settings, isFirstRun] = Settings::load(path);
+        EXPECT_FALSE(isFirstRun);
+        EXPECT_EQ(settings, c.expected) << settings.toJson().constData();
+        EXPECT_EQ(log.lines(), c.logLine.isEmpty() ? QStringList() : QStringList{c.logLine});
+        EXPECT_TRUE(QFile::exists(path)) << "a decodable file is never moved";
+    }
+}
+
+TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
+{
+    for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]")}) {
+        SCOPED_TRACE(bytes.constData());
+        QDir(dir.filePath("velotide")).removeRecursively();
+        writeFile(path, bytes);
+        LogWatch log;
+        const auto [settings, isFirstRun] = Settings::load(path);
+        EXPECT_TRUE(isFirstRun);
+        EXPECT_EQ(settings, Settings{});
+        EXPECT_FALSE(QFile::exists(path));
+
+        const QStringList backups = QDir(dir.filePath("velotide")).entryList(QDir::Files);
+        ASSERT_EQ(backups.size(), 1);
+        const QRegularExpression name(
+            R"(^settings\.json\.corrupt-\d{4}-\d\d-\d\dT\d\d-\d\d-\d\dZ$)");
+        EXPECT_TRUE(name.match(backups[0]).hasMatch()) << backups[0].toStdString();
+        EXPECT_EQ(readFile(dir.filePath("velotide/" + backups[0])), bytes);
+
+        const QStringList lines = log.lines();
+        ASSERT_EQ(lines.size(), 1);
+        EXPECT_TRUE(lines[0].startsWith("settings unreadable (")) << lines[0].toStdString();
+        EXPECT_TRUE(lines[0].endsWith("); moved to " + backups[0])) << lines[0].toStdString();
+
+        Settings fresh;
+        fresh.speaker = "Den";
+        ASSERT_TRUE(fresh.save(path));
+        EXPECT_EQ(Settings::load(path).settings, fresh);
+    }
+}
+
+TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnly)
+{
+    ::umask(0022);
+    writeFile(path, "{}");
+    ::chmod(QFile::encodeName(path).constData(), 0644);
+
+    ASSERT_TRUE(Settings{}.save(path));
+    const QList<QByteArray> lines = readFile(path).trimmed().split('\n');
+    QStringList keys;
+    for (const QByteArray& l : lines) {
+        const auto m = QRegularExpression(R"re(^\s+"(\w+)": )re").match(QString::fromUtf8(l));
+        if (m.hasMatch())
+            keys << m.captured(1);
+    }
+    EXPECT_EQ(keys,
+              (QStringList{"airplayOutput", "lastKnownHost", "loginItemOffered", "opticalOutput",
+                           "paused", "route", "speaker", "triggerConfigured", "triggerOutput"}));
+    EXPECT_EQ(lines.size(), 11) << "braces plus one key per line";
+    EXPECT_TRUE(readFile(path).contains(R"("route": "optical")"));
+    EXPECT_TRUE(readFile(path).contains(R"("speaker": "")"));
+    EXPECT_EQ(modeOf(path), 0600u);
+}
+
+TEST_F(SettingsFileTest, RoundTripKeepsEveryField)
+{
+    Settings s;
+    s.speaker = "Wohnzimmer \"Süd\"";
+    s.route = Settings::Route::Network;
+    s.triggerOutput = "USB Audio CODEC";
+    s.triggerConfigured = true;
+    s.opticalOutput = "USB Audio CODEC";
+    s.airplayOutput = "Wohnzimmer";
+    s.paused = true;
+    s.loginItemOffered = true;
+    s.lastKnownHost = "fe80::1";
+    ASSERT_TRUE(s.save(path));
+    const auto [loaded, isFirstRun] = Settings::load(path);
+    EXPECT_FALSE(isFirstRun);
+    EXPECT_EQ(loaded, s);
+}
+
+TEST_F(SettingsFileTest, ReadOnlyFolderFailsTheSaveAndKeepsTheOldFile)
+{
+    writeFile(path, "{\"speaker\": \"Old\"}\n");
+    const QString folder = dir.filePath("velotide");
+    ::chmod(QFile::encodeName(folder).constData(), 0555);
+
+    LogWatch log;
+    bool saved = true;
+    Settings s;
+    s.speaker = "New";
+    withoutFileOverride([&] { saved = s.save(path); });
+    ::chmod(QFile::encodeName(folder).constData(), 0755);
+
+    EXPECT_FALSE(saved);
+    EXPECT_EQ(readFile(path), "{\"speaker\": \"Old\"}\n");
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList{"settings.json"})
+        << "no temporary file left behind";
+    const QStringList lines = log.lines();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].startsWith("could not save settings: ")) << lines[0].toStdString();
+    EXPECT_GT(lines[0].size(), QString("could not save settings: ").size());
+}
+
+TEST_F(SettingsFileTest, FolderThatCannotBeCreatedFailsTheSave)
+{
+    writeFile(dir.filePath("blocker"), "a file where a folder should be");
+    LogWatch log;
+    EXPECT_FALSE(Settings{}.save(dir.filePath("blocker/velotide/settings.json")));
+    const QStringList lines = log.lines();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].startsWith("could not save settings: "));
+}
+
+TEST_F(SettingsFileTest, ConcurrentSavesAlwaysLeaveOneWholeRecord)
+{
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([this, t] {
+            Settings s;
+            s.speaker = QString(200, QChar(u'a' + t));
+            for (int i = 0; i < 40; ++i)
+                s.save(path);
+        });
+    }
+    std::atomic<bool> done = false;
+    int torn = 0;
+    std::thread reader([&] {
+        while (!done) {
+            const QByteArray bytes = readFile(path);
+            if (bytes != "(missing)" && !bytes.trimmed().endsWith('}'))
+                ++torn;
+        }
+    });
+    for (auto& w : writers)
+        w.join();
+    done = true;
+    reader.join();
+    EXPECT_EQ(torn, 0);
+    const QString speaker = Settings::load(path).settings.speaker;
+    EXPECT_EQ(speaker.size(), 200);
+    EXPECT_EQ(speaker.count(speaker[0]), 200);
+}
+
+TEST(SettingsLocationTest, LivesInTheXdgConfigFolderWhichSaveCreates)
+{
+    QTemporaryDir home;
+    const QByteArray saved = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", home.filePath("deep/config").toLocal8Bit());
+    EXPECT_EQ(Settings::directory(), home.filePath("deep/config/velotide"));
+    EXPECT_EQ(Settings::filePath(), home.filePath("deep/config/velotide/settings.json"));
+    Settings s;
+    s.paused = true;
+    EXPECT_TRUE(s.save());
+    EXPECT_EQ(Settings::load().settings, s);
+
+    qputenv("XDG_CONFIG_HOME", "relative/ignored");
+    EXPECT_EQ(Settings::filePath(), QDir::homePath() + "/.config/velotide/settings.json");
+    qputenv("XDG_CONFIG_HOME", saved);
+}
+
+TEST(SettingsRememberTest, TriggersGoToTheSlotOfTheirRoute)
+{
+    Settings s;
+    s.rememberTrigger("", Settings::Route::Airplay);
+    EXPECT_EQ(s, Settings{});
+
+    s.rememberTrigger("Kitchen", Settings::Route::Airplay);
+    EXPECT_EQ(s.airplayOutput, "Kitchen");
+    EXPECT_EQ(s.opticalOutput, "");
+
+    s.rememberTrigger("Digital Out", Settings::Route::Network);
+    EXPECT_EQ(s.opticalOutput, "Digital Out");
+    s.rememberTrigger("USB DAC", Settings::Route::Optical);
+    EXPECT_EQ(s.opticalOutput, "USB DAC");
+    EXPECT_EQ(s.airplayOutput, "Kitchen");
+    EXPECT_EQ(s.triggerOutput, "") << "remembering does not choose the trigger";
+}
+
+} // namespace
