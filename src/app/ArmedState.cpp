@@ -10,9 +10,9 @@ namespace {
 // English, translated, and in the wording it had before it was adapted to this platform.
 bool suggestsBlockedDiscovery(const QString& error)
 {
-    return error.contains(QLatin1String(platformText(PlatformText::discoveryBlockedHint)))
-           || error.contains(uiText(PlatformText::discoveryBlockedHint))
-           || error.contains(QLatin1String("local network"));
+    return error.contains(QLatin1String(platformText(PlatformText::discoveryBlockedHint))) ||
+           error.contains(uiText(PlatformText::discoveryBlockedHint)) ||
+           error.contains(QLatin1String("local network"));
 }
 
 } // namespace
@@ -46,8 +46,8 @@ QString ArmedState::reason() const
     case Case::noOutputChosen:
         return QStringLiteral("no output chosen");
     case Case::wrongOutput:
-        return QStringLiteral("output is ") + m_current.value_or(QStringLiteral("unknown"))
-               + QStringLiteral(", not ") + m_trigger;
+        return QStringLiteral("output is ") + m_current.value_or(QStringLiteral("unknown")) +
+               QStringLiteral(", not ") + m_trigger;
     }
     return {};
 }

@@ -14,19 +14,19 @@ using enum TextUse;
 
 constexpr std::array words{
     // Arming and input access
-    PlatformWord{inputAccessMissing, log, //
+    PlatformWord{inputAccessMissing, log,            //
                  "Accessibility permission missing", //
                  "input access missing"},
     PlatformWord{volumeKeysNeedInputAccess, shown, //
                  "Volume keys need Accessibility permission",
                  SHOWN("Volume keys need input access")},
     PlatformWord{openInputAccessSettings, shown, //
-                 "Open Accessibility settings", //
+                 "Open Accessibility settings",  //
                  SHOWN("Open input access settings")},
     PlatformWord{inputAccessAlreadyListed, shown,
                  "Already listed? Select it, press \u2212, then relaunch",
                  SHOWN("Already installed? Check that velotide-keyd is running, then relaunch")},
-    PlatformWord{inputAccessGranted, log, //
+    PlatformWord{inputAccessGranted, log,            //
                  "Accessibility permission granted", //
                  "Input access granted"},
     PlatformWord{inputAccessNeededRequesting, log,
@@ -41,7 +41,7 @@ constexpr std::array words{
                  "chosen"},
 
     // Discovery
-    PlatformWord{openNetworkSettings, shown, //
+    PlatformWord{openNetworkSettings, shown,    //
                  "Open Local Network settings", //
                  SHOWN("Open network settings")},
     PlatformWord{noSpeakersFound, shown, //
@@ -50,7 +50,7 @@ constexpr std::array words{
     // The part of a speaker error that says discovery may be blocked; the panel offers the
     // network settings when the error contains it.
     PlatformWord{discoveryBlockedHint, shown, //
-                 "local network", //
+                 "local network",             //
                  SHOWN("is a firewall blocking discovery?")},
     PlatformWord{noZonesPersistHint, log,
                  "if this persists, check Privacy & Security > Local Network",
@@ -64,16 +64,16 @@ constexpr std::array words{
                  "No Sound menu extra in Control Center \u2014 is it hidden?",
                  "No AirPlay discovery in the sound server \u2014 is module-raop-discover "
                  "installed?"},
-    PlatformWord{routedViaSoundServer, log, //
+    PlatformWord{routedViaSoundServer, log,     //
                  "' via Control Center (now '", //
                  "' via the sound server (now '"},
-    PlatformWord{routedDirectly, log, //
+    PlatformWord{routedDirectly, log,      //
                  "' via CoreAudio (now '", //
                  "' via PulseAudio (now '"},
 
     // Panel and menus
     PlatformWord{computerAudioGoingTo, shown, //
-                 "Mac audio is going to %@", //
+                 "Mac audio is going to %@",  //
                  SHOWN("This computer's audio is going to %1")},
     PlatformWord{openAtLoginBlocked, shown, //
                  "Open at Login (blocked in System Settings)",
@@ -83,7 +83,7 @@ constexpr std::array words{
                  SHOWN("Volume keys redirect only while this computer plays through this output")},
 
     // Probe report and diagnostics
-    PlatformWord{probeInputAccess, report, //
+    PlatformWord{probeInputAccess, report,    //
                  "  Accessibility trusted: ", //
                  "  Input access: "},
     PlatformWord{probeInputAccessRemark, report,
@@ -97,13 +97,13 @@ constexpr std::array words{
                  "  and that local network access is allowed for this app",
                  "  and whether a firewall is blocking discovery"},
     PlatformWord{diagnosticsSystem, report, //
-                 "macOS: ", //
+                 "macOS: ",                 //
                  "system: "},
     PlatformWord{diagnosticsInputAccess, report, //
-                 "accessibility trusted: ", //
+                 "accessibility trusted: ",      //
                  "input access: "},
     PlatformWord{diagnosticsBlockedInSettings, report, //
-                 " (blocked in System Settings)", //
+                 " (blocked in System Settings)",      //
                  " (blocked in Settings)"},
     PlatformWord{diagnosticsCopiedInformation, shown,
                  "Ready to paste into a bug report.\n\nIt includes your speaker's name and its "
@@ -153,16 +153,17 @@ constexpr std::array words{
                  "and your Mac's own volume keys go back to normal.",
                  SHOWN("This removes:\n\n%1\n\nVelotide will quit. Nothing on your speakers "
                        "changes, and this computer's own volume keys go back to normal.")},
-    PlatformWord{uninstallGrantsLine, shown,
-                 "\u2022 its Accessibility, Automation and Local Network permissions",
-                 SHOWN("\u2022 not the key service, velotide-keyd: remove it with %1")},
+    PlatformWord{
+        uninstallGrantsLine, shown,
+        "\u2022 its Accessibility, Automation and Local Network permissions",
+        SHOWN("\u2022 NOT the key service, velotide-keyd, which belongs to the whole system")},
     PlatformWord{uninstallGrantsCleared, shown,
                  "Its permissions were already cleared, so it will ask for Accessibility again "
                  "next launch. Your settings are untouched.",
                  SHOWN("Input access stays with the key service, velotide-keyd. Your settings "
                        "are untouched.")},
     PlatformWord{showInFolder, shown, //
-                 "Show in Finder", //
+                 "Show in Finder",    //
                  SHOWN("Show in Folder")},
 };
 
