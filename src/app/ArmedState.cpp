@@ -62,13 +62,13 @@ QString ArmedState::panelMessage() const
     case Case::noAccessibility:
         return uiText(PlatformText::volumeKeysNeedInputAccess);
     case Case::tapInactive:
-        return uiText("Volume keys inactive \u2014 event tap inactive");
+        return uiText("Volume keys inactive — event tap inactive");
     case Case::speakerNotConnected:
-        return uiText("Volume keys inactive \u2014 speaker not connected");
+        return uiText("Volume keys inactive — speaker not connected");
     case Case::noOutputChosen:
         return uiText("Choose which output the keys apply to");
     case Case::wrongOutput:
-        return uiText("Volume keys inactive \u2014 playing to %1")
+        return uiText("Volume keys inactive — playing to %1")
             .arg(m_current ? *m_current : uiText("another output"));
     }
     return {};

@@ -40,7 +40,7 @@ inline std::optional<QString> callToAction(PanelFix fix)
     case PanelFix::chooseOutput:
         return uiText("Choose an output");
     case PanelFix::uninstall:
-        return uiText("Uninstall Velotide\u2026");
+        return uiText("Uninstall Velotide\u2026"); // one ellipsis character
     }
     return std::nullopt;
 }

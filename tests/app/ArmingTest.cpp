@@ -79,8 +79,6 @@ TEST(Arming, OutputsAreComparedExactly)
     context.currentOutput = QStringLiteral("optical out");
     EXPECT_EQ(context.evaluate(), ArmedState::wrongOutput(QStringLiteral("optical out"),
                                                           QStringLiteral("Optical Out")));
-    context.currentOutput = QStringLiteral("Optical Out ");
-    EXPECT_FALSE(context.evaluate().isArmed());
     context.currentOutput.reset();
     const ArmedState state = context.evaluate();
     EXPECT_EQ(state, ArmedState::wrongOutput(std::nullopt, QStringLiteral("Optical Out")));
@@ -159,9 +157,7 @@ TEST(Arming, NetworkSettingsOfferedOnlyWhenTheSpeakerErrorSuggestsBlockedDiscove
 {
     const ArmedState state(Case::speakerNotConnected);
     EXPECT_EQ(state.fix(std::nullopt), PanelFix::none) << "no snapshot yet";
-    EXPECT_EQ(state.fix(QString()), PanelFix::none);
     EXPECT_EQ(state.fix(QStringLiteral("Speaker 'Den' unreachable")), PanelFix::none);
-    EXPECT_EQ(state.fix(QStringLiteral("Looking for Den")), PanelFix::none);
     EXPECT_EQ(state.fix(QStringLiteral("No speakers found — is a firewall blocking discovery?")),
               PanelFix::openLocalNetworkSettings);
     EXPECT_EQ(state.fix(QStringLiteral("No speakers found — allow local network access?")),

@@ -25,20 +25,13 @@ TEST(CommandLine, RunModeFromWholeArguments)
         {{"--probe=1"}, RunMode::application},
         {{"--probex"}, RunMode::application},
         {{"-probe"}, RunMode::application},
-        {{"--PROBE"}, RunMode::application},
         {{" --probe"}, RunMode::application},
-        {{"probe"}, RunMode::application},
         {{"--hud-demo=1", "-hud-demo"}, RunMode::application},
         {{"--probe=1", "--hud-demo"}, RunMode::hudDemo},
         {{"--demo-panel", "--demo-onboarding"}, RunMode::application},
     };
     for (const Row& row : rows)
         EXPECT_EQ(parse(row.arguments).mode, row.mode) << row.arguments.join(' ').toStdString();
-}
-
-TEST(CommandLine, EmptyListIsTheApplication)
-{
-    EXPECT_EQ(CommandLine::parse({}).mode, RunMode::application);
 }
 
 TEST(CommandLine, StagingFlagsAreKeptWhateverTheMode)
@@ -71,13 +64,11 @@ TEST(CommandLine, DemoStepNumber)
         {{}, std::nullopt},
         {{"--demo-step"}, std::nullopt},
         {{"--demo-step=4"}, 4},
-        {{"--demo-step=0"}, 0},
         {{"--demo-step=-2"}, -2},
         {{"--demo-step="}, 0},
         {{"--demo-step=two"}, 0},
         {{"--demo-step=3x"}, 0},
         {{"--demo-step= 3"}, 0},
-        {{"--demo-step=0x10"}, 0},
         {{"--demo-step=99999999999"}, 0},
         {{"--demo-step=2", "--demo-step=5"}, 2},
         {{"--demo-step=x", "--demo-step=5"}, 0},
