@@ -1,0 +1,97 @@
+#include "app/ArmedState.h"
+
+#include "support/PlatformWords.h"
+#include "support/UiText.h"
+
+namespace {
+
+// The speaker controller's error when discovery keeps coming back empty suggests that
+// something blocks it; only then is the network settings worth offering. The hint counts in
+// English, translated, and in the wording it had before it was adapted to this platform.
+bool suggestsBlockedDiscovery(const QString& error)
+{
+    return error.contains(QLatin1String(platformText(PlatformText::discoveryBlockedHint))) ||
+           error.contains(uiText(PlatformText::discoveryBlockedHint)) ||
+           error.contains(QLatin1String("local network"));
+}
+
+} // namespace
+
+ArmedState::ArmedState(Case c)
+    : m_case(c)
+{
+}
+
+ArmedState ArmedState::wrongOutput(std::optional<QString> current, QString trigger)
+{
+    ArmedState state(Case::wrongOutput);
+    state.m_current = std::move(current);
+    state.m_trigger = std::move(trigger);
+    return state;
+}
+
+QString ArmedState::reason() const
+{
+    switch (m_case) {
+    case Case::armed:
+        return {};
+    case Case::paused:
+        return QStringLiteral("paused");
+    case Case::noAccessibility:
+        return QString::fromUtf8(platformText(PlatformText::inputAccessMissing));
+    case Case::tapInactive:
+        return QStringLiteral("event tap inactive");
+    case Case::speakerNotConnected:
+        return QStringLiteral("speaker not connected");
+    case Case::noOutputChosen:
+        return QStringLiteral("no output chosen");
+    case Case::wrongOutput:
+        return QStringLiteral("output is ") + m_current.value_or(QStringLiteral("unknown")) +
+               QStringLiteral(", not ") + m_trigger;
+    }
+    return {};
+}
+
+QString ArmedState::panelMessage() const
+{
+    switch (m_case) {
+    case Case::armed:
+        return {};
+    case Case::paused:
+        return uiText("Volume keys are paused");
+    case Case::noAccessibility:
+        return uiText(PlatformText::volumeKeysNeedInputAccess);
+    case Case::tapInactive:
+        return uiText("Volume keys inactive — event tap inactive");
+    case Case::speakerNotConnected:
+        return uiText("Volume keys inactive — speaker not connected");
+    case Case::noOutputChosen:
+        return uiText("Choose which output the keys apply to");
+    case Case::wrongOutput:
+        return uiText("Volume keys inactive — playing to %1")
+            .arg(m_current ? *m_current : uiText("another output"));
+    }
+    return {};
+}
+
+PanelFix ArmedState::fix(const std::optional<QString>& lastSnapshotError) const
+{
+    switch (m_case) {
+    case Case::armed:
+    case Case::tapInactive:
+        return PanelFix::none;
+    case Case::paused:
+        return PanelFix::resumeKeys;
+    case Case::noAccessibility:
+        return PanelFix::openAccessibilitySettings;
+    case Case::speakerNotConnected:
+        return lastSnapshotError && suggestsBlockedDiscovery(*lastSnapshotError)
+                   ? PanelFix::openLocalNetworkSettings
+                   : PanelFix::none;
+    case Case::noOutputChosen:
+        return PanelFix::chooseOutput;
+    case Case::wrongOutput:
+        return PanelFix::openSoundSettings;
+    }
+    return PanelFix::none;
+}

@@ -1,0 +1,80 @@
+#include "support/PlatformWords.h"
+
+#include <QCoreApplication>
+#include <QRegularExpression>
+#include <QTranslator>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Words that name the platform the texts were first written for, or its parts. The local
+// network itself exists everywhere; only its permission is foreign.
+const QStringList foreignWords{
+    "Mac",           "macOS",          "System Settings", "Accessibility",
+    "accessibility", "Control Center", "Local Network",   "local network access",
+    "Privacy",       "ad-hoc",         "CoreAudio",       "Finder"};
+
+bool namesForeignPlatform(const QString& text)
+{
+    for (const QString& word : foreignWords) {
+        if (text.contains(word))
+            return true;
+    }
+    return false;
+}
+
+int placeholderCount(const QString& text)
+{
+    static const QRegularExpression placeholder(QStringLiteral("%(\\d\\$)?@|%\\d"));
+    return int(text.count(placeholder));
+}
+
+TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
+{
+    for (const PlatformWord& word : platformWords()) {
+        const QString elsewhere = QString::fromUtf8(word.elsewhere);
+        const QString here = QString::fromUtf8(word.here);
+        // Two rows describe the other platform without naming it: a fragment of a sentence,
+        // and the steps through its permission list.
+        if (word.id != PlatformText::discoveryBlockedHint &&
+            word.id != PlatformText::inputAccessAlreadyListed) {
+            EXPECT_TRUE(namesForeignPlatform(elsewhere)) << word.elsewhere;
+        }
+        EXPECT_FALSE(namesForeignPlatform(here)) << word.here;
+        EXPECT_FALSE(here.contains(QStringLiteral("%@"))) << "Qt placeholders here: " << word.here;
+        EXPECT_EQ(placeholderCount(elsewhere), placeholderCount(here)) << word.here;
+        EXPECT_EQ(platformText(word.id), word.here);
+    }
+}
+
+TEST(PlatformWords, RemarksNamedByThePlatformPageAreExchanged)
+{
+    EXPECT_STREQ(platformText(PlatformText::probeInputAccessRemark),
+                 "    (input access comes from the key service, velotide-keyd)");
+    EXPECT_STREQ(platformText(PlatformText::probeInputAccess), "  Input access: ");
+    EXPECT_STREQ(platformText(PlatformText::openAtLoginBlocked),
+                 "Open at Login (blocked in Settings)");
+}
+
+class UpperCaseTranslator : public QTranslator {
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char* context, const char* source, const char*, int) const override
+    {
+        return qstrcmp(context, "Velotide") == 0 ? QString::fromUtf8(source).toUpper() : QString();
+    }
+};
+
+TEST(PlatformWords, ShownTextsGoThroughTheStringTable)
+{
+    UpperCaseTranslator translator;
+    ASSERT_TRUE(QCoreApplication::installTranslator(&translator));
+    EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo).arg(QStringLiteral("HDMI")),
+              QStringLiteral("THIS COMPUTER'S AUDIO IS GOING TO HDMI"));
+    QCoreApplication::removeTranslator(&translator);
+    EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo),
+              QStringLiteral("This computer's audio is going to %1"));
+}
+
+} // namespace
