@@ -105,9 +105,9 @@ TEST_F(X11TapTest, aHeldKeyRepeatsAndItsReleaseFollowsItsFirstPress)
     ASSERT_TRUE(tap->install());
 
     // Held longer than the auto-repeat delay, the key repeats.
-    ASSERT_TRUE(xdotool({QStringLiteral("keydown"), down, QStringLiteral("sleep"),
-                         QStringLiteral("0.9"), QStringLiteral("keyup"), down,
-                         QStringLiteral("key"), down}));
+    ASSERT_TRUE(
+        xdotool({QStringLiteral("keydown"), down, QStringLiteral("sleep"), QStringLiteral("0.9"),
+                 QStringLiteral("keyup"), down, QStringLiteral("key"), down}));
     settle();
     ASSERT_GE(recorder.keys.size(), 3u);
     EXPECT_EQ(recorder.keys.front(), (Key{MediaKey::soundDown, false, false}));
