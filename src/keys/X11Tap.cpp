@@ -72,7 +72,8 @@ X11Tap::X11Tap(Callbacks callbacks)
             m_keys[code] = key;
     }
     // A held key then repeats as presses without releases in between, so a repeat is a
-    // press of a key that is already down.
+    // press of a key that is already down. (A server without this turns each repeat into a
+    // release and a fresh press; keys still work, only isRepeat stays false.)
     XkbSetDetectableAutoRepeat(display, True, nullptr);
     m_x->setEventHandler([this](XEvent& event) {
         if (event.type == KeyPress || event.type == KeyRelease)

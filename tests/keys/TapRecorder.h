@@ -2,6 +2,7 @@
 
 #include "keys/EventTap.h"
 
+#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,11 @@ struct TapRecorder {
         bool fine;
         bool isRepeat;
         bool operator==(const Key&) const = default;
+        friend void PrintTo(const Key& k, std::ostream* out)
+        {
+            *out << "{key " << int(k.key) << ", fine " << k.fine << ", repeat " << k.isRepeat
+                 << "}";
+        }
     };
 
     bool armedAnswer = false;

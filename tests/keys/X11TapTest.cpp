@@ -81,18 +81,24 @@ TEST_F(X11TapTest, unarmedKeysReachTheFocusedWindowAndAreNotReported)
     EXPECT_TRUE(recorder.keys.empty());
 }
 
-TEST_F(X11TapTest, shiftMakesAFineStepAndOtherModifiersChangeNothing)
+TEST_F(X11TapTest, shiftMakesAFineStepAndOtherModifiersAndLocksChangeNothing)
 {
     recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
 
     ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("shift+") + up,
                          QStringLiteral("ctrl+") + down, QStringLiteral("alt+") + mute}));
+    // With Caps Lock and Num Lock on, the keys are still ours.
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("Caps_Lock"),
+                         QStringLiteral("Num_Lock"), up, QStringLiteral("shift+") + down,
+                         QStringLiteral("Caps_Lock"), QStringLiteral("Num_Lock")}));
     settle();
 
     const std::vector<Key> expected{{MediaKey::soundUp, true, false},
                                     {MediaKey::soundDown, false, false},
-                                    {MediaKey::mute, false, false}};
+                                    {MediaKey::mute, false, false},
+                                    {MediaKey::soundUp, false, false},
+                                    {MediaKey::soundDown, true, false}};
     EXPECT_EQ(recorder.keys, expected);
     EXPECT_EQ(windowSaw(Qt::Key_VolumeUp) + windowSaw(Qt::Key_VolumeDown) +
                   windowSaw(Qt::Key_VolumeMute),
