@@ -4,6 +4,14 @@
 
 #include <QFile>
 #include <QStringList>
+#include <QTemporaryDir>
+
+// Each test process writes a log of its own, so that runs side by side do not mix lines.
+inline const bool logInPrivateFolder = [] {
+    static QTemporaryDir folder;
+    qputenv("XDG_STATE_HOME", QFile::encodeName(folder.path()));
+    return true;
+}();
 
 // The log lines written since this object was made (messages only, without timestamps).
 class LogLines {
