@@ -1,11 +1,10 @@
 #include "keyd/Device.h"
 
-#include <libevdev/libevdev-uinput.h>
-#include <libevdev/libevdev.h>
-
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <libevdev/libevdev-uinput.h>
+#include <libevdev/libevdev.h>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>

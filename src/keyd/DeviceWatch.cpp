@@ -1,8 +1,7 @@
 #include "keyd/DeviceWatch.h"
 
-#include <libudev.h>
-
 #include <cstring>
+#include <libudev.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -53,8 +52,7 @@ std::vector<DeviceEvent> DeviceWatch::scan()
     udev_list_entry* entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate))
     {
-        udev_device* device =
-            udev_device_new_from_syspath(m_udev, udev_list_entry_get_name(entry));
+        udev_device* device = udev_device_new_from_syspath(m_udev, udev_list_entry_get_name(entry));
         if (device && isEventNode(device))
             found.push_back(DeviceEvent{DeviceEvent::Kind::added, udev_device_get_devnode(device),
                                         udev_device_get_syspath(device)});

@@ -21,11 +21,10 @@
 
 #include "keyd/Protocol.h"
 
-#include <linux/input.h>
-
 #include <array>
 #include <bitset>
 #include <functional>
+#include <linux/input.h>
 #include <optional>
 #include <vector>
 
