@@ -95,9 +95,7 @@ bool ServiceTap::isAlive() const
 
 bool ServiceTap::reenable()
 {
-    if (!connectSocket())
-        return false;
-    return true;
+    return connectSocket();
 }
 
 // Starts a fresh connection in place of any earlier one. A local socket connects at once or

@@ -198,26 +198,6 @@ TEST_F(ServiceTapTest, aDeadServiceIsRebuiltByTheWatchdogAndPicksUpWhenItReturns
     EXPECT_TRUE(waitForHealth({true, true}));
 }
 
-TEST_F(ServiceTapTest, aServiceThatGoesAwayRevokesInputAccessAndItsReturnGrantsIt)
-{
-    ASSERT_TRUE(service.start());
-    auto tap = makeTap();
-    tap->install();
-    tap->check();
-    ASSERT_TRUE(waitForHealth({true, true}));
-
-    service.stop(); // a clean stop removes the socket
-    ASSERT_TRUE(waitForHealth({false, false}));
-    tap->check();
-    tap->check();
-    EXPECT_EQ(log.count(QStringLiteral("Input access was revoked — keys released")), 1);
-
-    ASSERT_TRUE(service.start());
-    tap->check();
-    ASSERT_TRUE(waitForHealth({true, true}));
-    EXPECT_EQ(log.count(QStringLiteral("Input access granted")), 1);
-}
-
 TEST_F(ServiceTapTest, withoutServiceAndWithoutX11TheTapIsInactive)
 {
     auto tap = makeTap(); // nothing listens at path()
