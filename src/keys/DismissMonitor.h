@@ -23,7 +23,8 @@ public:
     DismissMonitor(const DismissMonitor&) = delete;
     DismissMonitor& operator=(const DismissMonitor&) = delete;
 
-    // The tap whose key service reports pointer buttons where there is no X server.
+    // The tap whose key service reports pointer buttons where there is no X server. The tap
+    // must outlive this monitor, or be unset (nullptr) before it goes.
     void setKeyServiceTap(EventTap* tap);
     // Starts reporting; does nothing when already started.
     void start();

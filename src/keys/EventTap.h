@@ -61,7 +61,7 @@ public:
     // when this backend has no pointer reports; only the key service has them.
     virtual bool setPointerButtonHandler(std::function<void()> onPress);
 
-    // Whether this session has input access now, read from memory.
+    // Whether this session has input access now; answers at once, waiting on nothing.
     virtual bool isTrusted() const = 0;
     // Whether the capture exists and works now ("tap enabled").
     virtual bool isEnabled() const = 0;
@@ -77,8 +77,11 @@ protected:
     // Repairs an existing capture that stopped working; answers whether it works again.
     virtual bool reenable() = 0;
 
+    // Calls onHealthChange with the current trust and enabled state.
     void reportHealth();
+    // The armed callback's answer (false when there is none).
     bool askArmed() const;
+    // Calls onKey.
     void reportKey(MediaKey key, bool fine, bool isRepeat) const;
 
 private:
