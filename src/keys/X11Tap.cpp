@@ -63,24 +63,23 @@ X11Tap::X11Tap(Callbacks callbacks)
 {
     if (!m_x)
         return;
-    Display* display = m_x->display();
-    const std::pair<KeySym, MediaKey> keys[] = {{XF86XK_AudioRaiseVolume, MediaKey::soundUp},
-                                                {XF86XK_AudioLowerVolume, MediaKey::soundDown},
-                                                {XF86XK_AudioMute, MediaKey::mute}};
-    for (const auto& [sym, key] : keys) {
-        if (const KeyCode code = XKeysymToKeycode(display, sym))
-            m_keys[code] = key;
-    }
+    findKeys();
     // A held key then repeats as presses without releases in between, so a repeat is a
     // press of a key that is already down. (A server without this turns each repeat into a
     // release and a fresh press; keys still work, only isRepeat stays false.)
-    XkbSetDetectableAutoRepeat(display, True, nullptr);
+    XkbSetDetectableAutoRepeat(m_x->display(), True, nullptr);
     m_x->setEventHandler([this](XEvent& event) {
-        if (event.type == KeyPress || event.type == KeyRelease)
+        if (event.type == KeyPress || event.type == KeyRelease) {
             keyEvent(std::uint8_t(event.xkey.keycode), event.type == KeyPress,
                      (event.xkey.state & ShiftMask) != 0);
-        else if (const auto released = rawKeyRelease(m_x->display(), event, m_x->xinput2Opcode()))
+        } else if (event.type == MappingNotify) {
+            XRefreshKeyboardMapping(&event.xmapping);
+            if (event.xmapping.request == MappingKeyboard)
+                keymapChanged();
+        } else if (const auto released =
+                       rawKeyRelease(m_x->display(), event, m_x->xinput2Opcode())) {
             rawKeyReleased(*released);
+        }
     });
 }
 
@@ -111,6 +110,30 @@ void X11Tap::teardown()
 bool X11Tap::reenable()
 {
     return m_x && grabKeys();
+}
+
+void X11Tap::findKeys()
+{
+    const std::pair<KeySym, MediaKey> keys[] = {{XF86XK_AudioRaiseVolume, MediaKey::soundUp},
+                                                {XF86XK_AudioLowerVolume, MediaKey::soundDown},
+                                                {XF86XK_AudioMute, MediaKey::mute}};
+    m_keys.clear();
+    for (const auto& [sym, key] : keys) {
+        if (const KeyCode code = XKeysymToKeycode(m_x->display(), sym))
+            m_keys[code] = key;
+    }
+}
+
+// Desktops often load their keymap after the programs of the session have started; the
+// volume keys may then sit on other key codes, and the grab moves with them.
+void X11Tap::keymapChanged()
+{
+    const bool wasGrabbed = m_grabbed;
+    if (wasGrabbed)
+        ungrabKeys();
+    findKeys();
+    if (wasGrabbed && !grabKeys())
+        reportHealth();
 }
 
 // All three keys or none: a tap that caught some volume keys and let others through would

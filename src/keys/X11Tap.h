@@ -33,6 +33,8 @@ protected:
     bool reenable() override;
 
 private:
+    void findKeys();
+    void keymapChanged();
     bool grabKeys();
     void ungrabKeys();
     void keyEvent(std::uint8_t keycode, bool press, bool fine);

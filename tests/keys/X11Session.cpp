@@ -52,6 +52,57 @@ void ForeignKeyGrab::release()
     m_held = false;
 }
 
+struct KeymapMove::Connection {
+    Display* display = nullptr;
+    struct Saved {
+        KeyCode code;
+        int perCode;
+        std::vector<KeySym> syms;
+    };
+    std::vector<Saved> saved;
+
+    void save(KeyCode code)
+    {
+        int perCode = 0;
+        KeySym* syms = XGetKeyboardMapping(display, code, 1, &perCode);
+        saved.push_back({code, perCode, std::vector<KeySym>(syms, syms + perCode)});
+        XFree(syms);
+    }
+    void set(KeyCode code, KeySym sym)
+    {
+        XChangeKeyboardMapping(display, code, 1, &sym, 1);
+        XSync(display, False);
+    }
+};
+
+KeymapMove::KeymapMove(const char* keysymName, int toKeycode)
+    : m_x(std::make_unique<Connection>())
+{
+    m_x->display = XOpenDisplay(nullptr);
+    if (!m_x->display)
+        return;
+    const KeySym sym = XStringToKeysym(keysymName);
+    const KeyCode from = XKeysymToKeycode(m_x->display, sym);
+    if (from == 0)
+        return;
+    m_x->save(from);
+    m_x->save(KeyCode(toKeycode));
+    m_x->set(from, NoSymbol);
+    m_x->set(KeyCode(toKeycode), sym);
+    m_done = true;
+}
+
+KeymapMove::~KeymapMove()
+{
+    if (!m_x->display)
+        return;
+    for (auto& saved : m_x->saved) {
+        XChangeKeyboardMapping(m_x->display, saved.code, saved.perCode, saved.syms.data(), 1);
+    }
+    XSync(m_x->display, False);
+    XCloseDisplay(m_x->display);
+}
+
 FocusedWindow::FocusedWindow()
 {
     setGeometry(200, 150, 300, 200);

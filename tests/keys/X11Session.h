@@ -28,6 +28,20 @@ private:
     bool m_held = false;
 };
 
+// Moves a key symbol to another key code, as a desktop loading its own keymap would, and
+// puts both key codes back afterwards.
+class KeymapMove {
+public:
+    KeymapMove(const char* keysymName, int toKeycode);
+    ~KeymapMove();
+    bool isDone() const { return m_done; }
+
+private:
+    struct Connection;
+    std::unique_ptr<Connection> m_x;
+    bool m_done = false;
+};
+
 // A focused window that remembers the keys and clicks it received.
 class FocusedWindow : public QWidget {
 public:

@@ -10,6 +10,7 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 using x11_session::FocusedWindow;
 using x11_session::ForeignKeyGrab;
+using x11_session::KeymapMove;
 using x11_session::xdotool;
 using Key = TapRecorder::Key;
 using MediaKey = EventTap::MediaKey;
@@ -187,6 +188,21 @@ TEST_F(X11TapTest, teardownGivesTheKeysBackAndTheWatchdogTakesThemAgain)
     settle();
     EXPECT_EQ(recorder.keys.size(), 1u);
     EXPECT_EQ(window.releases(Qt::Key_VolumeUp), 1);
+}
+
+TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+    KeymapMove moved("XF86AudioRaiseVolume", 200);
+    ASSERT_TRUE(moved.isDone());
+    settle();
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    settle();
+    EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
+    EXPECT_EQ(windowSaw(Qt::Key_VolumeUp), 0);
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
 }
 
 } // namespace
