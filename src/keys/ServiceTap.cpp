@@ -50,6 +50,7 @@ void ServiceTap::teardown()
 // the session becomes the active one.
 void ServiceTap::check()
 {
+    m_reconnectedSinceCheck = false;
     EventTap::check();
     if (!m_socket && m_refusal != Refusal::none && m_refusal != Refusal::busy) {
         if (!connectSocket())
@@ -146,14 +147,24 @@ void ServiceTap::readRecords()
 }
 
 // The service went away (stopped, restarted, or dropped a client that stopped reading). The
-// tap stays as a disabled one; one immediate reconnect covers a quick restart, the watchdog
-// covers the rest.
+// tap stays as a disabled one. One immediate reconnect per watchdog pass covers a quick
+// restart of a service that had accepted us; the watchdog covers the rest, so a service
+// that keeps failing is not hammered.
 void ServiceTap::connectionLost()
 {
+    QLocalSocket* socket = m_socket.get();
+    if (socket->bytesAvailable() > 0)
+        readRecords(); // a parting word, such as a refusal, ends the story itself
+    if (m_socket.get() != socket)
+        return;
+    const bool wasAccepted = m_accepted;
     m_accepted = false;
     m_devicesGrabbed = 0;
     m_sentArmed = false;
     reportHealth();
+    if (!wasAccepted || m_reconnectedSinceCheck)
+        return;
+    m_reconnectedSinceCheck = true;
     QMetaObject::invokeMethod(
         &m_context,
         [this] {

@@ -60,6 +60,7 @@ private:
     std::uint16_t m_devicesGrabbed = 0;
     bool m_sentArmed = false;
     bool m_announced = false;
+    bool m_reconnectedSinceCheck = false;
     Refusal m_refusal = Refusal::none;
     std::function<void()> m_onPointerButton;
 };

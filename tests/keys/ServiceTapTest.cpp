@@ -147,7 +147,7 @@ TEST_F(ServiceTapTest, aServiceOfAnotherVersionIsNotUsed)
               1);
 }
 
-TEST_F(ServiceTapTest, aDroppedConnectionIsReconnectedAtOnceAndStartsDisarmedAgain)
+TEST_F(ServiceTapTest, aDroppedConnectionIsReconnectedAtOnceButOnlyOncePerWatchdogPass)
 {
     ASSERT_TRUE(service.start());
     recorder.armedAnswer = true;
@@ -162,6 +162,16 @@ TEST_F(ServiceTapTest, aDroppedConnectionIsReconnectedAtOnceAndStartsDisarmedAga
     EXPECT_TRUE(waitForHealth({true, true}));
     EXPECT_EQ(log.count(QStringLiteral("event tap reconnected after the key service dropped it")),
               1);
+
+    // Dropped again before the next watchdog pass: that pass reconnects, not the drop.
+    service.dropClient();
+    ASSERT_TRUE(waitForHealth({true, false}));
+    spinFor(std::chrono::milliseconds(100));
+    EXPECT_EQ(service.connections, 2);
+    tap->check();
+    EXPECT_TRUE(waitForHealth({true, true}));
+    EXPECT_EQ(service.connections, 3);
+    EXPECT_EQ(log.count(QStringLiteral("event tap found disabled — re-enabling")), 1);
 }
 
 // A service that died leaves its socket file behind, and connecting to it is refused.
