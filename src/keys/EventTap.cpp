@@ -21,8 +21,13 @@ bool serviceIsReachable(const QString& path)
     return ::access(QFile::encodeName(path).constData(), R_OK | W_OK) == 0;
 }
 
+// Under XWayland a grab sees the keys only while an X11 window has the focus, which is no
+// capture to speak of: a Wayland session without the key service has no tap.
 bool sessionRunsOnX11()
 {
+    if (qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return false;
     if (qGuiApp)
         return QGuiApplication::platformName() == QLatin1String("xcb");
     return !qEnvironmentVariableIsEmpty("DISPLAY");

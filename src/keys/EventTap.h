@@ -38,7 +38,7 @@ public:
     };
 
     // Picks the backend: the key service when its socket is there and open to this user,
-    // else the X11 grab when the session runs on X11, else an inactive tap.
+    // else the X11 grab in an X11 session (not under XWayland), else an inactive tap.
     static std::unique_ptr<EventTap> create(Callbacks callbacks, Options options = {});
 
     explicit EventTap(Callbacks callbacks);

@@ -205,4 +205,12 @@ TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
 }
 
+TEST(X11TapChoice, aWaylandSessionGetsNoGrabThroughXWayland)
+{
+    qputenv("WAYLAND_DISPLAY", "wayland-0");
+    const auto tap = EventTap::create({}, EventTap::Options{QStringLiteral("/nonexistent")});
+    qunsetenv("WAYLAND_DISPLAY");
+    EXPECT_EQ(tap->backendName(), QStringLiteral("none"));
+}
+
 } // namespace
