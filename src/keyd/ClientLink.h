@@ -1,0 +1,62 @@
+#pragma once
+
+// The listening socket and the one client. Writes never block: a client that does not keep
+// up (its socket buffer full) is dropped like one that hung up, and either way the keys go
+// back to the desktop at once, because only a connected client can be armed.
+
+#include "keyd/Protocol.h"
+#include "support/Expected.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace keyd {
+
+struct LinkError {
+    std::string message;
+};
+
+class ClientLink {
+public:
+    ~ClientLink();
+    ClientLink(const ClientLink&) = delete;
+    ClientLink& operator=(const ClientLink&) = delete;
+
+    // Listens on `path` (replacing a stale socket file), open to every local user: who may
+    // stay is decided per connection from its peer credentials.
+    static Expected<std::unique_ptr<ClientLink>, LinkError> listen(const std::string& path,
+                                                                   const std::string& seatFile);
+
+    int listenFd() const { return m_listenFd; }
+    int clientFd() const { return m_clientFd; }
+
+    void acceptClient();
+    void receive();
+    // Drops a client whose user left the foreground of the seat.
+    void recheckSession();
+
+    bool isArmed() const { return m_clientFd >= 0 && m_armed; }
+    bool wantsButtons() const { return m_clientFd >= 0 && m_wantsButtons; }
+
+    void report(const ServiceMessage& message);
+    void setHealth(std::uint16_t devicesGrabbed);
+
+private:
+    ClientLink() = default;
+    bool sendTo(int fd, const ServiceMessage& message);
+    void dropClient(const std::string& why);
+
+    std::string m_path;
+    std::string m_seatFile;
+    int m_listenFd = -1;
+    int m_clientFd = -1;
+    uid_t m_clientUid = 0;
+    bool m_armed = false;
+    bool m_wantsButtons = false;
+    RecordBuffer m_buffer;
+    std::uint16_t m_health = 0;
+};
+
+} // namespace keyd

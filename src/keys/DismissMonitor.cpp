@@ -1,0 +1,71 @@
+#include "keys/DismissMonitor.h"
+
+#include "keys/EventTap.h"
+#include "keys/X11ClickWatch.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+
+namespace {
+
+bool sessionRunsOnX11()
+{
+    if (qGuiApp)
+        return QGuiApplication::platformName() == QLatin1String("xcb");
+    return !qEnvironmentVariableIsEmpty("DISPLAY");
+}
+
+} // namespace
+
+DismissMonitor::DismissMonitor(OnClick onClick)
+    : m_onClick(std::move(onClick))
+{
+}
+
+DismissMonitor::~DismissMonitor()
+{
+    stop();
+}
+
+void DismissMonitor::setKeyServiceTap(EventTap* tap)
+{
+    const bool wasRunning = isRunning();
+    stop();
+    m_tap = tap;
+    if (wasRunning)
+        start();
+}
+
+void DismissMonitor::start()
+{
+    if (isRunning())
+        return;
+    if (sessionRunsOnX11()) {
+        m_x11 = X11ClickWatch::start([this](QPoint position) { clicked(position); });
+        if (m_x11)
+            return;
+    }
+    if (m_tap) {
+        m_viaTap = m_tap->setPointerButtonHandler(
+            [this] { clicked(qGuiApp ? QCursor::pos() : QPoint()); });
+    }
+}
+
+void DismissMonitor::stop()
+{
+    m_x11.reset();
+    if (m_viaTap && m_tap)
+        m_tap->setPointerButtonHandler(nullptr);
+    m_viaTap = false;
+}
+
+bool DismissMonitor::isRunning() const
+{
+    return m_x11 != nullptr || m_viaTap;
+}
+
+void DismissMonitor::clicked(QPoint position) const
+{
+    if (m_onClick)
+        m_onClick(position);
+}

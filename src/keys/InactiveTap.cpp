@@ -1,0 +1,12 @@
+#include "keys/InactiveTap.h"
+
+bool InactiveTap::install()
+{
+    reportHealth();
+    return false;
+}
+
+void InactiveTap::teardown()
+{
+    reportHealth();
+}

@@ -1,0 +1,266 @@
+#include "keyd/KeyRouter.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <tuple>
+
+using namespace keyd;
+
+namespace {
+
+input_event ev(unsigned short type, unsigned short code, int value)
+{
+    input_event e{};
+    e.type = type;
+    e.code = code;
+    e.value = value;
+    return e;
+}
+
+input_event key(unsigned short code, int value)
+{
+    return ev(EV_KEY, code, value);
+}
+
+input_event syn()
+{
+    return ev(EV_SYN, SYN_REPORT, 0);
+}
+
+using Triple = std::tuple<int, int, int>;
+
+std::vector<Triple> triples(const std::vector<input_event>& events)
+{
+    std::vector<Triple> out;
+    for (const input_event& e : events)
+        out.emplace_back(e.type, e.code, e.value);
+    return out;
+}
+
+// A grabbed device fed one frame at a time, with the arming of the moment.
+struct Rig {
+    KeyRouter router;
+    bool armed = false;
+    bool shift = false;
+    bool wantsButtons = false;
+    int shiftAsked = 0;
+    std::vector<input_event> written;
+    std::vector<KeyReport> reports;
+    std::vector<PointerButton> buttons;
+
+    Rig() { router.setGrabbed(true); }
+
+    void feed(std::vector<input_event> frame)
+    {
+        RouteContext context{armed, wantsButtons, [this] {
+                                 ++shiftAsked;
+                                 return shift;
+                             }};
+        RouteOutput out;
+        for (const input_event& e : frame)
+            router.route(e, context, out);
+        written.insert(written.end(), out.frame.begin(), out.frame.end());
+        reports.insert(reports.end(), out.reports.begin(), out.reports.end());
+        buttons.insert(buttons.end(), out.buttons.begin(), out.buttons.end());
+    }
+    void press(unsigned short code, int value)
+    {
+        feed({ev(EV_MSC, MSC_SCAN, 7), key(code, value), syn()});
+    }
+};
+
+} // namespace
+
+TEST(KeydRouter, disarmedPassesEverythingUnchangedAndInOrder)
+{
+    Rig rig;
+    std::vector<input_event> all = {ev(EV_MSC, MSC_SCAN, 1),
+                                    key(KEY_A, 1),
+                                    syn(),
+                                    key(KEY_VOLUMEUP, 1),
+                                    syn(),
+                                    key(KEY_VOLUMEUP, 2),
+                                    syn(),
+                                    key(KEY_VOLUMEUP, 0),
+                                    key(KEY_A, 0),
+                                    syn(),
+                                    ev(EV_LED, LED_CAPSL, 1),
+                                    syn()};
+    rig.feed(all);
+    EXPECT_EQ(triples(rig.written), triples(all));
+    EXPECT_TRUE(rig.reports.empty());
+    EXPECT_EQ(rig.shiftAsked, 0);
+}
+
+TEST(KeydRouter, armedSwallowsTheWholePressAndReportsKeyDownsOnly)
+{
+    Rig rig;
+    rig.armed = true;
+    rig.feed({key(KEY_VOLUMEDOWN, 1), syn()});
+    rig.feed({key(KEY_VOLUMEDOWN, 2), syn()});
+    rig.feed({key(KEY_VOLUMEDOWN, 2), syn()});
+    rig.feed({key(KEY_VOLUMEDOWN, 0), syn()});
+    rig.press(KEY_MUTE, 1);
+    rig.press(KEY_MUTE, 0);
+
+    // The frames of nothing but a swallowed key vanish; the scan codes beside one stay.
+    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_MSC, MSC_SCAN, 7},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_MSC, MSC_SCAN, 7},
+                                                         {EV_SYN, SYN_REPORT, 0}}));
+    EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::soundDown, false, false},
+                                                   {MediaKey::soundDown, false, true},
+                                                   {MediaKey::soundDown, false, true},
+                                                   {MediaKey::mute, false, false}}));
+}
+
+TEST(KeydRouter, keyUpFollowsItsKeyDownWhateverTheArmingDoesMeanwhile)
+{
+    Rig rig;
+    // Pressed while disarmed, armed mid-press: the repeat and the release reach the desktop.
+    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
+    rig.armed = true;
+    rig.feed({key(KEY_VOLUMEUP, 2), syn()});
+    rig.feed({key(KEY_VOLUMEUP, 0), syn()});
+    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_KEY, KEY_VOLUMEUP, 2},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_KEY, KEY_VOLUMEUP, 0},
+                                                         {EV_SYN, SYN_REPORT, 0}}));
+    EXPECT_TRUE(rig.reports.empty());
+
+    // Pressed while armed, disarmed mid-press (the client left): the rest stays swallowed and
+    // nothing more is reported.
+    rig.written.clear();
+    rig.feed({key(KEY_MUTE, 1), syn()});
+    rig.armed = false;
+    rig.feed({key(KEY_MUTE, 2), syn()});
+    rig.feed({key(KEY_MUTE, 0), syn()});
+    EXPECT_TRUE(rig.written.empty());
+    EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::mute, false, false}}));
+
+    // The next press is decided afresh.
+    rig.feed({key(KEY_MUTE, 1), syn(), key(KEY_MUTE, 0), syn()});
+    EXPECT_EQ(triples(rig.written).size(), 4u);
+}
+
+TEST(KeydRouter, eachVolumeKeyKeepsItsOwnDecision)
+{
+    Rig rig;
+    rig.feed({key(KEY_VOLUMEUP, 1), syn()}); // passed
+    rig.armed = true;
+    rig.feed({key(KEY_VOLUMEDOWN, 1), syn()}); // swallowed
+    rig.armed = false;
+    rig.feed({key(KEY_VOLUMEUP, 0), key(KEY_VOLUMEDOWN, 0), syn()});
+    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_KEY, KEY_VOLUMEUP, 0},
+                                                         {EV_SYN, SYN_REPORT, 0}}));
+}
+
+TEST(KeydRouter, fineComesFromTheShiftAnswerOfTheMoment)
+{
+    Rig rig;
+    rig.armed = true;
+    rig.shift = true; // held on this or any other keyboard: the service asks them all
+    rig.feed({key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()});
+    rig.shift = false;
+    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
+    rig.shift = true;
+    rig.feed({key(KEY_VOLUMEUP, 2), syn()});
+    EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::soundUp, true, false},
+                                                   {MediaKey::soundUp, false, false},
+                                                   {MediaKey::soundUp, true, true}}));
+    // Shift itself is an ordinary key and passes.
+    rig.written.clear();
+    rig.feed({key(KEY_LEFTSHIFT, 1), syn()});
+    EXPECT_EQ(triples(rig.written).size(), 2u);
+}
+
+TEST(KeydRouter, neutralOnlyWhenEveryKeyIsUpAfterACompleteFrame)
+{
+    KeyRouter router;
+    RouteContext context;
+    RouteOutput out;
+    EXPECT_TRUE(router.isNeutral());
+    router.route(key(KEY_A, 1), context, out);
+    router.route(syn(), context, out);
+    EXPECT_FALSE(router.isNeutral());
+    router.route(key(KEY_A, 0), context, out);
+    router.route(syn(), context, out);
+    EXPECT_TRUE(router.isNeutral());
+    router.route(key(BTN_LEFT, 1), context, out);
+    EXPECT_FALSE(router.isNeutral());
+    router.route(key(BTN_LEFT, 0), context, out);
+    EXPECT_TRUE(router.isNeutral());
+    // Not grabbed: the desktop reads the device itself, nothing is written.
+    EXPECT_TRUE(out.frame.empty());
+
+    router.setGrabbed(true);
+    router.route(key(KEY_B, 1), context, out);
+    router.route(key(KEY_B, 0), context, out);
+    EXPECT_FALSE(router.isNeutral()) << "a frame still open is not a resting state";
+    router.route(syn(), context, out);
+    EXPECT_TRUE(router.isNeutral());
+}
+
+TEST(KeydRouter, droppedEventsCompleteTheOpenFrame)
+{
+    Rig rig;
+    rig.feed({key(KEY_A, 1), ev(EV_MSC, MSC_SCAN, 4)});
+    RouteOutput out;
+    rig.router.completeFrame(out);
+    EXPECT_EQ(
+        triples(out.frame),
+        (std::vector<Triple>{{EV_KEY, KEY_A, 1}, {EV_MSC, MSC_SCAN, 4}, {EV_SYN, SYN_REPORT, 0}}));
+    RouteOutput none;
+    rig.router.completeFrame(none);
+    EXPECT_TRUE(none.frame.empty());
+}
+
+TEST(KeydRouter, pointerButtonPressesAreReportedOnlyWhenWanted)
+{
+    Rig rig;
+    rig.feed({key(BTN_LEFT, 1), syn(), key(BTN_LEFT, 0), syn()});
+    EXPECT_TRUE(rig.buttons.empty());
+    rig.wantsButtons = true;
+    rig.feed({key(BTN_RIGHT, 1), syn(), key(BTN_RIGHT, 0), syn(), key(KEY_A, 1), syn()});
+    EXPECT_EQ(rig.buttons, (std::vector<PointerButton>{{BTN_RIGHT}}));
+    EXPECT_EQ(triples(rig.written).size(), 10u) << "buttons still pass to the desktop";
+}
+
+TEST(KeydRouter, randomStreamComesOutMinusExactlyTheSwallowedPresses)
+{
+    // A model of the rule, checked against the router on a long random stream: a press of a
+    // volume key that began armed disappears whole, everything else comes out unchanged.
+    std::mt19937 random(12345);
+    const unsigned short keys[] = {KEY_A,        KEY_B,          KEY_LEFTSHIFT,
+                                   KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE};
+    Rig rig;
+    std::vector<input_event> expected;
+    std::map<int, bool> held, swallowed;
+    int expectedReports = 0;
+    for (int i = 0; i < 20000; ++i) {
+        if (random() % 7 == 0)
+            rig.armed = !rig.armed;
+        const unsigned short code = keys[random() % 6];
+        const int value = held[code] ? (random() % 3 == 0 ? 2 : 0) : 1;
+        held[code] = value != 0;
+        const bool volume = mediaKeyOf(code).has_value();
+        if (volume && value == 1)
+            swallowed[code] = rig.armed;
+        const bool gone = volume && swallowed[code];
+        if (gone && value != 0 && rig.armed)
+            ++expectedReports;
+        rig.feed({key(code, value), syn()});
+        if (!gone) {
+            expected.push_back(key(code, value));
+            expected.push_back(syn());
+        }
+    }
+    EXPECT_EQ(triples(rig.written), triples(expected));
+    EXPECT_EQ(static_cast<int>(rig.reports.size()), expectedReports);
+}

@@ -1,0 +1,216 @@
+#include "LogLines.h"
+#include "TapRecorder.h"
+#include "X11Session.h"
+#include "common/Wait.h"
+#include "keys/EventTap.h"
+
+#include <gtest/gtest.h>
+
+using testing_support::spinFor;
+using testing_support::spinUntil;
+using x11_session::FocusedWindow;
+using x11_session::ForeignKeyGrab;
+using x11_session::KeymapMove;
+using x11_session::xdotool;
+using Key = TapRecorder::Key;
+using MediaKey = EventTap::MediaKey;
+
+namespace {
+
+const QString up = QStringLiteral("XF86AudioRaiseVolume");
+const QString down = QStringLiteral("XF86AudioLowerVolume");
+const QString mute = QStringLiteral("XF86AudioMute");
+
+class X11TapTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(window.showFocused());
+        tap = EventTap::create(recorder.callbacks(),
+                               EventTap::Options{QStringLiteral("/nonexistent")});
+        ASSERT_EQ(tap->backendName(), QStringLiteral("X11"));
+    }
+
+    // Everything typed before it has been dealt with once the window has seen "a" go by.
+    void settle()
+    {
+        const int before = window.releases(Qt::Key_A);
+        ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("a")}));
+        ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_A) > before; }));
+        spinFor(std::chrono::milliseconds(30));
+    }
+
+    int windowSaw(int qtKey) const { return window.presses(qtKey) + window.releases(qtKey); }
+
+    FocusedWindow window;
+    TapRecorder recorder;
+    std::unique_ptr<EventTap> tap;
+    LogLines log;
+};
+
+TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndNeverReachTheWindow)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
+    EXPECT_EQ(log.count(QStringLiteral("Volume keys now control the Sonos")), 1);
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up, down, mute}));
+    settle();
+
+    const std::vector<Key> expected{{MediaKey::soundUp, false, false},
+                                    {MediaKey::soundDown, false, false},
+                                    {MediaKey::mute, false, false}};
+    EXPECT_EQ(recorder.keys, expected);
+    EXPECT_EQ(windowSaw(Qt::Key_VolumeUp) + windowSaw(Qt::Key_VolumeDown) +
+                  windowSaw(Qt::Key_VolumeMute),
+              0);
+}
+
+TEST_F(X11TapTest, unarmedKeysReachTheFocusedWindowAndAreNotReported)
+{
+    recorder.armedAnswer = false;
+    ASSERT_TRUE(tap->install());
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up, mute}));
+    ASSERT_TRUE(spinUntil([&] {
+        return window.releases(Qt::Key_VolumeUp) == 1 && window.releases(Qt::Key_VolumeMute) == 1;
+    }));
+    EXPECT_EQ(window.presses(Qt::Key_VolumeUp), 1);
+    EXPECT_EQ(window.presses(Qt::Key_VolumeMute), 1);
+    EXPECT_GE(recorder.armedAsked, 2);
+    EXPECT_TRUE(recorder.keys.empty());
+}
+
+TEST_F(X11TapTest, shiftMakesAFineStepAndOtherModifiersAndLocksChangeNothing)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("shift+") + up,
+                         QStringLiteral("ctrl+") + down, QStringLiteral("alt+") + mute}));
+    // With Caps Lock and Num Lock on, the keys are still ours.
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("Caps_Lock"),
+                         QStringLiteral("Num_Lock"), up, QStringLiteral("shift+") + down,
+                         QStringLiteral("Caps_Lock"), QStringLiteral("Num_Lock")}));
+    settle();
+
+    const std::vector<Key> expected{{MediaKey::soundUp, true, false},
+                                    {MediaKey::soundDown, false, false},
+                                    {MediaKey::mute, false, false},
+                                    {MediaKey::soundUp, false, false},
+                                    {MediaKey::soundDown, true, false}};
+    EXPECT_EQ(recorder.keys, expected);
+    EXPECT_EQ(windowSaw(Qt::Key_VolumeUp) + windowSaw(Qt::Key_VolumeDown) +
+                  windowSaw(Qt::Key_VolumeMute),
+              0);
+}
+
+TEST_F(X11TapTest, aHeldKeyRepeatsAndItsReleaseFollowsItsFirstPress)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+
+    // Held longer than the auto-repeat delay, the key repeats.
+    ASSERT_TRUE(
+        xdotool({QStringLiteral("keydown"), down, QStringLiteral("sleep"), QStringLiteral("0.9"),
+                 QStringLiteral("keyup"), down, QStringLiteral("key"), down}));
+    settle();
+    ASSERT_GE(recorder.keys.size(), 3u);
+    EXPECT_EQ(recorder.keys.front(), (Key{MediaKey::soundDown, false, false}));
+    for (size_t i = 1; i + 1 < recorder.keys.size(); ++i)
+        EXPECT_EQ(recorder.keys[i], (Key{MediaKey::soundDown, false, true})) << i;
+    EXPECT_EQ(recorder.keys.back(), (Key{MediaKey::soundDown, false, false}));
+    EXPECT_EQ(windowSaw(Qt::Key_VolumeDown), 0);
+
+    // A key that went to the window stays with it until released, even if armed meanwhile.
+    recorder.keys.clear();
+    recorder.armedAnswer = false;
+    ASSERT_TRUE(xdotool({QStringLiteral("keydown"), up}));
+    ASSERT_TRUE(spinUntil([&] { return window.presses(Qt::Key_VolumeUp) == 1; }));
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(spinUntil([&] { return window.presses(Qt::Key_VolumeUp) >= 3; }));
+    ASSERT_TRUE(xdotool({QStringLiteral("keyup"), up}));
+    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) >= 1; }));
+    settle();
+    EXPECT_TRUE(recorder.keys.empty());
+
+    // Released, the next press is decided afresh.
+    const int pressesBefore = window.presses(Qt::Key_VolumeUp);
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    settle();
+    EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
+    EXPECT_EQ(window.presses(Qt::Key_VolumeUp), pressesBefore);
+}
+
+TEST_F(X11TapTest, aKeyGrabbedByAnotherProgramLeavesTheTapInactiveUntilItIsFree)
+{
+    ForeignKeyGrab desktop("XF86AudioMute");
+    ASSERT_TRUE(desktop.isHeld());
+    recorder.armedAnswer = true;
+
+    EXPECT_FALSE(tap->install());
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
+    tap->check();
+    tap->check();
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
+    EXPECT_EQ(log.count(QStringLiteral(
+                  "volume keys are grabbed by another program — event tap inactive")),
+              1);
+
+    // None of the keys is held by the tap meanwhile, not even the free ones.
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
+    EXPECT_TRUE(recorder.keys.empty());
+
+    desktop.release();
+    tap->check();
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), mute}));
+    settle();
+    EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::mute, false, false}}));
+}
+
+TEST_F(X11TapTest, teardownGivesTheKeysBackAndTheWatchdogTakesThemAgain)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+    tap->teardown();
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
+    EXPECT_TRUE(recorder.keys.empty());
+
+    tap->startWatchdog(std::chrono::milliseconds(30));
+    ASSERT_TRUE(spinUntil([&] { return recorder.lastHealth() == std::pair(true, true); }));
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    settle();
+    EXPECT_EQ(recorder.keys.size(), 1u);
+    EXPECT_EQ(window.releases(Qt::Key_VolumeUp), 1);
+}
+
+TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
+{
+    recorder.armedAnswer = true;
+    ASSERT_TRUE(tap->install());
+    KeymapMove moved("XF86AudioRaiseVolume", 200);
+    ASSERT_TRUE(moved.isDone());
+    settle();
+
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    settle();
+    EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
+    EXPECT_EQ(windowSaw(Qt::Key_VolumeUp), 0);
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
+}
+
+TEST(X11TapChoice, aWaylandSessionGetsNoGrabThroughXWayland)
+{
+    qputenv("WAYLAND_DISPLAY", "wayland-0");
+    const auto tap = EventTap::create({}, EventTap::Options{QStringLiteral("/nonexistent")});
+    qunsetenv("WAYLAND_DISPLAY");
+    EXPECT_EQ(tap->backendName(), QStringLiteral("none"));
+}
+
+} // namespace
