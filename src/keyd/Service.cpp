@@ -150,6 +150,8 @@ void Service::addDevice(const DeviceEvent& event)
         else
             logLine("waiting for the keys of " + device->name() + " to be released");
     }
+    if (role == DeviceRole::shiftOnly)
+        logLine("watching the Shift keys of " + device->name() + " (" + device->node() + ")");
     m_roles[event.syspath] = role;
     m_devices[event.syspath] = std::move(device);
 }
@@ -180,8 +182,11 @@ void Service::serviceDevice(const std::string& syspath, short revents)
         return; // dropped earlier in this round
     Device& device = *it->second;
     if (revents & (POLLERR | POLLHUP | POLLNVAL)) {
-        // An unplugged device hangs up before udev says so; its removal follows.
-        removeDevice(syspath);
+        // An unplugged device hangs up before udev says so; one still there is tried again.
+        if (access(device.node().c_str(), F_OK) == 0)
+            dropDevice(syspath, device.node() + " hung up");
+        else
+            removeDevice(syspath);
         return;
     }
     if (device.hasClone()) {

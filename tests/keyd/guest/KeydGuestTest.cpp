@@ -433,6 +433,8 @@ TEST_F(KeydGuest, shiftOnAnotherKeyboardMakesTheStepFine)
         << "the keyboard without volume keys is not grabbed";
     consumer.key(KEY_VOLUMEUP, 1);
     consumer.key(KEY_VOLUMEUP, 0);
+    // Shift counts as it is when the service reads the key, so it stays down until then.
+    client->pump(3000ms, expected.size() + 1);
     letters.key(KEY_RIGHTSHIFT, 0);
     lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 0);
     consumer.key(KEY_VOLUMEDOWN, 1);
@@ -501,9 +503,9 @@ TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
     ASSERT_TRUE(contains(clone.read(3000ms, KEY_A, 1), KEY_A, 1));
 
     EXPECT_EQ(keyd->stop(), 0);
-    // The kernel releases the clone's keys as it goes; the desktop then reads the keyboard.
-    auto last = clone.read(500ms);
-    EXPECT_TRUE(contains(last, KEY_A, 0));
+    // The clone goes away with the key down; a reader learns it from the hang-up (the kernel
+    // refuses reads of a removed node at once) and drops the clone's keys with it, which is
+    // what libinput and the X server do. The desktop then reads the keyboard itself.
     EXPECT_TRUE(waitForNoNode(cloneName(keyboard), 3000ms));
     Observer device(keyboard.node());
     keyboard.key(KEY_A, 0);
