@@ -1,5 +1,7 @@
 #include "keyd/Device.h"
 
+#include "keyd/Log.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -140,6 +142,7 @@ Expected<Done, DeviceError> Device::drain(const RouteContext& context, RouteOutp
         } else if (rc == LIBEVDEV_READ_STATUS_SYNC) {
             if (flags == LIBEVDEV_READ_FLAG_NORMAL) {
                 // This is the SYN_DROPPED itself; the resync deltas follow in sync mode.
+                logLine("events of " + m_name + " dropped by the kernel — resynchronising");
                 m_router.completeFrame(out);
                 flags = LIBEVDEV_READ_FLAG_SYNC;
             } else {

@@ -146,6 +146,13 @@ std::int64_t VirtualKeyboard::frame(const std::vector<input_event>& events)
     return before;
 }
 
+void VirtualKeyboard::raw(const std::vector<input_event>& events)
+{
+    const auto size = static_cast<ssize_t>(events.size() * sizeof(input_event));
+    if (write(libevdev_uinput_get_fd(m_device), events.data(), static_cast<size_t>(size)) != size)
+        throw std::runtime_error("cannot write to " + m_name);
+}
+
 Observer::Observer(const std::string& node)
 {
     m_fd = open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

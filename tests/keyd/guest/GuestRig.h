@@ -40,6 +40,8 @@ public:
     // Writes the events and a SYN_REPORT in one go; returns the time just before the write.
     std::int64_t frame(const std::vector<input_event>& events);
     void key(unsigned code, int value) { frame({event(EV_KEY, code, value)}); }
+    // Writes the events exactly as given, in one write (several frames at once, say).
+    void raw(const std::vector<input_event>& events);
     const std::string& node() const { return m_node; }
     const std::string& name() const { return m_name; }
 

@@ -333,6 +333,48 @@ TEST_F(KeydGuest, clientThatVanishesMidPressStrandsNoKey)
     EXPECT_EQ(next.hello->status, keyd::HelloStatus::accepted);
 }
 
+TEST_F(KeydGuest, overflowedDeviceIsResyncedWithoutStrandingOrLeakingKeys)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test flood keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<KeyReport> expected;
+    settleArming(true, keyboard, clone, {}, expected);
+
+    // Far more than the kernel keeps for a reader that has not read yet, in one write, so
+    // the service sees SYN_DROPPED and must rebuild the state: B and volume-up end up held.
+    std::vector<input_event> flood;
+    auto add = [&](unsigned code, int value) {
+        flood.push_back(ev(EV_KEY, code, value));
+        flood.push_back(ev(EV_SYN, SYN_REPORT, 0));
+    };
+    add(KEY_C, 1);
+    for (int i = 0; i < 200; ++i) {
+        add(KEY_A, 1);
+        add(KEY_A, 0);
+    }
+    add(KEY_C, 0);
+    add(KEY_B, 1);
+    add(KEY_VOLUMEUP, 1);
+    keyboard.raw(flood);
+    clone.read(5000ms, KEY_B, 1);
+    // The resynced volume key-down is a new press, decided by the arming: swallowed.
+    client->pump(3000ms, expected.size() + 1);
+    ASSERT_EQ(client->reports.size(), expected.size() + 1);
+    EXPECT_EQ(client->reports.back().key, MediaKey::soundUp);
+    EXPECT_EQ(clone.heldKeys(), (std::vector<unsigned>{KEY_B}));
+
+    keyboard.key(KEY_VOLUMEUP, 0);
+    keyboard.key(KEY_B, 0);
+    auto out = throughMarker(keyboard, clone);
+    EXPECT_FALSE(contains(out, KEY_VOLUMEUP, 0)) << "the release left its press";
+    EXPECT_TRUE(contains(out, KEY_B, 0));
+    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_NE(keyd->log().find("dropped by the kernel"), std::string::npos)
+        << "no overflow happened";
+}
+
 TEST_F(KeydGuest, secondClientIsTurnedAwayAndTheFirstKeepsWorking)
 {
     start();
