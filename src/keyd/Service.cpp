@@ -134,14 +134,14 @@ void Service::addDevice(const DeviceEvent& event)
         m_rescanAt = Clock::now() + kRetryDelay;
         return;
     }
-    m_failedNodes.erase(event.node);
     std::unique_ptr<Device> device = std::move(opened.value());
     const DeviceRole role = roleOf(device->caps());
     if (role == DeviceRole::ignored || (role == DeviceRole::pointer && !m_link->wantsButtons()))
         return;
     if (role == DeviceRole::keys) {
         if (auto cloned = device->createClone(); !cloned) {
-            logLine(cloned.error().message + " — will retry");
+            if (m_failedNodes.insert(event.node).second)
+                logLine(cloned.error().message + " — will retry");
             m_rescanAt = Clock::now() + kRetryDelay;
             return;
         }
@@ -150,6 +150,7 @@ void Service::addDevice(const DeviceEvent& event)
         else
             logLine("waiting for the keys of " + device->name() + " to be released");
     }
+    m_failedNodes.erase(event.node);
     if (role == DeviceRole::shiftOnly)
         logLine("watching the Shift keys of " + device->name() + " (" + device->node() + ")");
     m_roles[event.syspath] = role;
