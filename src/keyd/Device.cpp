@@ -127,6 +127,9 @@ bool Device::grabIfNeutral()
         ioctl(m_fd, EVIOCGRAB, 0);
         return false;
     }
+    // Neutral on both sides of the grab. What remains possible is a whole press and release
+    // inside the microseconds between the two checks, which no hand makes; the desktop could
+    // then see that press from both nodes, but never a key left down.
     m_router.setGrabbed(true);
     return true;
 }
