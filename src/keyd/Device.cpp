@@ -1,5 +1,7 @@
 #include "keyd/Device.h"
 
+#include "keyd/Log.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -125,6 +127,9 @@ bool Device::grabIfNeutral()
         ioctl(m_fd, EVIOCGRAB, 0);
         return false;
     }
+    // Neutral on both sides of the grab. What remains possible is a whole press and release
+    // inside the microseconds between the two checks, which no hand makes; the desktop could
+    // then see that press from both nodes, but never a key left down.
     m_router.setGrabbed(true);
     return true;
 }
@@ -140,6 +145,7 @@ Expected<Done, DeviceError> Device::drain(const RouteContext& context, RouteOutp
         } else if (rc == LIBEVDEV_READ_STATUS_SYNC) {
             if (flags == LIBEVDEV_READ_FLAG_NORMAL) {
                 // This is the SYN_DROPPED itself; the resync deltas follow in sync mode.
+                logLine("events of " + m_name + " dropped by the kernel — resynchronising");
                 m_router.completeFrame(out);
                 flags = LIBEVDEV_READ_FLAG_SYNC;
             } else {

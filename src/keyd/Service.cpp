@@ -134,14 +134,14 @@ void Service::addDevice(const DeviceEvent& event)
         m_rescanAt = Clock::now() + kRetryDelay;
         return;
     }
-    m_failedNodes.erase(event.node);
     std::unique_ptr<Device> device = std::move(opened.value());
     const DeviceRole role = roleOf(device->caps());
     if (role == DeviceRole::ignored || (role == DeviceRole::pointer && !m_link->wantsButtons()))
         return;
     if (role == DeviceRole::keys) {
         if (auto cloned = device->createClone(); !cloned) {
-            logLine(cloned.error().message + " — will retry");
+            if (m_failedNodes.insert(event.node).second)
+                logLine(cloned.error().message + " — will retry");
             m_rescanAt = Clock::now() + kRetryDelay;
             return;
         }
@@ -150,6 +150,9 @@ void Service::addDevice(const DeviceEvent& event)
         else
             logLine("waiting for the keys of " + device->name() + " to be released");
     }
+    m_failedNodes.erase(event.node);
+    if (role == DeviceRole::shiftOnly)
+        logLine("watching the Shift keys of " + device->name() + " (" + device->node() + ")");
     m_roles[event.syspath] = role;
     m_devices[event.syspath] = std::move(device);
 }
@@ -180,8 +183,11 @@ void Service::serviceDevice(const std::string& syspath, short revents)
         return; // dropped earlier in this round
     Device& device = *it->second;
     if (revents & (POLLERR | POLLHUP | POLLNVAL)) {
-        // An unplugged device hangs up before udev says so; its removal follows.
-        removeDevice(syspath);
+        // An unplugged device hangs up before udev says so; one still there is tried again.
+        if (access(device.node().c_str(), F_OK) == 0)
+            dropDevice(syspath, device.node() + " hung up");
+        else
+            removeDevice(syspath);
         return;
     }
     if (device.hasClone()) {

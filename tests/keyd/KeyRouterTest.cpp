@@ -147,6 +147,24 @@ TEST(KeydRouter, keyUpFollowsItsKeyDownWhateverTheArmingDoesMeanwhile)
     EXPECT_EQ(triples(rig.written).size(), 4u);
 }
 
+TEST(KeydRouter, aSecondKeyDownOfAHeldKeyKeepsTheFirstDecision)
+{
+    // A resync after dropped events can repeat the key-down of a key already down. Deciding
+    // it afresh would swallow the release of a press the desktop saw begin.
+    Rig rig;
+    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
+    rig.armed = true;
+    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
+    rig.feed({key(KEY_VOLUMEUP, 0), syn()});
+    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_KEY, KEY_VOLUMEUP, 1},
+                                                         {EV_SYN, SYN_REPORT, 0},
+                                                         {EV_KEY, KEY_VOLUMEUP, 0},
+                                                         {EV_SYN, SYN_REPORT, 0}}));
+    EXPECT_TRUE(rig.reports.empty());
+}
+
 TEST(KeydRouter, eachVolumeKeyKeepsItsOwnDecision)
 {
     Rig rig;

@@ -1,0 +1,555 @@
+// The real service on a real kernel: virtual keyboards in, clones out, a client on the socket.
+// Runs inside the test machine (tests/keyd/run-in-qemu), as root.
+
+#include "GuestRig.h"
+#include "keyd/Device.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <random>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+
+using namespace guest;
+using keyd::KeyReport;
+using keyd::MediaKey;
+
+namespace {
+
+constexpr unsigned kMarker = KEY_F24; // ends every burst, so the test knows the burst is through
+const std::vector<unsigned> kAllKeys = {KEY_A,        KEY_B,          KEY_C,    KEY_LEFTSHIFT,
+                                        KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker};
+
+using Triple = std::tuple<int, int, int>;
+
+std::vector<Triple> triples(const std::vector<input_event>& events)
+{
+    std::vector<Triple> out;
+    for (const input_event& e : events)
+        out.emplace_back(e.type, e.code, e.value);
+    return out;
+}
+
+input_event ev(unsigned type, unsigned code, int value)
+{
+    return VirtualKeyboard::event(type, code, value);
+}
+
+bool contains(const std::vector<input_event>& events, unsigned code, int value)
+{
+    return std::any_of(events.begin(), events.end(), [&](const input_event& e) {
+        return e.type == EV_KEY && e.code == code && e.value == value;
+    });
+}
+
+std::string cloneName(const VirtualKeyboard& keyboard)
+{
+    return keyd::kClonePrefix + keyboard.name();
+}
+
+MediaKey mediaKey(unsigned code)
+{
+    return code == KEY_VOLUMEUP     ? MediaKey::soundUp
+           : code == KEY_VOLUMEDOWN ? MediaKey::soundDown
+                                    : MediaKey::mute;
+}
+
+std::int64_t percentile(std::vector<std::int64_t> values, double p)
+{
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(p * static_cast<double>(values.size() - 1))];
+}
+
+// How many devices of the test machine itself the service grabs (its emulated PS/2 keyboard).
+int baseDevices()
+{
+    static int base = [] {
+        KeydProcess keyd;
+        Client client;
+        client.pump(300ms);
+        return client.health;
+    }();
+    return base;
+}
+
+class KeydGuest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        unlink(kLog);
+        ASSERT_GE(baseDevices(), 0);
+    }
+    void TearDown() override
+    {
+        if (HasFailure() && keyd)
+            std::fprintf(stderr, "--- service log ---\n%s---\n", keyd->log().c_str());
+        client.reset();
+        keyd.reset();
+    }
+
+    void start()
+    {
+        keyd = std::make_unique<KeydProcess>();
+        client = std::make_unique<Client>();
+        ASSERT_TRUE(client->hello);
+        EXPECT_EQ(client->hello->status, keyd::HelloStatus::accepted);
+        EXPECT_EQ(client->hello->version, keyd::kProtocolVersion);
+    }
+
+    // Writes the burst end marker and reads the clone until it came out.
+    std::vector<input_event> throughMarker(VirtualKeyboard& keyboard, Observer& clone)
+    {
+        keyboard.key(kMarker, 1);
+        keyboard.key(kMarker, 0);
+        return clone.read(5000ms, kMarker, 0);
+    }
+
+    // Makes the arming take effect and proves it: presses a volume key not in `held` until
+    // the service treats it as wanted. Every probe is itself checked: swallowed and reported
+    // whole, or passed whole.
+    void settleArming(bool armed, VirtualKeyboard& keyboard, Observer& clone,
+                      const std::map<unsigned, bool>& held, std::vector<KeyReport>& expected)
+    {
+        client->send(keyd::SetArmed{armed});
+        unsigned probe = KEY_VOLUMEUP;
+        for (unsigned code : {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE})
+            if (!held.count(code) || !held.at(code))
+                probe = code;
+        for (int attempt = 0; attempt < 50; ++attempt) {
+            keyboard.key(probe, 1);
+            keyboard.key(probe, 0);
+            auto out = throughMarker(keyboard, clone);
+            const bool down = contains(out, probe, 1);
+            ASSERT_EQ(down, contains(out, probe, 0)) << "a probe press split";
+            if (!down)
+                expected.push_back(KeyReport{mediaKey(probe), false, false});
+            if (down != armed)
+                return;
+        }
+        FAIL() << "arming " << armed << " never took effect";
+    }
+
+    std::unique_ptr<KeydProcess> keyd;
+    std::unique_ptr<Client> client;
+};
+
+} // namespace
+
+TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
+{
+    const char* wanted = std::getenv("KEYD_STREAM_EVENTS");
+    const int total = wanted && *wanted ? std::atoi(wanted) : 100000;
+    start();
+    VirtualKeyboard keyboard("keyd-test stream keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    Observer device(keyboard.node());
+    ASSERT_TRUE(clone.isOpen());
+
+    std::mt19937 random(20261123);
+    const unsigned keys[] = {KEY_A,        KEY_B,          KEY_C,   KEY_LEFTSHIFT,
+                             KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE};
+    std::map<unsigned, bool> held, swallowed;
+    bool armed = false;
+    std::vector<KeyReport> expectedReports;
+    std::vector<std::int64_t> delays;
+    int written = 0, bursts = 0, flips = 0;
+    const std::int64_t began = monotonicNs();
+
+    while (written < total) {
+        if (random() % 8 == 0) {
+            settleArming(!armed, keyboard, clone, held, expectedReports);
+            ASSERT_FALSE(HasFatalFailure());
+            armed = !armed;
+            ++flips;
+        }
+        std::vector<input_event> expected;
+        const int frames = 1 + static_cast<int>(random() % 6);
+        for (int f = 0; f < frames && written < total; ++f) {
+            unsigned code = keys[random() % 7];
+            // Never all three volume keys down at once: the arming probe needs a free one.
+            int heldVolume = held[KEY_VOLUMEUP] + held[KEY_VOLUMEDOWN] + held[KEY_MUTE];
+            if (!held[code] && keyd::mediaKeyOf(code) && heldVolume == 2)
+                code = KEY_A;
+            const int value = held[code] ? (random() % 3 == 0 ? 2 : 0) : 1;
+            held[code] = value != 0;
+            std::vector<input_event> frame;
+            if (random() % 2)
+                frame.push_back(ev(EV_MSC, MSC_SCAN, static_cast<int>(0x70000 + code)));
+            frame.push_back(ev(EV_KEY, code, value));
+            keyboard.frame(frame);
+            ++written;
+
+            bool gone = false;
+            if (keyd::mediaKeyOf(code)) {
+                if (value == 1)
+                    swallowed[code] = armed;
+                gone = swallowed[code];
+                if (gone && value != 0 && armed)
+                    expectedReports.push_back(KeyReport{mediaKey(code), false, value == 2});
+            }
+            if (gone)
+                frame.pop_back();
+            if (!frame.empty()) {
+                frame.push_back(ev(EV_SYN, SYN_REPORT, 0));
+                expected.insert(expected.end(), frame.begin(), frame.end());
+            }
+        }
+        keyboard.key(kMarker, 1);
+        const std::int64_t markerWritten = keyboard.frame({ev(EV_KEY, kMarker, 0)});
+        expected.push_back(ev(EV_KEY, kMarker, 1));
+        expected.push_back(ev(EV_SYN, SYN_REPORT, 0));
+        expected.push_back(ev(EV_KEY, kMarker, 0));
+        expected.push_back(ev(EV_SYN, SYN_REPORT, 0));
+        auto out = clone.read(5000ms, kMarker, 0);
+        ASSERT_EQ(triples(out), triples(expected))
+            << "burst " << bursts << " after " << written << " events, armed " << armed;
+        delays.push_back(stampNs(out.back()) - markerWritten);
+        client->pump(0ms);
+        ++bursts;
+    }
+    const double seconds = static_cast<double>(monotonicNs() - began) / 1e9;
+
+    client->pump(5000ms, expectedReports.size());
+    ASSERT_EQ(client->reports.size(), expectedReports.size());
+    for (std::size_t i = 0; i < expectedReports.size(); ++i) {
+        // Shift is in the stream too; its state when the service reads a key is not the
+        // test's to predict within a burst, so fine is checked elsewhere.
+        EXPECT_EQ(client->reports[i].key, expectedReports[i].key) << "report " << i;
+        EXPECT_EQ(client->reports[i].isRepeat, expectedReports[i].isRepeat) << "report " << i;
+    }
+    EXPECT_TRUE(device.read(0ms).empty()) << "the desktop read the grabbed device directly";
+
+    std::printf("keyd stream: %d random key events in %d bursts, %d arming changes, %zu "
+                "reports, %.1f s (%.0f events/s under emulation)\n",
+                written, bursts, flips, expectedReports.size(), seconds, written / seconds);
+    std::printf("keyd stream: burst end delay median %lld us, p99 %lld us; resident memory "
+                "%ld kB\n",
+                static_cast<long long>(percentile(delays, 0.5) / 1000),
+                static_cast<long long>(percentile(delays, 0.99) / 1000), keyd->residentKb());
+}
+
+TEST_F(KeydGuest, grabWaitsUntilNoKeyIsHeld)
+{
+    VirtualKeyboard keyboard("keyd-test held keyboard", kAllKeys);
+    Observer device(keyboard.node());
+    keyboard.key(KEY_A, 1); // held before the service sees the keyboard
+    device.read(200ms);
+    start();
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    ASSERT_TRUE(clone.isOpen());
+    client->pump(500ms);
+    EXPECT_EQ(client->health, baseDevices()) << "grabbed while a key was held";
+
+    // Not grabbed yet: the desktop still reads the keyboard itself, the clone stays silent.
+    keyboard.key(KEY_B, 1);
+    keyboard.key(KEY_B, 0);
+    auto seen = device.read(2000ms, KEY_B, 0);
+    EXPECT_TRUE(contains(seen, KEY_B, 1));
+
+    keyboard.key(KEY_A, 0);
+    EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0))
+        << "the desktop must see the release of the key it saw go down";
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+
+    keyboard.key(KEY_C, 1);
+    keyboard.key(KEY_C, 0);
+    auto out = throughMarker(keyboard, clone);
+    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
+    EXPECT_FALSE(contains(out, KEY_B, 1)) << "the clone repeated what the desktop already had";
+    EXPECT_TRUE(device.read(200ms).empty());
+    EXPECT_TRUE(device.heldKeys().empty());
+    EXPECT_TRUE(clone.heldKeys().empty());
+}
+
+TEST_F(KeydGuest, keyUpFollowsItsKeyDownAcrossArmingChanges)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test arming keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<KeyReport> expected;
+
+    // Down while disarmed, up while armed: both reach the desktop, nothing is reported.
+    keyboard.key(KEY_VOLUMEUP, 1);
+    EXPECT_TRUE(contains(throughMarker(keyboard, clone), KEY_VOLUMEUP, 1));
+    settleArming(true, keyboard, clone, {{KEY_VOLUMEUP, true}}, expected);
+    keyboard.key(KEY_VOLUMEUP, 2);
+    keyboard.key(KEY_VOLUMEUP, 0);
+    auto out = throughMarker(keyboard, clone);
+    EXPECT_TRUE(contains(out, KEY_VOLUMEUP, 2) && contains(out, KEY_VOLUMEUP, 0));
+
+    // Down while armed, up while disarmed: neither reaches the desktop; the down is reported.
+    keyboard.key(KEY_VOLUMEDOWN, 1);
+    EXPECT_FALSE(contains(throughMarker(keyboard, clone), KEY_VOLUMEDOWN, 1));
+    expected.push_back(KeyReport{MediaKey::soundDown, false, false});
+    settleArming(false, keyboard, clone, {{KEY_VOLUMEDOWN, true}}, expected);
+    keyboard.key(KEY_VOLUMEDOWN, 0);
+    EXPECT_FALSE(contains(throughMarker(keyboard, clone), KEY_VOLUMEDOWN, 0));
+
+    client->pump(3000ms, expected.size());
+    ASSERT_EQ(client->reports.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(client->reports[i].key, expected[i].key);
+    EXPECT_TRUE(clone.heldKeys().empty());
+}
+
+TEST_F(KeydGuest, clientThatVanishesMidPressStrandsNoKey)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test vanish keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<KeyReport> expected;
+    settleArming(true, keyboard, clone, {}, expected);
+
+    keyboard.key(KEY_VOLUMEDOWN, 1);
+    client->pump(3000ms, expected.size() + 1);
+    ASSERT_EQ(client->reports.size(), expected.size() + 1);
+    client->close();
+    std::this_thread::sleep_for(300ms);
+    keyboard.key(KEY_VOLUMEDOWN, 2);
+    keyboard.key(KEY_VOLUMEDOWN, 0);
+    auto out = throughMarker(keyboard, clone);
+    EXPECT_FALSE(contains(out, KEY_VOLUMEDOWN, 2) || contains(out, KEY_VOLUMEDOWN, 0))
+        << "the rest of a swallowed press reached the desktop";
+
+    // Nobody armed: the next press is the desktop's.
+    keyboard.key(KEY_VOLUMEDOWN, 1);
+    keyboard.key(KEY_VOLUMEDOWN, 0);
+    out = throughMarker(keyboard, clone);
+    EXPECT_TRUE(contains(out, KEY_VOLUMEDOWN, 1) && contains(out, KEY_VOLUMEDOWN, 0));
+    EXPECT_TRUE(clone.heldKeys().empty());
+
+    // The place is free again.
+    Client next;
+    ASSERT_TRUE(next.hello);
+    EXPECT_EQ(next.hello->status, keyd::HelloStatus::accepted);
+}
+
+TEST_F(KeydGuest, overflowedDeviceIsResyncedWithoutStrandingOrLeakingKeys)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test flood keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<KeyReport> expected;
+    settleArming(true, keyboard, clone, {}, expected);
+
+    // Far more than the kernel keeps for a reader that has not read yet, in one write, so
+    // the service sees SYN_DROPPED and must rebuild the state: B and volume-up end up held.
+    std::vector<input_event> flood;
+    auto add = [&](unsigned code, int value) {
+        flood.push_back(ev(EV_KEY, code, value));
+        flood.push_back(ev(EV_SYN, SYN_REPORT, 0));
+    };
+    add(KEY_C, 1);
+    for (int i = 0; i < 200; ++i) {
+        add(KEY_A, 1);
+        add(KEY_A, 0);
+    }
+    add(KEY_C, 0);
+    add(KEY_B, 1);
+    add(KEY_VOLUMEUP, 1);
+    keyboard.raw(flood);
+    clone.read(5000ms, KEY_B, 1);
+    // The resynced volume key-down is a new press, decided by the arming: swallowed.
+    client->pump(3000ms, expected.size() + 1);
+    ASSERT_EQ(client->reports.size(), expected.size() + 1);
+    EXPECT_EQ(client->reports.back().key, MediaKey::soundUp);
+    EXPECT_EQ(clone.heldKeys(), (std::vector<unsigned>{KEY_B}));
+
+    keyboard.key(KEY_VOLUMEUP, 0);
+    keyboard.key(KEY_B, 0);
+    auto out = throughMarker(keyboard, clone);
+    EXPECT_FALSE(contains(out, KEY_VOLUMEUP, 0)) << "the release left its press";
+    EXPECT_TRUE(contains(out, KEY_B, 0));
+    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_NE(keyd->log().find("dropped by the kernel"), std::string::npos)
+        << "no overflow happened";
+}
+
+TEST_F(KeydGuest, secondClientIsTurnedAwayAndTheFirstKeepsWorking)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test second client keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+
+    Client second;
+    ASSERT_TRUE(second.hello);
+    EXPECT_EQ(second.hello->status, keyd::HelloStatus::busy);
+    second.pump(2000ms);
+    EXPECT_TRUE(second.hungUp);
+
+    std::vector<KeyReport> expected;
+    settleArming(true, keyboard, clone, {}, expected);
+    client->pump(3000ms, expected.size());
+    EXPECT_EQ(client->reports.size(), expected.size());
+}
+
+TEST_F(KeydGuest, clientThatStopsReadingIsDroppedAndTheKeysReturn)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test full keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<KeyReport> expected;
+    settleArming(true, keyboard, clone, {}, expected);
+
+    // From here the client reads nothing: every press is swallowed and reported until the
+    // service's send buffer is full; then the client is dropped and presses pass again.
+    // Four presses at a time stay well inside the kernel's 64-event buffer of each reader.
+    int presses = 0;
+    bool passed = false;
+    const auto end = std::chrono::steady_clock::now() + 120s;
+    while (!passed && std::chrono::steady_clock::now() < end) {
+        for (int i = 0; i < 4; ++i, ++presses) {
+            keyboard.key(KEY_MUTE, 1);
+            keyboard.key(KEY_MUTE, 0);
+        }
+        auto out = throughMarker(keyboard, clone);
+        passed = contains(out, KEY_MUTE, 1);
+        if (passed) {
+            EXPECT_TRUE(contains(out, KEY_MUTE, 0)) << "a press split when the client dropped";
+        }
+    }
+    ASSERT_TRUE(passed) << "the client was never dropped";
+    client->pump(3000ms);
+    EXPECT_TRUE(client->hungUp);
+    EXPECT_GT(client->reports.size(), 10u);
+    EXPECT_TRUE(clone.heldKeys().empty());
+    std::printf("keyd full client: dropped after %d presses, %zu reports were buffered\n", presses,
+                client->reports.size());
+}
+
+TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
+{
+    start();
+    VirtualKeyboard steady("keyd-test steady keyboard", kAllKeys);
+    VirtualKeyboard plugged("keyd-test replugged keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 2, 5000ms));
+    Observer steadyClone(waitForNode(cloneName(steady), 3000ms));
+
+    plugged.key(KEY_A, 1); // unplugged with a key down
+    plugged.unplug();
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    EXPECT_TRUE(waitForNoNode(cloneName(plugged), 3000ms)) << "the clone outlived its keyboard";
+
+    steady.key(KEY_B, 1);
+    steady.key(KEY_B, 0);
+    EXPECT_TRUE(contains(throughMarker(steady, steadyClone), KEY_B, 0));
+
+    plugged.plug();
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 2, 5000ms));
+    Observer clone(waitForNode(cloneName(plugged), 3000ms));
+    ASSERT_TRUE(clone.isOpen());
+    plugged.key(KEY_C, 1);
+    plugged.key(KEY_C, 0);
+    auto out = throughMarker(plugged, clone);
+    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
+    EXPECT_TRUE(clone.heldKeys().empty());
+}
+
+TEST_F(KeydGuest, shiftOnAnotherKeyboardMakesTheStepFine)
+{
+    start();
+    VirtualKeyboard letters("keyd-test letters", {KEY_A, KEY_LEFTSHIFT, KEY_RIGHTSHIFT});
+    VirtualKeyboard consumer("keyd-test consumer control",
+                             {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker});
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms))
+        << "only the device with volume keys is grabbed";
+    Observer clone(waitForNode(cloneName(consumer), 3000ms));
+    Observer lettersDevice(letters.node());
+    std::vector<KeyReport> expected;
+    settleArming(true, consumer, clone, {}, expected);
+
+    letters.key(KEY_RIGHTSHIFT, 1);
+    EXPECT_TRUE(contains(lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 1), KEY_RIGHTSHIFT, 1))
+        << "the keyboard without volume keys is not grabbed";
+    consumer.key(KEY_VOLUMEUP, 1);
+    consumer.key(KEY_VOLUMEUP, 0);
+    // Shift counts as it is when the service reads the key, so it stays down until then.
+    client->pump(3000ms, expected.size() + 1);
+    letters.key(KEY_RIGHTSHIFT, 0);
+    lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 0);
+    consumer.key(KEY_VOLUMEDOWN, 1);
+    consumer.key(KEY_VOLUMEDOWN, 0);
+
+    client->pump(3000ms, expected.size() + 2);
+    ASSERT_EQ(client->reports.size(), expected.size() + 2);
+    EXPECT_EQ(client->reports[expected.size()], (KeyReport{MediaKey::soundUp, true, false}));
+    EXPECT_EQ(client->reports[expected.size() + 1], (KeyReport{MediaKey::soundDown, false, false}));
+}
+
+TEST_F(KeydGuest, pointerButtonsAreReportedOnlyWhenAskedAndNeverGrabbed)
+{
+    start();
+    VirtualKeyboard mouse("keyd-test mouse", {BTN_LEFT, BTN_RIGHT});
+    Observer device(mouse.node());
+    client->pump(300ms);
+    mouse.key(BTN_LEFT, 1);
+    mouse.key(BTN_LEFT, 0);
+    client->pump(300ms);
+    EXPECT_TRUE(client->buttons.empty());
+
+    client->send(keyd::SetPointerButtons{true});
+    const auto end = std::chrono::steady_clock::now() + 5s;
+    while (client->buttons.empty() && std::chrono::steady_clock::now() < end) {
+        mouse.key(BTN_RIGHT, 1);
+        mouse.key(BTN_RIGHT, 0);
+        client->pump(100ms);
+    }
+    ASSERT_FALSE(client->buttons.empty());
+    EXPECT_EQ(client->buttons.front().button, BTN_RIGHT);
+    EXPECT_TRUE(contains(device.read(1000ms, BTN_RIGHT, 0), BTN_RIGHT, 1))
+        << "the pointer must stay the desktop's";
+    EXPECT_EQ(client->health, baseDevices());
+}
+
+TEST_F(KeydGuest, passThroughDelayAndMemory)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test bench keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    std::vector<std::int64_t> delays;
+    for (int i = 0; i < 1000; ++i) {
+        const int value = i % 2 == 0 ? 1 : 0;
+        const std::int64_t written = keyboard.frame({ev(EV_KEY, KEY_A, value)});
+        auto out = clone.read(5000ms, KEY_A, value);
+        ASSERT_FALSE(out.empty());
+        delays.push_back(stampNs(out.front()) - written);
+    }
+    std::printf("keyd bench: pass-through delay median %lld us, p99 %lld us over %zu events "
+                "(write into the keyboard to the clone's kernel time stamp, emulated CPU); "
+                "resident memory %ld kB\n",
+                static_cast<long long>(percentile(delays, 0.5) / 1000),
+                static_cast<long long>(percentile(delays, 0.99) / 1000), delays.size(),
+                keyd->residentKb());
+}
+
+TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
+{
+    start();
+    VirtualKeyboard keyboard("keyd-test stop keyboard", kAllKeys);
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    keyboard.key(KEY_A, 1);
+    ASSERT_TRUE(contains(clone.read(3000ms, KEY_A, 1), KEY_A, 1));
+
+    EXPECT_EQ(keyd->stop(), 0);
+    // The clone goes away with the key down; a reader learns it from the hang-up (the kernel
+    // refuses reads of a removed node at once) and drops the clone's keys with it, which is
+    // what libinput and the X server do. The desktop then reads the keyboard itself.
+    EXPECT_TRUE(waitForNoNode(cloneName(keyboard), 3000ms));
+    Observer device(keyboard.node());
+    keyboard.key(KEY_A, 0);
+    EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0)) << "still grabbed";
+}
