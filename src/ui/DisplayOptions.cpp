@@ -1,0 +1,188 @@
+#include "ui/DisplayOptions.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSet>
+
+namespace {
+
+const QString gsettingsProgram = QStringLiteral("gsettings");
+
+const QString atSpiService = QStringLiteral("org.a11y.Bus");
+const QString atSpiPath = QStringLiteral("/org/a11y/bus");
+const QString atSpiStatus = QStringLiteral("org.a11y.Status");
+const QString screenReaderProperty = QStringLiteral("ScreenReaderEnabled");
+const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
+
+// Only an existing session bus is used: with none, libdbus would start one through the X
+// server and make this thread wait for it.
+bool hasSessionBus()
+{
+    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+        return true;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    return !runtime.isEmpty() && QFileInfo::exists(runtime + QStringLiteral("/bus"));
+}
+
+} // namespace
+
+struct DisplayOptionsWatcher::Key {
+    QString schema;
+    QString name;
+    bool value = false;
+};
+
+DisplayOptionsWatcher::DisplayOptionsWatcher(QObject* parent)
+    : QObject(parent)
+{
+    const std::pair<const char*, const char*> keys[] = {
+        {"org.gnome.desktop.interface", "enable-animations"},
+        {"org.gnome.desktop.a11y.interface", "high-contrast"},
+        {"org.gnome.desktop.a11y.applications", "screen-reader-enabled"},
+    };
+    QSet<QString> schemas;
+    for (const auto& [schema, name] : keys) {
+        auto key = std::make_unique<Key>();
+        key->schema = QString::fromLatin1(schema);
+        key->name = QString::fromLatin1(name);
+        // Animations are on unless the desktop says otherwise.
+        key->value = key->name == QLatin1String("enable-animations");
+        m_keys.push_back(std::move(key));
+    }
+    recompute();
+    for (auto& key : m_keys) {
+        read(*key);
+        if (!schemas.contains(key->schema)) {
+            schemas.insert(key->schema);
+            monitor(key->schema);
+        }
+    }
+    watchAtSpi();
+}
+
+DisplayOptionsWatcher::~DisplayOptionsWatcher()
+{
+    // The monitors run until killed; children of this object are killed by QProcess's
+    // destructor, but without a wait that can warn, so end them here first.
+    for (auto* process : findChildren<QProcess*>()) {
+        process->disconnect(this);
+        process->kill();
+        process->waitForFinished(200);
+    }
+}
+
+void DisplayOptionsWatcher::read(Key& key)
+{
+    auto* process = new QProcess(this);
+    connect(process, &QProcess::finished, this, [this, process, &key](int code, auto status) {
+        if (status == QProcess::NormalExit && code == 0)
+            store(key, process->readAllStandardOutput().trimmed());
+        process->deleteLater();
+    });
+    connect(process, &QProcess::errorOccurred, this, [process](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            process->deleteLater();
+    });
+    process->start(gsettingsProgram, {QStringLiteral("get"), key.schema, key.name});
+}
+
+void DisplayOptionsWatcher::monitor(const QString& schema)
+{
+    auto* process = new QProcess(this);
+    process->setProcessChannelMode(QProcess::SeparateChannels);
+    connect(process, &QProcess::readyReadStandardOutput, this,
+            [this, process] { onMonitorOutput(process); });
+    process->start(gsettingsProgram, {QStringLiteral("monitor"), schema});
+}
+
+// Lines read "key: value", for every key of the schema that changes.
+void DisplayOptionsWatcher::onMonitorOutput(QProcess* process)
+{
+    while (process->canReadLine()) {
+        const QByteArray line = process->readLine().trimmed();
+        const qsizetype colon = line.indexOf(':');
+        if (colon < 0)
+            continue;
+        const QString name = QString::fromUtf8(line.left(colon));
+        const QByteArray value = line.mid(colon + 1).trimmed();
+        const QString schema = process->arguments().value(1);
+        for (auto& key : m_keys) {
+            if (key->schema == schema && key->name == name)
+                store(*key, value);
+        }
+    }
+}
+
+void DisplayOptionsWatcher::store(Key& key, const QByteArray& text)
+{
+    if (text != "true" && text != "false")
+        return;
+    key.value = text == "true";
+    recompute();
+}
+
+void DisplayOptionsWatcher::watchAtSpi()
+{
+    if (!hasSessionBus())
+        return;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    bus.connect(atSpiService, atSpiPath, propertiesInterface, QStringLiteral("PropertiesChanged"),
+                this, SLOT(onAtSpiPropertiesChanged(QString, QVariantMap, QStringList)));
+    readAtSpi();
+}
+
+void DisplayOptionsWatcher::readAtSpi()
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(atSpiService, atSpiPath, propertiesInterface,
+                                                       QStringLiteral("Get"));
+    call << atSpiStatus << screenReaderProperty;
+    auto* watcher =
+        new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* w) {
+        const QDBusPendingReply<QDBusVariant> reply = *w;
+        if (!reply.isError())
+            setAtSpiScreenReader(reply.value().variant().toBool());
+        w->deleteLater();
+    });
+}
+
+void DisplayOptionsWatcher::onAtSpiPropertiesChanged(const QString& interface,
+                                                     const QVariantMap& changed,
+                                                     const QStringList& invalidated)
+{
+    if (interface != atSpiStatus)
+        return;
+    if (changed.contains(screenReaderProperty))
+        setAtSpiScreenReader(changed.value(screenReaderProperty).toBool());
+    else if (invalidated.contains(screenReaderProperty))
+        readAtSpi();
+}
+
+void DisplayOptionsWatcher::setAtSpiScreenReader(bool on)
+{
+    m_atSpiScreenReader = on;
+    recompute();
+}
+
+void DisplayOptionsWatcher::recompute()
+{
+    const bool animations = m_keys[0]->value;
+    const bool highContrast = m_keys[1]->value;
+    const bool screenReader = m_keys[2]->value;
+    DisplayOptions next;
+    next.reduceMotion = !animations;
+    next.reduceTransparency = highContrast;
+    next.increaseContrast = highContrast;
+    next.screenReader = screenReader || m_atSpiScreenReader;
+    if (next == m_options)
+        return;
+    m_options = next;
+    emit changed(m_options);
+}
