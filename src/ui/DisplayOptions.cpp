@@ -9,6 +9,9 @@
 #include <QProcess>
 #include <QSet>
 
+#include <csignal>
+#include <sys/prctl.h>
+
 namespace {
 
 const QString gsettingsProgram = QStringLiteral("gsettings");
@@ -95,6 +98,8 @@ void DisplayOptionsWatcher::monitor(const QString& schema)
 {
     auto* process = new QProcess(this);
     process->setProcessChannelMode(QProcess::SeparateChannels);
+    // A monitor runs until killed: make sure it goes with this process, however that ends.
+    process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
     connect(process, &QProcess::readyReadStandardOutput, this,
             [this, process] { onMonitorOutput(process); });
     process->start(gsettingsProgram, {QStringLiteral("monitor"), schema});

@@ -24,10 +24,10 @@ void HudTimeline::dismiss(double now)
 
 void HudTimeline::advance(double now)
 {
-    if (m_holdDeadline && now >= *m_holdDeadline - earlyFiringSlack) {
-        const double firedAt = *m_holdDeadline;
+    if (m_holdDeadline && now >= *m_holdDeadline) {
+        const double holdEnded = *m_holdDeadline;
         m_holdDeadline.reset();
-        startFade(firedAt > now ? now : firedAt);
+        startFade(holdEnded);
     }
     while (m_nextFrame && now >= *m_nextFrame) {
         const double frame = *m_nextFrame;

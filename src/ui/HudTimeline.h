@@ -16,8 +16,6 @@ public:
     static constexpr double holdSeconds = 1.2;
     static constexpr double fadeSeconds = 0.25;
     static constexpr double frameInterval = 1.0 / 60;
-    // A hide timer that fires this much early still ends the hold.
-    static constexpr double earlyFiringSlack = 0.05;
 
     // Full opacity at once, held for `hold` (default holdSeconds) from `now`. Answers
     // whether the overlay should be placed again first: it was hidden or fading, so the
@@ -26,7 +24,9 @@ public:
     // Ends the hold early: a holding overlay starts fading at `now`; a hidden or already
     // fading one is left alone.
     void dismiss(double now);
-    // Runs whatever has come due by `now`: the end of the hold, then fade frames.
+    // Runs whatever has come due by `now`: the end of the hold, then fade frames. A call
+    // before anything is due (a timer that fired early, or one whose deadline a later show
+    // moved) does nothing.
     void advance(double now);
     // When advance() next has something to do; none when hidden.
     std::optional<double> nextWake() const;

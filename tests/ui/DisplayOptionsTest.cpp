@@ -1,0 +1,81 @@
+// The desktop settings are read through the real gsettings tool, with GLib's key-file
+// back end in a private folder so the test owns every value.
+#include "ui/DisplayOptions.h"
+
+#include "common/Wait.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+class DisplayOptionsTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (QStandardPaths::findExecutable("gsettings").isEmpty())
+            GTEST_SKIP() << "gsettings is not installed";
+        qputenv("GSETTINGS_BACKEND", "keyfile");
+        qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+        if (QProcess::execute("gsettings",
+                              {"get", "org.gnome.desktop.a11y.interface", "high-contrast"}) != 0)
+            GTEST_SKIP() << "the GNOME desktop schemas are not installed";
+    }
+
+    static void set(const QString& schema, const QString& key, const QString& value)
+    {
+        ASSERT_EQ(QProcess::execute("gsettings", {"set", schema, key, value}), 0);
+    }
+
+    QTemporaryDir config;
+};
+
+TEST_F(DisplayOptionsTest, ReadsTheSettingsAtStartWithoutWaitingForThem)
+{
+    set("org.gnome.desktop.interface", "enable-animations", "false");
+    set("org.gnome.desktop.a11y.interface", "high-contrast", "true");
+
+    DisplayOptionsWatcher watcher;
+    EXPECT_EQ(watcher.options(), DisplayOptions{}) << "all off until the answers arrive";
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceMotion; }));
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceTransparency; }));
+    EXPECT_TRUE(watcher.options().increaseContrast);
+    EXPECT_FALSE(watcher.options().screenReader);
+}
+
+TEST_F(DisplayOptionsTest, FollowsChangesWhileRunning)
+{
+    DisplayOptionsWatcher watcher;
+    std::vector<DisplayOptions> seen;
+    QObject::connect(&watcher, &DisplayOptionsWatcher::changed,
+                     [&](const DisplayOptions& options) { seen.push_back(options); });
+    // Let the monitors start before anything changes.
+    spinFor(std::chrono::milliseconds(500));
+
+    set("org.gnome.desktop.a11y.applications", "screen-reader-enabled", "true");
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().screenReader; }));
+    set("org.gnome.desktop.interface", "enable-animations", "false");
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceMotion; }));
+    set("org.gnome.desktop.interface", "enable-animations", "true");
+    ASSERT_TRUE(spinUntil([&] { return !watcher.options().reduceMotion; }));
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back(), watcher.options());
+    EXPECT_FALSE(watcher.options().reduceTransparency);
+}
+
+TEST_F(DisplayOptionsTest, UnreadableSettingsStayOff)
+{
+    qputenv("GSETTINGS_SCHEMA_DIR", config.path().toLocal8Bit()); // no schemas there
+    DisplayOptionsWatcher watcher;
+    spinFor(std::chrono::milliseconds(500));
+    qunsetenv("GSETTINGS_SCHEMA_DIR");
+    EXPECT_EQ(watcher.options(), DisplayOptions{});
+}
+
+} // namespace
