@@ -2,6 +2,7 @@
 
 #include "ui/VolumeHUD.h"
 
+#include <QAccessibleWidget>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRegion>
@@ -12,6 +13,30 @@ namespace {
 // keep the bar readable over a busy picture, with the desktop still showing through.
 constexpr double translucentBackdropAlpha = 0.86;
 constexpr double translucentOutlineAlpha = 0.12;
+
+// Screen readers must not land on the overlay: it speaks through the announcer instead.
+class UnlistedPanel : public QAccessibleWidget {
+public:
+    explicit UnlistedPanel(QWidget* panel)
+        : QAccessibleWidget(panel, QAccessible::NoRole)
+    {
+    }
+    QAccessible::State state() const override
+    {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.invisible = true;
+        state.focusable = false;
+        return state;
+    }
+    QString text(QAccessible::Text) const override { return {}; }
+};
+
+QAccessibleInterface* makeAccessible(const QString& className, QObject* object)
+{
+    if (className == QLatin1String("HudPanel"))
+        return new UnlistedPanel(static_cast<QWidget*>(object));
+    return nullptr;
+}
 
 QRegion capsuleRegion()
 {
@@ -33,6 +58,11 @@ HudPanel::HudPanel()
 {
     // Unmanaged by the window manager, the capsule stands over full-screen windows, on
     // every workspace, and out of the task switcher.
+    static const bool unlisted = [] {
+        QAccessible::installFactory(makeAccessible);
+        return true;
+    }();
+    Q_UNUSED(unlisted);
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_X11NetWmWindowTypeNotification);

@@ -6,6 +6,7 @@
 #include "ui/HudDemo.h"
 #include "ui/VolumeHUD.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QProcess>
 #include <QScreen>
@@ -165,7 +166,7 @@ TEST_F(VolumeHudScreen, OpaqueBackdropWhenTransparencyIsReduced)
     EXPECT_EQ(hud.material(), HudMaterial::Translucent);
 }
 
-TEST_F(VolumeHudScreen, NeverTakesClicksOrFocus)
+TEST_F(VolumeHudScreen, NeverTakesClicksFocusOrTheScreenReader)
 {
     backdrop.activateWindow();
     spinFor(std::chrono::milliseconds(100));
@@ -181,6 +182,11 @@ TEST_F(VolumeHudScreen, NeverTakesClicksOrFocus)
     EXPECT_EQ(backdrop.presses.first(), target);
     EXPECT_FALSE(hud.panel()->isActiveWindow());
     EXPECT_NE(QGuiApplication::focusWindow(), hud.panel()->windowHandle());
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(hud.panel());
+    ASSERT_TRUE(accessible);
+    EXPECT_TRUE(accessible->state().invisible) << "screen readers do not land on the overlay";
+    EXPECT_FALSE(accessible->state().focusable);
 }
 
 TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldAndComesBackAtOnce)
