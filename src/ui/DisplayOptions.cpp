@@ -1,5 +1,7 @@
 #include "ui/DisplayOptions.h"
 
+#include "ui/KdeAnimationSetting.h"
+
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusPendingCallWatcher>
@@ -66,6 +68,8 @@ DisplayOptionsWatcher::DisplayOptionsWatcher(QObject* parent)
         }
     }
     watchAtSpi();
+    m_kde = new KdeAnimationSetting(this);
+    connect(m_kde, &KdeAnimationSetting::changed, this, &DisplayOptionsWatcher::recompute);
 }
 
 DisplayOptionsWatcher::~DisplayOptionsWatcher()
@@ -182,7 +186,7 @@ void DisplayOptionsWatcher::recompute()
     const bool highContrast = m_keys[1]->value;
     const bool screenReader = m_keys[2]->value;
     DisplayOptions next;
-    next.reduceMotion = !animations;
+    next.reduceMotion = !animations || (m_kde && m_kde->animationsOff());
     next.reduceTransparency = highContrast;
     next.increaseContrast = highContrast;
     next.screenReader = screenReader || m_atSpiScreenReader;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+class KdeAnimationSetting;
 class QProcess;
 
 // The desktop's accessibility preferences that change how the overlay looks and speaks.
@@ -24,7 +25,8 @@ struct DisplayOptions {
 // screen reader also counts as on when the AT-SPI bus says one is running. Until the first
 // answers arrive, and for anything unreadable, the options stay off.
 //
-//   Reduce Motion        org.gnome.desktop.interface enable-animations = false
+//   Reduce Motion        org.gnome.desktop.interface enable-animations = false, or
+//                        KDE's AnimationDurationFactor = 0
 //   Reduce Transparency,
 //   Increase Contrast    org.gnome.desktop.a11y.interface high-contrast
 //   screen reader        org.gnome.desktop.a11y.applications screen-reader-enabled,
@@ -56,6 +58,7 @@ private:
     void recompute();
 
     std::vector<std::unique_ptr<Key>> m_keys;
+    KdeAnimationSetting* m_kde = nullptr;
     bool m_atSpiScreenReader = false;
     DisplayOptions m_options;
 };

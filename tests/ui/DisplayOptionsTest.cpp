@@ -3,7 +3,9 @@
 #include "ui/DisplayOptions.h"
 
 #include "common/Wait.h"
+#include "ui/KdeAnimationSetting.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -76,6 +78,53 @@ TEST_F(DisplayOptionsTest, UnreadableSettingsStayOff)
     spinFor(std::chrono::milliseconds(500));
     qunsetenv("GSETTINGS_SCHEMA_DIR");
     EXPECT_EQ(watcher.options(), DisplayOptions{});
+}
+
+class KdeAnimations : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        qputenv("GSETTINGS_BACKEND", "memory");
+        qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+    }
+
+    // Saved the way KDE saves: a new file renamed over the old one.
+    void save(const QByteArray& text)
+    {
+        const QString path = config.filePath("kdeglobals");
+        QFile file(path + ".new");
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(text);
+        file.close();
+        QFile::remove(path);
+        ASSERT_TRUE(QFile::rename(path + ".new", path));
+    }
+
+    QTemporaryDir config;
+};
+
+TEST_F(KdeAnimations, FactorIsReadFromTheKdeGroupOnly)
+{
+    EXPECT_EQ(KdeAnimationSetting::parseFactor("[KDE]\nAnimationDurationFactor=0\n"), 0.0);
+    EXPECT_EQ(KdeAnimationSetting::parseFactor(
+                  "[General]\nAnimationDurationFactor=0\n[KDE]\n AnimationDurationFactor = 0.5 \n"),
+              0.5);
+    EXPECT_FALSE(KdeAnimationSetting::parseFactor("[General]\nAnimationDurationFactor=0\n"));
+    EXPECT_FALSE(KdeAnimationSetting::parseFactor("[KDE]\nAnimationDurationFactor=fast\n"));
+    EXPECT_FALSE(KdeAnimationSetting::parseFactor(""));
+}
+
+TEST_F(KdeAnimations, SliderAtZeroMeansReducedMotionAndIsFollowed)
+{
+    save("[KDE]\nAnimationDurationFactor=0\nSingleClick=false\n");
+    DisplayOptionsWatcher watcher;
+    EXPECT_FALSE(watcher.options().reduceMotion) << "off until the file has been read";
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceMotion; }));
+
+    save("[KDE]\nAnimationDurationFactor=0.25\n");
+    ASSERT_TRUE(spinUntil([&] { return !watcher.options().reduceMotion; }));
+    save("[KDE]\nAnimationDurationFactor=0\n");
+    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceMotion; }));
 }
 
 } // namespace
