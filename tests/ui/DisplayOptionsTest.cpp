@@ -73,10 +73,16 @@ TEST_F(DisplayOptionsTest, FollowsChangesWhileRunning)
 
 TEST_F(DisplayOptionsTest, UnreadableSettingsStayOff)
 {
-    qputenv("GSETTINGS_SCHEMA_DIR", config.path().toLocal8Bit()); // no schemas there
+    // Stored values that would turn everything on, which the watcher cannot read without
+    // the schemas.
+    set("org.gnome.desktop.interface", "enable-animations", "false");
+    set("org.gnome.desktop.a11y.interface", "high-contrast", "true");
+    set("org.gnome.desktop.a11y.applications", "screen-reader-enabled", "true");
+    const QByteArray dataDirs = qgetenv("XDG_DATA_DIRS");
+    qputenv("XDG_DATA_DIRS", config.path().toLocal8Bit()); // no schemas there
     DisplayOptionsWatcher watcher;
     spinFor(std::chrono::milliseconds(500));
-    qunsetenv("GSETTINGS_SCHEMA_DIR");
+    qputenv("XDG_DATA_DIRS", dataDirs);
     EXPECT_EQ(watcher.options(), DisplayOptions{});
 }
 
