@@ -101,7 +101,8 @@ void VolumeHUD::show(int volume, bool muted, bool unreachable, const QString& sp
             applyMaterial();
         position();
     }
-    applyAlpha(wasAway);
+    // Raised on every press: a full-screen window may have come up while it was showing.
+    applyAlpha(true);
     scheduleTick();
     announce(m_reading);
 }

@@ -189,6 +189,25 @@ TEST_F(VolumeHudScreen, NeverTakesClicksFocusOrTheScreenReader)
     EXPECT_FALSE(accessible->state().focusable);
 }
 
+TEST_F(VolumeHudScreen, StandsOverAFullScreenWindow)
+{
+    showAndGrab(40, false, false, "hud-before-full-screen");
+    Backdrop fullScreen(QColor(20, 120, 40));
+    fullScreen.showFullScreen();
+    fullScreen.raise();
+    spinFor(std::chrono::milliseconds(250));
+    const QImage covered = grabScreen("hud-covered-by-full-screen");
+    ASSERT_TRUE(near(covered.pixel(capsuleX + 120, capsuleY + 6), fullScreen.color()))
+        << "the full-screen window came up over the overlay";
+
+    const QImage shot = showAndGrab(60, false, false, "hud-over-full-screen");
+    EXPECT_TRUE(
+        near(shot.pixel(capsuleX + 120, capsuleY + 6), blend(window(), 0.86, fullScreen.color())))
+        << describe(shot.pixel(capsuleX + 120, capsuleY + 6));
+    EXPECT_EQ(hud.panel()->geometry(), QRect(capsuleX, capsuleY, 230, 38))
+        << "a visible overlay is not moved";
+}
+
 TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldAndComesBackAtOnce)
 {
     hud.show(50, false, false, QString(), 0.2);
