@@ -36,34 +36,14 @@ bool hasSessionBus()
 
 } // namespace
 
-struct DisplayOptionsWatcher::Key {
-    QString schema;
-    QString name;
-    bool value = false;
-};
-
 DisplayOptionsWatcher::DisplayOptionsWatcher(QObject* parent)
     : QObject(parent)
 {
-    const std::pair<const char*, const char*> keys[] = {
-        {"org.gnome.desktop.interface", "enable-animations"},
-        {"org.gnome.desktop.a11y.interface", "high-contrast"},
-        {"org.gnome.desktop.a11y.applications", "screen-reader-enabled"},
-    };
-    QSet<QString> schemas;
-    for (const auto& [schema, name] : keys) {
-        auto key = std::make_unique<Key>();
-        key->schema = QString::fromLatin1(schema);
-        key->name = QString::fromLatin1(name);
-        // Animations are on unless the desktop says otherwise.
-        key->value = key->name == QLatin1String("enable-animations");
-        m_keys.push_back(std::move(key));
-    }
-    recompute();
-    for (auto& key : m_keys) {
+    QSet<QString> monitored;
+    for (Key* key : keys()) {
         read(*key);
-        if (!schemas.contains(key->schema)) {
-            schemas.insert(key->schema);
+        if (!monitored.contains(key->schema)) {
+            monitored.insert(key->schema);
             monitor(key->schema);
         }
     }
@@ -74,8 +54,8 @@ DisplayOptionsWatcher::DisplayOptionsWatcher(QObject* parent)
 
 DisplayOptionsWatcher::~DisplayOptionsWatcher()
 {
-    // The monitors run until killed; children of this object are killed by QProcess's
-    // destructor, but without a wait that can warn, so end them here first.
+    // The monitors run until killed, and QProcess's destructor warns about a child that
+    // is still running: end them first.
     for (auto* process : findChildren<QProcess*>()) {
         process->disconnect(this);
         process->kill();
@@ -120,7 +100,7 @@ void DisplayOptionsWatcher::onMonitorOutput(QProcess* process)
         const QString name = QString::fromUtf8(line.left(colon));
         const QByteArray value = line.mid(colon + 1).trimmed();
         const QString schema = process->arguments().value(1);
-        for (auto& key : m_keys) {
+        for (Key* key : keys()) {
             if (key->schema == schema && key->name == name)
                 store(*key, value);
         }
@@ -182,14 +162,11 @@ void DisplayOptionsWatcher::setAtSpiScreenReader(bool on)
 
 void DisplayOptionsWatcher::recompute()
 {
-    const bool animations = m_keys[0]->value;
-    const bool highContrast = m_keys[1]->value;
-    const bool screenReader = m_keys[2]->value;
     DisplayOptions next;
-    next.reduceMotion = !animations || (m_kde && m_kde->animationsOff());
-    next.reduceTransparency = highContrast;
-    next.increaseContrast = highContrast;
-    next.screenReader = screenReader || m_atSpiScreenReader;
+    next.reduceMotion = !m_animations.value || (m_kde && m_kde->animationsOff());
+    next.reduceTransparency = m_highContrast.value;
+    next.increaseContrast = m_highContrast.value;
+    next.screenReader = m_screenReader.value || m_atSpiScreenReader;
     if (next == m_options)
         return;
     m_options = next;

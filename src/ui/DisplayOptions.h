@@ -3,8 +3,7 @@
 #include <QObject>
 #include <QString>
 
-#include <memory>
-#include <vector>
+#include <array>
 
 class KdeAnimationSetting;
 class QProcess;
@@ -47,7 +46,12 @@ private slots:
                                   const QStringList& invalidated);
 
 private:
-    struct Key;
+    struct Key {
+        QString schema;
+        QString name;
+        bool value = false;
+    };
+    std::array<Key*, 3> keys() { return {&m_animations, &m_highContrast, &m_screenReader}; }
     void read(Key& key);
     void monitor(const QString& schema);
     void onMonitorOutput(QProcess* process);
@@ -57,7 +61,13 @@ private:
     void setAtSpiScreenReader(bool on);
     void recompute();
 
-    std::vector<std::unique_ptr<Key>> m_keys;
+    // Animations are on unless the desktop says otherwise.
+    Key m_animations{QStringLiteral("org.gnome.desktop.interface"),
+                     QStringLiteral("enable-animations"), true};
+    Key m_highContrast{QStringLiteral("org.gnome.desktop.a11y.interface"),
+                       QStringLiteral("high-contrast")};
+    Key m_screenReader{QStringLiteral("org.gnome.desktop.a11y.applications"),
+                       QStringLiteral("screen-reader-enabled")};
     KdeAnimationSetting* m_kde = nullptr;
     bool m_atSpiScreenReader = false;
     DisplayOptions m_options;

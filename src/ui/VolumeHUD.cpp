@@ -9,6 +9,9 @@
 #include <QGuiApplication>
 #include <QScreen>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 double monotonicSeconds()
