@@ -7,7 +7,6 @@
 #include "ui/SymbolIcons.h"
 
 #include <QObject>
-#include <QPointer>
 #include <QTimer>
 
 #include <memory>
