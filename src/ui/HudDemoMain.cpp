@@ -1,0 +1,13 @@
+// Stand-alone overlay demonstration, until the program entry offers "--hud-demo".
+#include "ui/HudDemo.h"
+
+#include <QApplication>
+
+int main(int argc, char** argv)
+{
+    // The overlay places itself, which Wayland does not allow a client to do; XWayland does.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication app(argc, argv);
+    return runHudDemo(app);
+}

@@ -1,0 +1,225 @@
+// What a screen reader hears: the overlay's announcements travel over a private AT-SPI bus
+// with the real registry daemon, and are read back the way Orca reads them (an
+// accessible-name change, then the object's Name).
+#include "QtPrinters.h"
+#include "common/Wait.h"
+#include "ui/VolumeHUD.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/prctl.h>
+
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+const QString busLauncher = QStringLiteral("/usr/libexec/at-spi-bus-launcher");
+
+QStringList statusProperty(const char* method, const char* name)
+{
+    return {"--session",
+            "--print-reply",
+            "--dest=org.a11y.Bus",
+            "/org/a11y/bus",
+            QStringLiteral("org.freedesktop.DBus.Properties.%1").arg(method),
+            "string:org.a11y.Status",
+            QStringLiteral("string:%1").arg(name)};
+}
+
+// A desktop session's buses, private to this test program: a session bus with the AT-SPI
+// bus launcher on it, which starts the accessibility bus and, when first asked, the
+// registry daemon. Accessibility is switched on as a desktop does it, by setting
+// org.a11y.Status.IsEnabled; a screen reader announces itself with ScreenReaderEnabled.
+class AccessibilityBus {
+public:
+    bool start()
+    {
+        if (!QFileInfo::exists(busLauncher))
+            return false;
+        qputenv("XDG_RUNTIME_DIR", m_runtime.path().toLocal8Bit());
+        for (QProcess* p : {&m_session, &m_launcher})
+            p->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+        m_session.start("dbus-daemon",
+                        {"--session", "--nofork", "--nosyslog", "--print-address=1"});
+        if (!m_session.waitForStarted() || !m_session.waitForReadyRead(5000))
+            return false;
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_session.readLine().trimmed());
+        m_launcher.start(busLauncher, {"--launch-immediately"});
+        if (!m_launcher.waitForStarted())
+            return false;
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            if (setStatus("IsEnabled", true))
+                return true;
+            QThread::msleep(50);
+        }
+        return false;
+    }
+    ~AccessibilityBus()
+    {
+        for (QProcess* p : {&m_launcher, &m_session}) {
+            p->terminate();
+            p->waitForFinished(2000);
+        }
+    }
+
+    static bool setStatus(const char* name, bool on)
+    {
+        QStringList args = statusProperty("Set", name);
+        args << (on ? "variant:boolean:true" : "variant:boolean:false");
+        QProcess send;
+        send.start("dbus-send", args);
+        return send.waitForFinished(5000) && send.exitStatus() == QProcess::NormalExit &&
+               send.exitCode() == 0;
+    }
+
+private:
+    QTemporaryDir m_runtime;
+    QProcess m_session;
+    QProcess m_launcher;
+};
+
+bool busRunning = false;
+
+QString accessibilityBusAddress()
+{
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
+    return reply.arguments().value(0).toString();
+}
+
+// Listens like a screen reader: on every accessible-name change it asks the object for its
+// name, and keeps what it heard in order.
+class ScreenReader : public QObject {
+    Q_OBJECT
+public:
+    explicit ScreenReader(const QString& address)
+        : m_bus(QDBusConnection::connectToBus(address, QStringLiteral("screen-reader")))
+    {
+        m_bus.connect(QString(), QString(), "org.a11y.atspi.Event.Object", "PropertyChange", this,
+                      SLOT(onPropertyChange(QDBusMessage)));
+        QDBusMessage call =
+            QDBusMessage::createMethodCall("org.a11y.atspi.Registry", "/org/a11y/atspi/registry",
+                                           "org.a11y.atspi.Registry", "RegisterEvent");
+        call << QStringLiteral("object:property-change:accessible-name") << QStringList()
+             << QString();
+        registered = m_bus.call(call).type() == QDBusMessage::ReplyMessage;
+    }
+    ~ScreenReader() override { QDBusConnection::disconnectFromBus("screen-reader"); }
+
+    bool registered = false;
+    std::vector<QString> heard;
+
+private slots:
+    void onPropertyChange(const QDBusMessage& event)
+    {
+        if (event.arguments().value(0).toString() != QLatin1String("accessible-name"))
+            return;
+        QDBusMessage get = QDBusMessage::createMethodCall(event.service(), event.path(),
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QStringLiteral("org.a11y.atspi.Accessible") << QStringLiteral("Name");
+        auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(get), this);
+        connect(watcher, &QDBusPendingCallWatcher::finished, this,
+                [this](QDBusPendingCallWatcher* w) {
+                    const QDBusPendingReply<QDBusVariant> reply = *w;
+                    if (!reply.isError())
+                        heard.push_back(reply.value().variant().toString());
+                    w->deleteLater();
+                });
+    }
+
+private:
+    QDBusConnection m_bus;
+};
+
+class Announcements : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!busRunning)
+            GTEST_SKIP() << "no AT-SPI bus launcher (at-spi2-core) to listen through";
+        ASSERT_TRUE(spinUntil([] { return QAccessible::isActive(); }, std::chrono::seconds(5)))
+            << "accessibility is on for the session";
+        reader = std::make_unique<ScreenReader>(accessibilityBusAddress());
+        ASSERT_TRUE(reader->registered);
+        // The application learns of the new listener from the registry's signal.
+        spinFor(std::chrono::milliseconds(300));
+    }
+
+    void TearDown() override { AccessibilityBus::setStatus("ScreenReaderEnabled", false); }
+
+    // As Orca does when it starts; the overlay learns of it from the bus.
+    void turnScreenReaderOn()
+    {
+        ASSERT_TRUE(AccessibilityBus::setStatus("ScreenReaderEnabled", true));
+        ASSERT_TRUE(spinUntil([&] { return hud.displayOptions().screenReader; }));
+    }
+
+    std::unique_ptr<ScreenReader> reader;
+    VolumeHUD hud;
+};
+
+TEST_F(Announcements, SilentWhileNoScreenReaderIsOn)
+{
+    spinFor(std::chrono::milliseconds(200));
+    ASSERT_FALSE(hud.displayOptions().screenReader);
+    hud.show(30, false, false, QStringLiteral("Den"), 60);
+    hud.show(30, true, false, QStringLiteral("Den"), 60);
+    spinFor(std::chrono::milliseconds(600));
+    EXPECT_TRUE(reader->heard.empty());
+}
+
+TEST_F(Announcements, IsolatedChangeIsSpokenAtOnceAndAgainAfterAPause)
+{
+    turnScreenReaderOn();
+    hud.show(40, false, false, QString(), 60);
+    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 1; }, std::chrono::seconds(2)));
+    EXPECT_EQ(reader->heard[0], "Volume 40 percent");
+    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 2; }, std::chrono::seconds(2)));
+    EXPECT_EQ(reader->heard[1], "Volume 40 percent");
+    spinFor(std::chrono::milliseconds(500));
+    EXPECT_EQ(reader->heard.size(), 2u);
+}
+
+TEST_F(Announcements, BurstSpeaksFirstAndLastLevelsAndMutedAtOnce)
+{
+    turnScreenReaderOn();
+    for (int volume : {32, 34, 36})
+        hud.show(volume, false, false, QStringLiteral("Den"), 60);
+    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 2; }, std::chrono::seconds(2)));
+    EXPECT_EQ(reader->heard,
+              (std::vector<QString>{"Den, volume 32 percent", "Den, volume 36 percent"}));
+
+    hud.show(36, true, false, QStringLiteral("Den"), 60);
+    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 3; }, std::chrono::seconds(2)));
+    EXPECT_EQ(reader->heard[2], "Den, muted");
+    hud.dismiss();
+    spinFor(std::chrono::milliseconds(600));
+    EXPECT_EQ(reader->heard.size(), 3u) << "dismissing drops the pending repeat";
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    AccessibilityBus accessibilityBus;
+    busRunning = accessibilityBus.start();
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+
+#include "AnnouncerTest.moc"

@@ -1,0 +1,152 @@
+#include "ui/HudTimeline.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using State = HudTimeline::State;
+constexpr double frame = HudTimeline::frameInterval;
+
+// Drives the timeline the way the overlay's timer does, in 1 ms steps from `from` to `to`,
+// and answers the first time at which it reached `state`, or -1.
+double firstTimeIn(HudTimeline& timeline, State state, double from, double to)
+{
+    for (double t = from; t <= to + 1e-9; t += 0.001) {
+        timeline.advance(t);
+        if (timeline.state() == state)
+            return t;
+    }
+    return -1;
+}
+
+TEST(HudTimeline, StartsHiddenWithNothingDue)
+{
+    HudTimeline timeline;
+    EXPECT_EQ(timeline.state(), State::Hidden);
+    EXPECT_EQ(timeline.alpha(), 0);
+    EXPECT_FALSE(timeline.nextWake());
+}
+
+TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
+{
+    HudTimeline timeline;
+    EXPECT_TRUE(timeline.show(10.0)) << "a hidden overlay is placed before it appears";
+    EXPECT_EQ(timeline.state(), State::Holding);
+    EXPECT_EQ(timeline.alpha(), 1);
+    ASSERT_TRUE(timeline.nextWake());
+    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 11.2);
+
+    EXPECT_FALSE(timeline.show(10.5, 3.0)) << "a visible overlay is not moved";
+    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 13.5);
+    timeline.advance(13.49);
+    EXPECT_EQ(timeline.state(), State::Holding);
+    timeline.advance(13.5);
+    EXPECT_EQ(timeline.state(), State::Fading);
+}
+
+TEST(HudTimeline, BurstOfPressesHoldsUntilLastPlusHoldThenFadesIn15Frames)
+{
+    HudTimeline timeline;
+    double t = 0;
+    for (int i = 0; i < 20; ++i) {
+        t = i * 0.1;
+        timeline.advance(t);
+        timeline.show(t);
+        EXPECT_EQ(timeline.alpha(), 1) << "press " << i;
+    }
+    const double lastPress = t;
+    const double fadeStart = firstTimeIn(timeline, State::Fading, lastPress, lastPress + 2);
+    EXPECT_NEAR(fadeStart, lastPress + 1.2, 0.0015);
+
+    HudTimeline fresh;
+    fresh.show(0);
+    fresh.advance(1.2);
+    ASSERT_EQ(fresh.state(), State::Fading);
+    EXPECT_EQ(fresh.alpha(), 1) << "the first frame comes one interval after the hold";
+    for (int k = 1; k <= 14; ++k) {
+        fresh.advance(1.2 + k * frame + 1e-9);
+        EXPECT_NEAR(fresh.alpha(), 1 - k / 15.0, 1e-9) << "frame " << k;
+        EXPECT_EQ(fresh.state(), State::Fading) << "frame " << k;
+    }
+    fresh.advance(1.2 + 15 * frame + 1e-9);
+    EXPECT_EQ(fresh.state(), State::Hidden);
+    EXPECT_EQ(fresh.alpha(), 0);
+    EXPECT_FALSE(fresh.nextWake());
+}
+
+TEST(HudTimeline, LateTimerCatchesUpOnMissedFrames)
+{
+    HudTimeline timeline;
+    timeline.show(0);
+    timeline.advance(1.2 + 0.1 + 1e-9);
+    EXPECT_NEAR(timeline.alpha(), 1 - 6 / 15.0, 1e-9);
+    timeline.advance(5);
+    EXPECT_EQ(timeline.state(), State::Hidden);
+}
+
+TEST(HudTimeline, EarlyOrStaleWakeDoesNothing)
+{
+    HudTimeline timeline;
+    timeline.show(0);
+    timeline.show(1.0);    // moves the deadline to 2.2
+    timeline.advance(1.2); // the first press's deadline, now stale
+    EXPECT_EQ(timeline.state(), State::Holding);
+    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 2.2);
+}
+
+TEST(HudTimeline, PressDuringFadeRestoresFullOpacityAndAsksForPlacement)
+{
+    HudTimeline timeline;
+    timeline.show(0);
+    timeline.advance(1.2 + 5 * frame + 1e-9);
+    ASSERT_EQ(timeline.state(), State::Fading);
+    ASSERT_LT(timeline.alpha(), 1);
+
+    EXPECT_TRUE(timeline.show(1.3));
+    EXPECT_EQ(timeline.state(), State::Holding);
+    EXPECT_EQ(timeline.alpha(), 1);
+    timeline.advance(2.0);
+    EXPECT_EQ(timeline.alpha(), 1) << "no leftover fade frames run during the new hold";
+    EXPECT_NEAR(firstTimeIn(timeline, State::Fading, 2.0, 3.0), 2.5, 0.0015);
+}
+
+TEST(HudTimeline, DismissFadesAHoldingOverlayAtOnceAndLeavesOthersAlone)
+{
+    HudTimeline hidden;
+    hidden.dismiss(1.0);
+    EXPECT_EQ(hidden.state(), State::Hidden);
+    EXPECT_FALSE(hidden.nextWake());
+
+    HudTimeline holding;
+    holding.show(0);
+    holding.dismiss(0.5);
+    EXPECT_EQ(holding.state(), State::Fading);
+    EXPECT_NEAR(*holding.nextWake(), 0.5 + frame, 1e-9);
+    holding.advance(0.5 + 15 * frame + 1e-9);
+    EXPECT_EQ(holding.state(), State::Hidden);
+
+    HudTimeline fading;
+    fading.show(0);
+    fading.advance(1.2 + 3 * frame + 1e-9);
+    const double before = fading.alpha();
+    fading.dismiss(1.2 + 3 * frame + 2e-9);
+    EXPECT_EQ(fading.alpha(), before);
+    EXPECT_NEAR(*fading.nextWake(), 1.2 + 4 * frame, 1e-9) << "the running fade keeps its pace";
+}
+
+TEST(HudTimeline, ReducedMotionDisappearsInOneStep)
+{
+    HudTimeline timeline;
+    timeline.setReduceMotion(true);
+    timeline.show(0);
+    timeline.advance(1.2);
+    EXPECT_EQ(timeline.state(), State::Hidden);
+    EXPECT_EQ(timeline.alpha(), 0);
+
+    timeline.show(2.0);
+    timeline.dismiss(2.1);
+    EXPECT_EQ(timeline.state(), State::Hidden);
+    EXPECT_FALSE(timeline.nextWake());
+}
+
+} // namespace

@@ -1,0 +1,280 @@
+// The overlay on a real X server with a compositor, checked by the pixels it puts on screen.
+#include "QtPrinters.h"
+#include "ScreenShots.h"
+#include "common/Wait.h"
+#include "support/Log.h"
+#include "ui/HudDemo.h"
+#include "ui/VolumeHUD.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QProcess>
+#include <QScreen>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace screen_shots;
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+const auto* stateFolder = ::testing::AddGlobalTestEnvironment(new StateFolder);
+
+// Long enough that nothing fades while a test looks.
+constexpr double longHold = 60;
+// Row through the middle of the level bar, and the track's ends, in screen pixels.
+constexpr int barRow = capsuleY + 19;
+constexpr int trackLeft = capsuleX + 46;
+constexpr int trackRight = capsuleX + 46 + 166 - 1;
+
+class VolumeHudScreen : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        backdrop.show();
+        ASSERT_TRUE(spinUntil([&] { return backdrop.isVisible(); }));
+        spinFor(std::chrono::milliseconds(100));
+    }
+
+    // Shows a reading and answers the screen once the compositor has drawn it.
+    QImage showAndGrab(int volume, bool muted, bool unreachable, const QString& name)
+    {
+        hud.show(volume, muted, unreachable, QStringLiteral("Kitchen"), longHold);
+        spinFor(std::chrono::milliseconds(250));
+        return grabScreen(name);
+    }
+
+    QColor label() const { return hud.panel()->palette().color(QPalette::WindowText); }
+    QColor window() const { return hud.panel()->palette().color(QPalette::Window); }
+    // The translucent backdrop as it looks over the test's backdrop window.
+    QColor capsule() const { return blend(window(), 0.86, backdrop.color()); }
+    QColor track() const { return blend(label(), HudLook::tertiaryAlpha, capsule()); }
+    // The width of a fill drawn with `alpha` over the track, along the bar's middle row.
+    double fillWidth(const QImage& image, double alpha) const
+    {
+        return barWidth(image, barRow, trackLeft - 2, trackRight + 2,
+                        blend(label(), alpha, track()), track());
+    }
+
+    Backdrop backdrop{QColor(32, 96, 160)};
+    VolumeHUD hud;
+};
+
+TEST_F(VolumeHudScreen, StandsInTheTopRightCornerAsATranslucentCapsule)
+{
+    EXPECT_EQ(hud.material(), HudMaterial::Translucent);
+    Log::flush();
+    EXPECT_TRUE(Log::tail(20).contains("HUD material: translucent (compositor is running)"));
+    const QImage shot = showAndGrab(40, false, false, "hud-translucent-40");
+
+    EXPECT_EQ(hud.panel()->geometry(), QRect(capsuleX, capsuleY, 230, 38));
+    const QRgb inside = shot.pixel(capsuleX + 120, capsuleY + 6);
+    EXPECT_TRUE(near(inside, capsule())) << describe(inside) << " not the blended backdrop";
+    EXPECT_FALSE(near(inside, window(), 2)) << "the backdrop lets the window behind show";
+    for (const QPoint outside : {QPoint(capsuleX + 1, capsuleY + 1), QPoint(capsuleX - 2, barRow),
+                                 QPoint(capsuleX + 231, barRow), QPoint(capsuleX + 115, 47),
+                                 QPoint(capsuleX + 228, capsuleY + 36)}) {
+        EXPECT_TRUE(near(shot.pixel(outside), backdrop.color()))
+            << "outside the capsule at " << outside.x() << "," << outside.y() << ": "
+            << describe(shot.pixel(outside));
+    }
+    EXPECT_TRUE(near(shot.pixel(capsuleX + 2, barRow), capsule(), 12))
+        << "the rounded end reaches the left edge at mid-height";
+}
+
+TEST_F(VolumeHudScreen, FillWidthFollowsTheLevelWithAFloorAndACap)
+{
+    const QImage zero = showAndGrab(0, false, false, "hud-volume-0");
+    EXPECT_NEAR(fillWidth(zero, 1.0), 0, 0.1);
+    EXPECT_GE(countNear(zero, barRow, trackLeft, trackRight, track(), 6), 160)
+        << "the empty track is drawn";
+
+    const QImage one = showAndGrab(1, false, false, "hud-volume-1");
+    EXPECT_NEAR(fillWidth(one, 1.0), 6, 1.0) << "a round dot as wide as the bar is high";
+
+    const QImage forty = showAndGrab(40, false, false, "hud-volume-40");
+    EXPECT_NEAR(fillWidth(forty, 1.0), 66.4, 1.5);
+    EXPECT_TRUE(near(forty.pixel(trackLeft + 10, barRow), label()))
+        << "the fill is the plain text colour: " << describe(forty.pixel(trackLeft + 10, barRow));
+
+    const QImage full = showAndGrab(100, false, false, "hud-volume-100");
+    EXPECT_NEAR(fillWidth(full, 1.0), 166, 1.5);
+}
+
+TEST_F(VolumeHudScreen, MutedKeepsTheLevelAtAPaleFillWithTheSlashedIcon)
+{
+    const QImage normal = showAndGrab(40, false, false, "hud-normal-40");
+    const QImage muted = showAndGrab(40, true, false, "hud-muted-40");
+
+    EXPECT_NEAR(fillWidth(muted, HudLook::mutedFillAlpha), 66.4, 1.5);
+    EXPECT_EQ(countNear(muted, barRow, trackLeft, trackRight, label(), 30), 0)
+        << "no full-strength fill while muted";
+
+    const QRect icon(capsuleX + 16, capsuleY + 8, 22, 22);
+    int differing = 0;
+    int strong = 0;
+    for (int y = icon.top(); y <= icon.bottom(); ++y) {
+        for (int x = icon.left(); x <= icon.right(); ++x) {
+            differing += normal.pixel(x, y) != muted.pixel(x, y);
+            strong += near(muted.pixel(x, y), label(), 8);
+        }
+    }
+    EXPECT_GT(differing, 20) << "the muted icon is another picture";
+    EXPECT_GT(strong, 30) << "the muted icon is drawn in the text colour";
+}
+
+TEST_F(VolumeHudScreen, UnreachableDrawsIconAndFillInPaleShades)
+{
+    const QImage shot = showAndGrab(100, false, true, "hud-unreachable-100");
+    const QColor fill = blend(label(), HudLook::tertiaryAlpha, track());
+    EXPECT_NEAR(barWidth(shot, barRow, trackLeft - 2, trackRight + 2, fill, track()), 166, 1.5);
+
+    const QColor secondary = blend(label(), HudLook::secondaryAlpha, capsule());
+    int full = 0;
+    int pale = 0;
+    for (int y = capsuleY + 8; y < capsuleY + 30; ++y) {
+        full += countNear(shot, y, capsuleX + 16, capsuleX + 37, label(), 12);
+        pale += countNear(shot, y, capsuleX + 16, capsuleX + 37, secondary, 6);
+    }
+    EXPECT_EQ(full, 0) << "no icon pixel in the full text colour";
+    EXPECT_GT(pale, 30) << "the icon is drawn in the secondary shade";
+}
+
+TEST_F(VolumeHudScreen, OpaqueBackdropWhenTransparencyIsReduced)
+{
+    DisplayOptions options;
+    options.reduceTransparency = true;
+    options.increaseContrast = true;
+    hud.setDisplayOptions(options);
+    EXPECT_EQ(hud.material(), HudMaterial::OpaqueReduceTransparency);
+    Log::flush();
+    EXPECT_TRUE(Log::tail(5).contains("HUD material: opaque (Reduce Transparency is on)"));
+
+    const QImage shot = showAndGrab(40, false, false, "hud-opaque-contrast-40");
+    EXPECT_TRUE(near(shot.pixel(capsuleX + 120, capsuleY + 6), window(), 1))
+        << describe(shot.pixel(capsuleX + 120, capsuleY + 6));
+    EXPECT_TRUE(near(shot.pixel(capsuleX + 120, capsuleY), label(), 40))
+        << "a border in the text colour: " << describe(shot.pixel(capsuleX + 120, capsuleY));
+    EXPECT_TRUE(near(shot.pixel(capsuleX + 1, capsuleY + 1), backdrop.color()));
+    const QColor contrastTrack = blend(label(), HudLook::secondaryAlpha, window());
+    EXPECT_GE(countNear(shot, barRow, trackLeft + 70, trackRight, contrastTrack, 6), 90)
+        << "the track is darker with Increase Contrast";
+
+    hud.setDisplayOptions({});
+    EXPECT_EQ(hud.material(), HudMaterial::Translucent);
+}
+
+TEST_F(VolumeHudScreen, NeverTakesClicksFocusOrTheScreenReader)
+{
+    backdrop.activateWindow();
+    spinFor(std::chrono::milliseconds(100));
+    showAndGrab(60, false, false, "hud-click-through");
+    ASSERT_TRUE(hud.panel()->isVisible());
+
+    const QPoint target(capsuleX + 100, barRow);
+    ASSERT_EQ(QProcess::execute("xdotool", {"mousemove", QString::number(target.x()),
+                                            QString::number(target.y()), "click", "1"}),
+              0);
+    ASSERT_TRUE(spinUntil([&] { return !backdrop.presses.isEmpty(); }))
+        << "the click did not pass through the overlay";
+    EXPECT_EQ(backdrop.presses.first(), target);
+    EXPECT_FALSE(hud.panel()->isActiveWindow());
+    EXPECT_NE(QGuiApplication::focusWindow(), hud.panel()->windowHandle());
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(hud.panel());
+    ASSERT_TRUE(accessible);
+    EXPECT_TRUE(accessible->state().invisible) << "screen readers do not land on the overlay";
+    EXPECT_FALSE(accessible->state().focusable);
+}
+
+TEST_F(VolumeHudScreen, StandsOverAFullScreenWindow)
+{
+    showAndGrab(40, false, false, "hud-before-full-screen");
+    Backdrop fullScreen(QColor(20, 120, 40));
+    fullScreen.showFullScreen();
+    fullScreen.raise();
+    spinFor(std::chrono::milliseconds(250));
+    const QImage covered = grabScreen("hud-covered-by-full-screen");
+    ASSERT_TRUE(near(covered.pixel(capsuleX + 120, capsuleY + 6), fullScreen.color()))
+        << "the full-screen window came up over the overlay";
+
+    const QImage shot = showAndGrab(60, false, false, "hud-over-full-screen");
+    EXPECT_TRUE(
+        near(shot.pixel(capsuleX + 120, capsuleY + 6), blend(window(), 0.86, fullScreen.color())))
+        << describe(shot.pixel(capsuleX + 120, capsuleY + 6));
+    EXPECT_EQ(hud.panel()->geometry(), QRect(capsuleX, capsuleY, 230, 38))
+        << "a visible overlay is not moved";
+}
+
+TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldAndComesBackAtOnce)
+{
+    hud.show(50, false, false, QString(), 0.2);
+    spinFor(std::chrono::milliseconds(100));
+    ASSERT_EQ(hud.state(), HudTimeline::State::Holding);
+    EXPECT_EQ(hud.panel()->windowOpacity(), 1.0);
+
+    ASSERT_TRUE(spinUntil([&] { return hud.state() == HudTimeline::State::Fading; },
+                          std::chrono::seconds(2)));
+    ASSERT_TRUE(
+        spinUntil([&] { return hud.panel()->windowOpacity() < 0.9; }, std::chrono::seconds(2)));
+    EXPECT_TRUE(hud.panel()->isVisible());
+
+    hud.show(70, false, false, QString(), longHold);
+    EXPECT_EQ(hud.state(), HudTimeline::State::Holding);
+    EXPECT_EQ(hud.panel()->windowOpacity(), 1.0);
+
+    hud.dismiss();
+    EXPECT_EQ(hud.state(), HudTimeline::State::Fading);
+    ASSERT_TRUE(spinUntil([&] { return hud.state() == HudTimeline::State::Hidden; },
+                          std::chrono::seconds(2)));
+    EXPECT_FALSE(hud.panel()->isVisible());
+    spinFor(std::chrono::milliseconds(200));
+    const QImage gone = grabScreen("hud-hidden");
+    EXPECT_TRUE(near(gone.pixel(capsuleX + 120, capsuleY + 6), backdrop.color()))
+        << describe(gone.pixel(capsuleX + 120, capsuleY + 6));
+
+    hud.dismiss();
+    EXPECT_EQ(hud.state(), HudTimeline::State::Hidden)
+        << "dismissing a hidden overlay does nothing";
+}
+
+TEST_F(VolumeHudScreen, ReducedMotionHidesInOneStep)
+{
+    DisplayOptions options;
+    options.reduceMotion = true;
+    hud.setDisplayOptions(options);
+    hud.show(50, false, false, QString(), longHold);
+    hud.dismiss();
+    EXPECT_EQ(hud.state(), HudTimeline::State::Hidden);
+    EXPECT_FALSE(hud.panel()->isVisible());
+}
+
+// Watches the demonstration's fill on screen every 0.1 s and keeps each level it settles on.
+TEST_F(VolumeHudScreen, DemonstrationCyclesTheLevel)
+{
+    std::vector<double> levels;
+    QTimer sampler;
+    QObject::connect(&sampler, &QTimer::timeout, [&, this] {
+        const QImage shot = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
+        if (!near(shot.pixel(capsuleX + 120, capsuleY + 6), capsule()))
+            return; // not on screen yet
+        const double width = fillWidth(shot, 1.0);
+        if (levels.empty() || std::abs(levels.back() - width) > 1.5) {
+            levels.push_back(width);
+            grabScreen(QStringLiteral("hud-demo-%1").arg(levels.size()));
+        }
+    });
+    sampler.start(100);
+    QTimer::singleShot(4600, qApp, [] { qApp->exit(0); });
+    EXPECT_EQ(runHudDemo(*qobject_cast<QApplication*>(qApp)), 0);
+
+    // 40 at first, then 20, 40, 60, 80, 100, 0, 20 ... every 0.6 s.
+    const std::vector<double> expected{66.4, 33.2, 66.4, 99.6, 132.8, 166, 0, 33.2};
+    ASSERT_GE(levels.size(), 7u);
+    for (size_t i = 0; i < std::min(levels.size(), expected.size()); ++i)
+        EXPECT_NEAR(levels[i], expected[i], 1.5) << "level " << i;
+}
+
+} // namespace
