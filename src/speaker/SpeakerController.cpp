@@ -1,0 +1,443 @@
+#include "speaker/SpeakerController.h"
+
+#include "discovery/Coordinator.h"
+#include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneTopology.h"
+#include "support/Log.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+
+namespace {
+
+QString text(const char* english)
+{
+    return QCoreApplication::translate("Velotide", english);
+}
+
+QString withMute(int volume, bool muted)
+{
+    return QString::number(volume) + (muted ? QStringLiteral(" (muted)") : QString());
+}
+
+} // namespace
+
+SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule, QObject* parent)
+    : QObject(parent)
+    , m_schedule(schedule)
+    , m_wantedName(std::move(speakerName))
+    , m_backoff(schedule.firstBackoff)
+{
+    m_supervisor.setSingleShot(true);
+    QObject::connect(&m_supervisor, &QTimer::timeout, this, &SpeakerController::superviseStep);
+}
+
+SpeakerController::Snapshot SpeakerController::snapshot() const
+{
+    return {m_device ? m_device->name : m_wantedName, m_cachedVolume, m_cachedMuted,
+            m_device.has_value(), m_lastError};
+}
+
+void SpeakerController::notify()
+{
+    if (onChange)
+        onChange();
+}
+
+// ---- Local changes -----------------------------------------------------------------------
+
+void SpeakerController::set(int volume)
+{
+    record(volume, std::nullopt);
+}
+
+void SpeakerController::apply(int volume, bool muted)
+{
+    record(volume, muted);
+}
+
+void SpeakerController::record(std::optional<int> volume, std::optional<bool> muted)
+{
+    ++m_generation;
+    if (volume) {
+        m_cachedVolume = std::clamp(*volume, 0, 100);
+        m_pendingVolume = m_cachedVolume;
+    }
+    if (muted) {
+        m_cachedMuted = *muted;
+        m_pendingMute = *muted;
+    }
+    if (m_draining)
+        return; // the running drain picks up the newest values when its send returns
+    m_draining = true;
+    drain();
+}
+
+void SpeakerController::drain()
+{
+    if (!m_device) {
+        // Nowhere to send to. The next connection reads the speaker's own level instead
+        // of replaying presses made while it was gone.
+        m_pendingVolume.reset();
+        m_pendingMute.reset();
+    }
+    std::optional<Change> next;
+    if (m_pendingVolume) {
+        next = Change{Change::Kind::Volume, *m_pendingVolume, false};
+        m_pendingVolume.reset();
+    } else if (m_pendingMute) {
+        next = Change{Change::Kind::Mute, 0, *m_pendingMute};
+        m_pendingMute.reset();
+    }
+    if (!next) {
+        m_draining = false;
+        return;
+    }
+    send(*next, [this] { drain(); });
+}
+
+void SpeakerController::send(const Change& change, std::function<void()> done)
+{
+    if (!m_coordinator) {
+        sendToDevice(change, std::move(done));
+        return;
+    }
+    const SonosDevice target = *m_coordinator;
+    auto request = change.kind == Change::Kind::Volume ? target.setGroupVolume(change.volume)
+                                                       : target.setGroupMute(change.muted);
+    request.then(this, [this, change, done = std::move(done)](SonosResult<Done> result) {
+        if (result)
+            return done();
+        Log::info("group volume failed (" + describe(result.error()) +
+                  "); falling back to this player");
+        sendToDevice(change, done);
+    });
+}
+
+void SpeakerController::sendToDevice(const Change& change, std::function<void()> done)
+{
+    if (!m_device)
+        return done();
+    const SonosDevice target = *m_device;
+    auto request = change.kind == Change::Kind::Volume ? target.setVolume(change.volume)
+                                                       : target.setMute(change.muted);
+    request.then(this, [this, done = std::move(done)](SonosResult<Done> result) {
+        if (!result) {
+            Log::info("send failed (" + describe(result.error()) + "); will retry after reconnect");
+            m_lastError = text("Speaker unreachable");
+            m_wakeRequested = true;
+            wakeSupervision();
+            notify();
+        }
+        done();
+    });
+}
+
+// ---- Connecting --------------------------------------------------------------------------
+
+void SpeakerController::connect(Finish finish)
+{
+    const int attempt = ++m_connectGeneration;
+    if (m_wantedName.isEmpty()) {
+        m_lastError = text("No speaker chosen");
+        notify();
+        return finish(Outcome::Failed);
+    }
+    if (m_knownHost.isEmpty())
+        return connectByName(attempt, finish);
+
+    // The remembered address answers in milliseconds, where a sweep listens for seconds.
+    SonosDiscovery::describe(m_knownHost)
+        .then(this, [this, attempt, finish](SonosResult<SonosDevice> described) {
+            if (attempt != m_connectGeneration)
+                return finish(Outcome::Stale);
+            if (described && described->name == m_wantedName)
+                return connectTo(*described, true, attempt, std::nullopt, finish);
+            connectByName(attempt, finish);
+        });
+}
+
+void SpeakerController::connectByName(int attempt, const Finish& finish)
+{
+    SonosDiscovery::Coordinator::shared()
+        .zones(m_schedule.sweepSeconds)
+        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
+        .unwrap()
+        .then(this, [this, attempt, finish](const QList<SonosDevice>& zones) {
+            if (attempt != m_connectGeneration)
+                return finish(Outcome::Stale);
+            const QString name = m_wantedName;
+            if (zones.isEmpty()) {
+                ++m_emptySweeps;
+                m_lastError = m_emptySweeps < 2
+                                  ? text("Looking for ") + name
+                                  : text("No speakers found — allow local network access?");
+                Log::info(QStringLiteral("no zones discovered (sweep %1) — if this persists, "
+                                         "check that a firewall is not blocking discovery")
+                              .arg(m_emptySweeps));
+                notify();
+                return finish(Outcome::Failed);
+            }
+            const auto found = std::find_if(zones.begin(), zones.end(),
+                                            [&](const SonosDevice& z) { return z.name == name; });
+            if (found == zones.end()) {
+                m_lastError = text("Speaker '") + name + text("' not found");
+                Log::info(QStringLiteral("Speaker '%1' not among %2 discovered zones; will retry")
+                              .arg(name)
+                              .arg(zones.size()));
+                notify();
+                return finish(Outcome::Failed);
+            }
+            connectTo(*found, false, attempt, zones, finish);
+        });
+}
+
+void SpeakerController::connectTo(const SonosDevice& device, bool remembered, int attempt,
+                                  const std::optional<QList<SonosDevice>>& visibleZones,
+                                  const Finish& finish)
+{
+    auto read = device.volume().then(this, [device](SonosResult<int> volume) {
+        return device.isMuted().then([volume](SonosResult<bool> muted) -> SonosResult<Levels> {
+            if (!volume)
+                return volume.error();
+            if (!muted)
+                return muted.error();
+            return Levels{*volume, *muted};
+        });
+    });
+    read.unwrap().then(this, [=, this](SonosResult<Levels> levels) {
+        if (attempt != m_connectGeneration)
+            return finish(Outcome::Stale);
+        if (!levels) {
+            if (remembered)
+                return connectByName(attempt, finish); // the address now belongs to another
+            m_lastError = text("Speaker '") + device.name + text("' unreachable");
+            Log::info("Speaker '" + device.name +
+                      "' answered discovery but not control: " + describe(levels.error()));
+            notify();
+            return finish(Outcome::Failed);
+        }
+        establish(device, *levels, remembered);
+        finish(Outcome::Connected);
+        // The group only decides where later changes go, so the keys need not wait for it.
+        refreshCoordinator(visibleZones, [this, remembered, attempt] {
+            if (attempt == m_connectGeneration)
+                logConnected(remembered);
+        });
+    });
+}
+
+void SpeakerController::establish(const SonosDevice& device, const Levels& levels,
+                                  bool /*remembered*/)
+{
+    m_device = device;
+    m_coordinator.reset();
+    m_lastError.clear();
+    m_emptySweeps = 0;
+    m_resyncsSinceGroupCheck = 0;
+    adopt(levels, false);
+    if (m_knownHost != device.host || !m_everConnected) {
+        m_knownHost = device.host;
+        if (onHostLearned)
+            onHostLearned(device.host);
+    }
+    notify();
+}
+
+void SpeakerController::logConnected(bool remembered)
+{
+    if (!m_device)
+        return;
+    const SonosDevice& d = *m_device;
+    if (m_everConnected) {
+        Log::info("Reconnected to " + d.name + " at " + d.host);
+        return;
+    }
+    m_everConnected = true;
+    QString line = "Connected to " + d.name + " (" + d.model + ") at " + d.host +
+                   (remembered ? QStringLiteral(" (remembered address)") : QString()) +
+                   ", volume " + withMute(m_cachedVolume, m_cachedMuted);
+    if (m_coordinator)
+        line += " — grouped, volume goes to " + m_coordinator->name;
+    Log::info(line);
+}
+
+void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice>>& among,
+                                           std::function<void()> done)
+{
+    if (!m_device)
+        return done();
+    const SonosDevice device = *m_device;
+    auto zones = among ? QtFuture::makeReadyFuture(*among)
+                       : SonosDiscovery::Coordinator::shared().zones(m_schedule.sweepSeconds);
+    zones.then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
+        .unwrap()
+        .then(this,
+              [device](const QList<SonosDevice>& visible) {
+                  return ZoneTopology::group(device, visible);
+              })
+        .unwrap()
+        .then(this, [this, device, done = std::move(done)](const ZoneTopology::GroupTarget& g) {
+            if (m_device == device) {
+                if (g.grouped)
+                    m_coordinator = g.target;
+                else
+                    m_coordinator.reset();
+            }
+            done();
+        });
+}
+
+// ---- Following the speaker ---------------------------------------------------------------
+
+void SpeakerController::readLevels(std::function<void(SonosResult<Levels>)> done) const
+{
+    const bool group = m_coordinator.has_value();
+    const SonosDevice target = group ? *m_coordinator : *m_device;
+    auto volume = group ? target.groupVolume() : target.volume();
+    volume.then(this, [target, group, done = std::move(done)](SonosResult<int> v) {
+        if (!v)
+            return done(v.error());
+        auto muted = group ? target.isGroupMuted() : target.isMuted();
+        muted.then([v, done](SonosResult<bool> m) {
+            if (!m)
+                return done(m.error());
+            done(Levels{*v, *m});
+        });
+    });
+}
+
+void SpeakerController::adopt(const Levels& levels, bool fromElsewhere)
+{
+    const bool moved = levels.volume != m_cachedVolume || levels.muted != m_cachedMuted;
+    m_cachedVolume = std::clamp(levels.volume, 0, 100);
+    m_cachedMuted = levels.muted;
+    if (fromElsewhere && moved)
+        Log::info("speaker moved externally to " + withMute(m_cachedVolume, m_cachedMuted));
+}
+
+void SpeakerController::resync(std::function<void()> done)
+{
+    const quint64 generation = m_generation;
+    const std::optional<SonosDevice> checked = m_device;
+    readLevels([this, generation, checked, done = std::move(done)](SonosResult<Levels> levels) {
+        if (m_device != checked)
+            return done(); // reconnected or switched meanwhile
+        if (!levels) {
+            Log::info("health check failed: " + describe(levels.error()));
+            m_lastError = text("Speaker unreachable");
+            disconnect();
+            notify();
+            return done();
+        }
+        // A local change made while the read was out is newer than what it brought back.
+        const bool localChangeMeanwhile =
+            m_generation != generation || m_draining || m_pendingVolume || m_pendingMute;
+        if (!localChangeMeanwhile) {
+            const Snapshot before = snapshot();
+            adopt(*levels, true);
+            if (!m_lastError.isEmpty()) // a send failed but the speaker answers again
+                m_lastError.clear();
+            if (snapshot() != before)
+                notify();
+        }
+        if (++m_resyncsSinceGroupCheck < m_schedule.checksPerGroupRefresh)
+            return done();
+        m_resyncsSinceGroupCheck = 0;
+        refreshCoordinator(std::nullopt, done);
+    });
+}
+
+void SpeakerController::disconnect()
+{
+    m_device.reset();
+    m_coordinator.reset();
+}
+
+// ---- Supervision -------------------------------------------------------------------------
+
+void SpeakerController::startSupervision()
+{
+    if (m_supervising)
+        return;
+    m_supervising = true;
+    m_backoff = m_schedule.firstBackoff;
+    scheduleStep(RetrySchedule::Duration::zero());
+}
+
+void SpeakerController::scheduleStep(RetrySchedule::Duration delay)
+{
+    m_supervisor.start(delay);
+}
+
+void SpeakerController::wakeSupervision()
+{
+    if (m_supervising && !m_stepRunning)
+        scheduleStep(RetrySchedule::Duration::zero());
+}
+
+void SpeakerController::superviseStep()
+{
+    m_stepRunning = true;
+    if (m_device) {
+        m_wakeRequested = false;
+        resync([this] {
+            m_stepRunning = false;
+            if (m_wakeRequested || !m_device) // a send failed meanwhile, or the check did
+                return scheduleStep(RetrySchedule::Duration::zero());
+            scheduleStep(m_schedule.healthInterval);
+        });
+        return;
+    }
+    if (m_wantedName.isEmpty()) {
+        m_stepRunning = false;
+        return scheduleStep(m_schedule.idleInterval);
+    }
+    const bool quick = m_quickRetry || m_wakeRequested;
+    m_quickRetry = false;
+    m_wakeRequested = false;
+    connect([this, quick](Outcome outcome) {
+        m_stepRunning = false;
+        if (outcome == Outcome::Connected || (outcome == Outcome::Stale && m_device)) {
+            m_backoff = m_schedule.firstBackoff;
+            return scheduleStep(m_schedule.healthInterval);
+        }
+        if (outcome == Outcome::Stale) // a newer attempt is under way and will report
+            return scheduleStep(m_schedule.quickRetry);
+        m_backoff = m_schedule.nextBackoff(m_backoff, quick);
+        scheduleStep(m_backoff);
+    });
+}
+
+void SpeakerController::switchTo(const QString& speakerName)
+{
+    m_wantedName = speakerName;
+    ++m_connectGeneration; // whatever was being connected is no longer wanted
+    disconnect();
+    m_knownHost.clear();
+    m_lastError.clear();
+    m_emptySweeps = 0;
+    m_everConnected = false;
+    m_pendingVolume.reset();
+    m_pendingMute.reset();
+    m_backoff = m_schedule.firstBackoff;
+    notify();
+    if (m_supervising) {
+        m_quickRetry = true;
+        if (!m_stepRunning)
+            return scheduleStep(RetrySchedule::Duration::zero());
+    }
+    connect([](Outcome) {});
+}
+
+void SpeakerController::reconnectNow(const QString& reason)
+{
+    const bool healthy = m_device && m_lastError.isEmpty();
+    if (healthy) {
+        Log::info(reason + "; connection is healthy, leaving it alone");
+        return;
+    }
+    Log::info("reconnecting immediately (" + reason + ")");
+    connect([](Outcome) {});
+}

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "speaker/RetrySchedule.h"
+#include "speaker/SonosDevice.h"
+
+#include <QObject>
+#include <QTimer>
+
+#include <functional>
+#include <optional>
+
+// Keeps the application connected to the one zone player the user chose, by room name.
+// Volume and mute changes are coalesced so a burst of key presses sends only the newest
+// values; when the player is grouped they go to the group's coordinator. A supervision loop
+// checks the connection every few seconds, follows changes made elsewhere (the Sonos app,
+// the speaker's buttons) and reconnects with back-off.
+//
+// A serial object: it lives on one thread (the main thread) and its state is touched only
+// there; network answers come back through that thread's event loop, and answers of an
+// older connection attempt are dropped.
+class SpeakerController : public QObject {
+    Q_OBJECT
+public:
+    struct Snapshot {
+        QString name; // the connected player's name, else the wanted one
+        int volume = 50;
+        bool muted = false;
+        bool connected = false;
+        QString error; // user-facing reason of the last failure; empty when healthy
+        bool operator==(const Snapshot&) const = default;
+    };
+
+    explicit SpeakerController(QString speakerName, RetrySchedule schedule = {},
+                               QObject* parent = nullptr);
+
+    // A local change: clamped to 0...100, cached at once, sent coalesced.
+    void set(int volume);
+    void apply(int volume, bool muted);
+
+    void switchTo(const QString& speakerName);
+    void startSupervision();
+    // Reconnects at once, but only when the connection is not healthy.
+    void reconnectNow(const QString& reason);
+
+    Snapshot snapshot() const;
+    QString speakerName() const { return m_wantedName; }
+    bool isGrouped() const { return m_coordinator.has_value(); }
+    std::optional<SonosDevice> device() const { return m_device; }
+
+    // The address at which the chosen speaker last answered; tried first on connecting.
+    QString knownHost() const { return m_knownHost; }
+    void setKnownHost(const QString& host) { m_knownHost = host; }
+
+    std::function<void()> onChange;
+    std::function<void(const QString& host)> onHostLearned;
+
+private:
+    struct Levels {
+        int volume = 0;
+        bool muted = false;
+    };
+    struct Change {
+        enum class Kind { Volume, Mute } kind;
+        int volume = 0;
+        bool muted = false;
+    };
+    enum class Outcome { Connected, Failed, Stale };
+    using Finish = std::function<void(Outcome)>;
+
+    void record(std::optional<int> volume, std::optional<bool> muted);
+    void drain();
+    void send(const Change& change, std::function<void()> done);
+    void sendToDevice(const Change& change, std::function<void()> done);
+
+    void connect(Finish finish);
+    void connectByName(int attempt, const Finish& finish);
+    void connectTo(const SonosDevice& device, bool remembered, int attempt,
+                   const std::optional<QList<SonosDevice>>& visibleZones, const Finish& finish);
+    void establish(const SonosDevice& device, const Levels& levels, bool remembered);
+    void refreshCoordinator(const std::optional<QList<SonosDevice>>& among,
+                            std::function<void()> done);
+    void logConnected(bool remembered);
+
+    void readLevels(std::function<void(SonosResult<Levels>)> done) const;
+    void adopt(const Levels& levels, bool fromElsewhere);
+    void resync(std::function<void()> done);
+    void disconnect();
+
+    void superviseStep();
+    void scheduleStep(RetrySchedule::Duration delay);
+    void wakeSupervision();
+    void notify();
+
+    RetrySchedule m_schedule;
+    std::optional<SonosDevice> m_device;
+    std::optional<SonosDevice> m_coordinator;
+    QString m_wantedName;
+    int m_cachedVolume = 50;
+    bool m_cachedMuted = false;
+    QString m_lastError;
+    std::optional<int> m_pendingVolume;
+    std::optional<bool> m_pendingMute;
+    quint64 m_generation = 0;
+    int m_connectGeneration = 0;
+    bool m_draining = false;
+    int m_emptySweeps = 0;
+    bool m_wakeRequested = false;
+    QString m_knownHost;
+    int m_resyncsSinceGroupCheck = 0;
+
+    bool m_everConnected = false;
+    bool m_supervising = false;
+    bool m_stepRunning = false;
+    bool m_quickRetry = false;
+    RetrySchedule::Duration m_backoff;
+    QTimer m_supervisor;
+};
