@@ -8,6 +8,7 @@
 #include "support/UiText.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -403,6 +404,9 @@ void SpeakerController::superviseStep()
     }
     if (m_wantedName.isEmpty()) {
         m_stepRunning = false;
+        const QString reason = text("No speaker chosen");
+        if (std::exchange(m_lastError, reason) != reason)
+            notify();
         return scheduleStep(m_schedule.idleInterval);
     }
     const bool quick = m_quickRetry || m_wakeRequested;
