@@ -15,6 +15,8 @@
 #include "ui/VolumeHUD.h"
 
 #include <QApplication>
+#include <QClipboard>
+#include <QMetaMethod>
 #include <QPointer>
 #include <QTimer>
 
@@ -28,6 +30,7 @@ constexpr double kFirstRunDiscoveryTimeout = 3.0;
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
 constexpr qint64 kChoicesLifetimeSeconds = 60;
+constexpr int kDiagnosticsLogLines = 40;
 
 // The zone the computer's optical cable most likely feeds, the first hit of three passes
 // winning: playing its line input and able to take optical, else able to take optical, else
@@ -111,6 +114,10 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
 
     m_status = std::make_unique<StatusItem>();
     connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
+    m_status->setCopyDiagnostics([self] {
+        if (self)
+            self->copyDiagnostics();
+    });
 
     if (instance)
         instance->onShowRequest([self] {
@@ -134,14 +141,17 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
         if (self)
             self->onHealthChange(trusted, tapEnabled);
     };
+    // Input access is a property of the key capture here, so the capture is made before the
+    // question is asked, and installed after it.
     m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
+    m_trusted = m_tap->isTrusted();
+    if (m_options.commandLine.demoOnboarding || m_isFirstRun)
+        showOnboarding();
+    else if (!m_trusted)
+        explainInputAccess();
     m_dismissMonitor->setKeyServiceTap(m_tap.get());
     m_tap->install();
     m_tap->startWatchdog(kWatchdogInterval);
-    if (!m_tap->isTrusted())
-        explainInputAccess();
-    else
-        m_trusted = true;
 
     connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
     armingInputsChanged();
@@ -154,7 +164,9 @@ void AppController::applicationShouldHandleReopen()
     // The panel opens here once there is one; until then the tray says the application is
     // running and what it is doing.
     tick();
-    if (m_status)
+    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::panelRequested)))
+        emit panelRequested();
+    else if (m_status)
         m_status->notify(QStringLiteral("Velotide"), m_status->toolTip());
 }
 
@@ -173,6 +185,16 @@ void AppController::logStartLine() const
     Log::info(line);
 }
 
+void AppController::showOnboarding()
+{
+    // The setup window walks a first run through input access; until one listens, a first
+    // run without input access is told how to get it like any other launch.
+    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::onboardingRequested)))
+        emit onboardingRequested();
+    else if (!m_trusted)
+        explainInputAccess();
+}
+
 void AppController::explainInputAccess()
 {
     Log::info(QString::fromUtf8(platformText(PlatformText::inputAccessNeededRequesting)));
@@ -188,9 +210,12 @@ void AppController::explainInputAccess()
 void AppController::startUp()
 {
     QPointer self(this);
+    // Answers come back inside the speaker controller's own work: the refresh follows it.
     m_speaker->onChange = [self] {
-        if (self)
-            self->refreshConnection();
+        QTimer::singleShot(0, self, [self] {
+            if (self)
+                self->refreshConnection();
+        });
     };
     m_speaker->onHostLearned = [self](const QString& host) {
         if (!self)
@@ -353,9 +378,12 @@ void AppController::saveSettings()
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
             [self, saved] {
-                if (!self || saved != self->m_saveFailed)
+                if (!self)
                     return;
-                self->m_saveFailed = !saved;
+                const bool failed = !saved;
+                if (failed == self->m_saveFailed)
+                    return;
+                self->m_saveFailed = failed;
                 self->updateDismissMonitor();
                 self->pollTrigger();
             },
@@ -370,6 +398,48 @@ void AppController::choicesNeeded()
         return;
     m_choicesInFlight = true;
     refreshChoices();
+}
+
+BasicDiagnostics AppController::basicDiagnostics() const
+{
+    const SpeakerController::Snapshot speaker = m_speaker->snapshot();
+    const KeyContext context = keyContext();
+    BasicDiagnostics d;
+    d.version = QCoreApplication::applicationVersion();
+    d.speaker = m_settings.speaker;
+    d.connected = m_connected;
+    d.volume = m_mirrorVolume;
+    d.muted = m_mirrorMuted;
+    d.speakerError = speaker.error;
+    d.armedState = context.evaluate();
+    d.keyCapture = m_tap ? m_tap->backendName() : QStringLiteral("none");
+    d.inputAccess = m_trusted;
+    d.tapEnabled = m_tapEnabled;
+    d.triggerOutput = m_settings.triggerOutput;
+    d.triggerConfigured = m_settings.triggerConfigured;
+    d.currentOutput = context.currentOutput;
+    d.saveFailed = m_saveFailed;
+    return d;
+}
+
+void AppController::copyDiagnostics()
+{
+    // The log is read off the main thread; the text reaches the clipboard back on it.
+    QPointer self(this);
+    BasicDiagnostics diagnostics = basicDiagnostics();
+    m_saves->async([self, diagnostics]() mutable {
+        diagnostics.logTail = Log::tail(kDiagnosticsLogLines);
+        const QString text = diagnostics.text();
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, text] {
+                if (!self)
+                    return;
+                QGuiApplication::clipboard()->setText(text);
+                Log::info(QStringLiteral("diagnostics copied to the clipboard"));
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void AppController::tick()
@@ -453,9 +523,11 @@ void AppController::armingInputsChanged()
 {
     if (m_tap)
         m_tap->reevaluate();
-    const bool armed = isArmed();
-    if (m_lastPushedArmed != armed) {
-        m_lastPushedArmed = armed;
+    const ArmedState state = keyContext().evaluate();
+    if (m_lastArmedState != state) {
+        m_lastArmedState = state;
+        Log::info(state.isArmed() ? QStringLiteral("volume keys armed")
+                                  : QStringLiteral("volume keys not armed — ") + state.reason());
         pollTrigger();
     }
 }
@@ -489,5 +561,10 @@ void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
     });
 
     m_hud->show(m_mirrorVolume, m_mirrorMuted, !m_connected, m_settings.speaker);
-    m_speaker->apply(m_mirrorVolume, m_mirrorMuted);
+    // The key path returns before any network work starts; the speaker controller keeps
+    // the order of these hand-offs and coalesces them.
+    QTimer::singleShot(0, this, [self, sent = mirror] {
+        if (self)
+            self->m_speaker->apply(sent.volume, sent.muted);
+    });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/ArmedState.h"
+#include "app/BasicDiagnostics.h"
 #include "app/CommandLine.h"
 #include "app/KeyContext.h"
 #include "app/VolumeMirror.h"
@@ -76,6 +77,10 @@ public:
     bool isConnected() const { return m_connected; }
     bool hasSaveFailed() const { return m_saveFailed; }
     std::optional<AppStatus> lastSnapshot() const { return m_lastSnapshot; }
+    // The state "Copy Diagnostics" describes, without the log's lines.
+    BasicDiagnostics basicDiagnostics() const;
+    // Puts the diagnostics text on the clipboard.
+    void copyDiagnostics();
 
     // The panel's hooks: its periodic poll, and its wish for fresh speaker choices (heeded
     // at most once a minute).
@@ -85,6 +90,10 @@ public:
 signals:
     // A new status reached the tray (and the panel, when there is one).
     void delivered(const AppStatus& status);
+    // The setup window should open (a first run, or "--demo-onboarding").
+    void onboardingRequested();
+    // The panel should open (another launch asked this one to show itself).
+    void panelRequested();
 
 private:
     void firstRunSetup(std::function<void()> done);
@@ -97,6 +106,7 @@ private:
     AppStatus buildSnapshot(quint64 generation) const;
     void deliver(const AppStatus& status);
     void updateDismissMonitor();
+    void showOnboarding();
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
@@ -130,5 +140,5 @@ private:
     quint64 m_mirrorGeneration = 0;
     bool m_saveFailed = false;
     std::unique_ptr<SerialQueue> m_saves;
-    std::optional<bool> m_lastPushedArmed;
+    std::optional<ArmedState> m_lastArmedState;
 };

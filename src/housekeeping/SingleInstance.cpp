@@ -41,7 +41,8 @@ bool SingleInstance::claim()
               QStringLiteral("); showing it and exiting"));
     const QDBusMessage show = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName,
                                                              QStringLiteral("Show"));
-    m_bus.call(show, QDBus::Block, kShowTimeoutMs);
+    // Events keep flowing while it waits, so a copy in this very process can answer too.
+    m_bus.call(show, QDBus::BlockWithGui, kShowTimeoutMs);
     return false;
 }
 
