@@ -1,6 +1,7 @@
 #include "app/AppController.h"
 
 #include "app/NetworkWatch.h"
+#include "app/OpticalZonePick.h"
 #include "app/SleepWatch.h"
 #include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
@@ -31,23 +32,6 @@ constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
 constexpr qint64 kChoicesLifetimeSeconds = 60;
 constexpr int kDiagnosticsLogLines = 40;
-
-// The zone the computer's optical cable most likely feeds, the first hit of three passes
-// winning: playing its line input and able to take optical, else able to take optical, else
-// playing its line input.
-std::optional<QString> pickOpticalZone(const QList<ZoneState>& states)
-{
-    for (const ZoneState& s : states)
-        if (s.isPlayingLineInput && s.hasNativeOptical)
-            return s.device.name;
-    for (const ZoneState& s : states)
-        if (s.hasNativeOptical)
-            return s.device.name;
-    for (const ZoneState& s : states)
-        if (s.isPlayingLineInput)
-            return s.device.name;
-    return std::nullopt;
-}
 
 // Runs `then` once the sound server has reported its state, or after a bounded wait.
 void whenAudioReady(AudioDevice* audio, QObject* context, std::function<void()> then)
