@@ -1,0 +1,292 @@
+// The real velotide program against a household of emulated players (real SSDP and HTTP in
+// a private network namespace), a private PulseAudio daemon, a private X server and a
+// private session bus, all started by the test's wrappers. Volume keys go in through XTEST
+// (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
+#include "common/Wait.h"
+#include "emulator/Emulator.h"
+#include "ui/QtPrinters.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace std::chrono_literals;
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+const QString livingRoom = QStringLiteral("127.0.0.11");
+const QString digitalSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.iec958-stereo");
+const QString digitalName = QStringLiteral("Built-in Audio Digital Stereo (IEC958)");
+const QString analogSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo");
+const QString analogName = QStringLiteral("Built-in Audio Analog Stereo");
+
+bool run(const QString& program, const QStringList& arguments)
+{
+    return QProcess::execute(program, arguments) == 0;
+}
+
+bool setDefaultSink(const QString& sink)
+{
+    return run(QStringLiteral("pactl"), {QStringLiteral("set-default-sink"), sink});
+}
+
+bool pressKey(const QString& keys)
+{
+    return run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+}
+
+// One run of the program, with its standard error collected line by line.
+class App {
+public:
+    explicit App(const QString& home)
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+        env.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/state"));
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
+        // No key service here: the keys are caught by the X11 grab.
+        env.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"), home + QStringLiteral("/no-keyd"));
+        m_process.setProcessEnvironment(env);
+        m_process.setProcessChannelMode(QProcess::SeparateChannels);
+        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] {
+            m_stderr += QString::fromUtf8(m_process.readAllStandardError());
+        });
+    }
+
+    ~App()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            if (!m_process.waitForFinished(5000))
+                m_process.kill();
+            m_process.waitForFinished(2000);
+        }
+    }
+
+    void start() { m_process.start(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), {}); }
+
+    // Runs to the end; answers the exit code, or -1 when it had to be stopped.
+    int finish(std::chrono::milliseconds timeout)
+    {
+        if (!spinUntil([this] { return m_process.state() == QProcess::NotRunning; }, timeout))
+            return -1;
+        m_stderr += QString::fromUtf8(m_process.readAllStandardError());
+        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    }
+
+    qint64 pid() const { return m_process.processId(); }
+
+    // The messages logged so far (without timestamps).
+    QStringList messages() const
+    {
+        QStringList out;
+        for (const QString& line : m_stderr.split(u'\n'))
+            if (line.size() > 20 && line.at(4) == u'-' && line.at(19) == u' ')
+                out << line.mid(20);
+        return out;
+    }
+
+    bool logged(const QString& message) const { return messages().contains(message); }
+
+    bool waitFor(const QString& message, std::chrono::milliseconds timeout = 15s) const
+    {
+        return spinUntil([&] { return logged(message); }, timeout);
+    }
+
+    bool waitForPrefix(const QString& prefix, std::chrono::milliseconds timeout = 15s) const
+    {
+        return spinUntil(
+            [&] {
+                const QStringList all = messages();
+                return std::any_of(all.begin(), all.end(),
+                                   [&](const QString& m) { return m.startsWith(prefix); });
+            },
+            timeout);
+    }
+
+    QString output() const { return m_stderr; }
+
+private:
+    QProcess m_process;
+    QString m_stderr;
+};
+
+class EndToEnd : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_home.isValid());
+        ASSERT_FALSE(qgetenv("VELOTIDE_BIN").isEmpty());
+        const auto error =
+            m_household.start(QString::fromLocal8Bit(qgetenv("VELOTIDE_HOUSEHOLD")), 1400, true);
+        ASSERT_FALSE(error.has_value()) << error->toStdString();
+        ASSERT_TRUE(setDefaultSink(digitalSink));
+    }
+
+    void writeSettings(const QJsonObject& settings)
+    {
+        QDir().mkpath(configDir());
+        QFile file(configDir() + QStringLiteral("/settings.json"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(settings).toJson());
+    }
+
+    QJsonObject savedSettings() const
+    {
+        QFile file(configDir() + QStringLiteral("/settings.json"));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QJsonDocument::fromJson(file.readAll()).object();
+    }
+
+    QString configDir() const { return m_home.path() + QStringLiteral("/config/velotide"); }
+
+    // The values of one SOAP argument in the requests of one action, in order of arrival.
+    QStringList sent(const QString& action, const QString& argument) const
+    {
+        QStringList values;
+        for (const emulator::Request& r : m_household->requests(livingRoom))
+            if (r.action == action)
+                values << r.argument(argument);
+        return values;
+    }
+
+    bool waitForVolume(const QString& volume)
+    {
+        return spinUntil(
+            [&] {
+                return sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume"))
+                    .contains(volume);
+            },
+            5s);
+    }
+
+    QJsonObject chosenSpeakerSettings() const
+    {
+        return QJsonObject{{"speaker", "Living Room"},
+                           {"triggerOutput", digitalName},
+                           {"triggerConfigured", true},
+                           {"route", "optical"}};
+    }
+
+    QTemporaryDir m_home;
+    emulator::EmulatorThread m_household;
+};
+
+TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
+{
+    writeSettings(chosenSpeakerSettings());
+    App app(m_home.path());
+    app.start();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide ")))
+        << app.output().toStdString();
+    const QStringList first = app.messages().filter(QStringLiteral("Starting Velotide "));
+    EXPECT_TRUE(first.first().endsWith(
+        QStringLiteral(" for speaker 'Living Room' (active while output is '") + digitalName +
+        QStringLiteral("')")))
+        << first.first().toStdString();
+    ASSERT_TRUE(app.waitFor(
+        QStringLiteral("Connected to Living Room (Sonos Arc) at 127.0.0.11, volume 25")))
+        << app.output().toStdString();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.output().toStdString();
+
+    // The mirror starts from the speaker's own level: 25, then up by 2, up by 1 with Shift,
+    // down by 2.
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("27"))) << app.output().toStdString();
+    ASSERT_TRUE(pressKey(QStringLiteral("shift+XF86AudioRaiseVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("28")));
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioLowerVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("26")));
+    EXPECT_TRUE(spinUntil([&] { return m_household->volume(livingRoom) == 26; }, 5s));
+
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioMute")));
+    EXPECT_TRUE(spinUntil([&] { return m_household->muted(livingRoom); }, 5s));
+    // Raising the volume unmutes.
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("28")));
+    EXPECT_TRUE(spinUntil([&] { return !m_household->muted(livingRoom); }, 5s));
+
+    // Sound moves to another output: the keys go back to the desktop.
+    ASSERT_TRUE(setDefaultSink(analogSink));
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys not armed — output is ") + analogName +
+                            QStringLiteral(", not ") + digitalName))
+        << app.output().toStdString();
+    const qsizetype before =
+        sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume")).size();
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
+    spinFor(1500ms);
+    EXPECT_EQ(sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume")).size(), before);
+    EXPECT_EQ(m_household->volume(livingRoom), 28);
+
+    // And back.
+    ASSERT_TRUE(setDefaultSink(digitalSink));
+    ASSERT_TRUE(spinUntil(
+        [&] { return app.messages().count(QStringLiteral("volume keys armed")) == 2; }, 10s));
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("30")));
+}
+
+TEST_F(EndToEnd, SecondLaunchAsksTheRunningOneToShowItselfAndExitsZero)
+{
+    writeSettings(chosenSpeakerSettings());
+    App first(m_home.path());
+    first.start();
+    ASSERT_TRUE(first.waitForPrefix(QStringLiteral("Starting Velotide ")))
+        << first.output().toStdString();
+
+    App second(m_home.path());
+    second.start();
+    EXPECT_EQ(second.finish(10s), 0) << second.output().toStdString();
+    EXPECT_TRUE(second.logged(QStringLiteral("another instance is already running (pid %1); "
+                                             "showing it and exiting")
+                                  .arg(first.pid())))
+        << second.output().toStdString();
+    // The second never got as far as starting.
+    EXPECT_TRUE(second.messages().filter(QStringLiteral("Starting Velotide")).isEmpty());
+}
+
+TEST_F(EndToEnd, FirstRunPicksTheZoneOnTheOpticalCableAndTheDigitalOutput)
+{
+    App app(m_home.path());
+    app.start();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide ")))
+        << app.output().toStdString();
+    EXPECT_TRUE(app.messages()
+                    .filter(QStringLiteral("Starting Velotide "))
+                    .first()
+                    .endsWith(QStringLiteral(" for speaker '(not chosen)' (active on any output)")))
+        << app.output().toStdString();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Auto-detected Living Room ")))
+        << app.output().toStdString();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("Auto-detected trigger output: ") + digitalName))
+        << app.output().toStdString();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.output().toStdString();
+    // The trigger and the host the speaker answered at are saved as they become known.
+    ASSERT_TRUE(spinUntil(
+        [&] {
+            const QJsonObject saved = savedSettings();
+            return saved.value(QStringLiteral("triggerOutput")).toString() == digitalName &&
+                   !saved.value(QStringLiteral("lastKnownHost")).toString().isEmpty();
+        },
+        5s))
+        << QJsonDocument(savedSettings()).toJson().toStdString();
+    const QJsonObject saved = savedSettings();
+    EXPECT_EQ(saved.value(QStringLiteral("speaker")).toString(), QStringLiteral("Living Room"));
+    EXPECT_TRUE(saved.value(QStringLiteral("triggerConfigured")).toBool());
+    EXPECT_EQ(saved.value(QStringLiteral("lastKnownHost")).toString(), livingRoom);
+
+    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioLowerVolume")));
+    EXPECT_TRUE(waitForVolume(QStringLiteral("23")));
+}
+
+} // namespace
