@@ -114,6 +114,7 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
             self->m_speaker->reconnectNow(QStringLiteral("woke from sleep"));
     });
     m_networkMonitor->start();
+    scheduleDemonstrations();
 
     EventTap::Callbacks callbacks;
     callbacks.armed = [self] { return self && self->isArmed(); };
@@ -167,6 +168,24 @@ void AppController::logStartLine() const
                 : QStringLiteral("(active while output is '") + m_settings.triggerOutput +
                       QStringLiteral("')");
     Log::info(line);
+}
+
+// Staging for screenshots: the setup window shown twice (the second time while it is open),
+// or the panel presented on its own.
+void AppController::scheduleDemonstrations()
+{
+    QPointer self(this);
+    if (m_options.commandLine.demoSetupAgain)
+        for (const auto delay : {1000ms, 2000ms})
+            QTimer::singleShot(delay, this, [self] {
+                if (self)
+                    self->showOnboarding();
+            });
+    if (m_options.commandLine.demoPanel)
+        QTimer::singleShot(800ms, this, [self] {
+            if (self)
+                emit self->panelRequested();
+        });
 }
 
 void AppController::showOnboarding()

@@ -106,6 +106,7 @@ private:
     AppStatus buildSnapshot(quint64 generation) const;
     void deliver(const AppStatus& status);
     void updateDismissMonitor();
+    void scheduleDemonstrations();
     void showOnboarding();
     void explainInputAccess();
     void armingInputsChanged();

@@ -2,6 +2,7 @@
 
 #include "app/AppController.h"
 #include "app/CommandLine.h"
+#include "app/QuitOnSignals.h"
 #include "housekeeping/SingleInstance.h"
 
 #include <QApplication>
@@ -25,6 +26,7 @@ int runApplicationMode(int argc, char** argv, const CommandLine& commandLine)
     // A key service of another name (a private one started by a test, or a development copy).
     options.keyServicePath = qEnvironmentVariable("VELOTIDE_KEYD_SOCKET");
     AppController controller(std::move(options));
+    quitOnSignals(app);
     controller.applicationDidFinishLaunching(&instance);
     return app.exec();
 }

@@ -2,6 +2,7 @@
 // a private network namespace), a private PulseAudio daemon, a private X server and a
 // private session bus, all started by the test's wrappers. Volume keys go in through XTEST
 // (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
+#include "app/AppProcess.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
 #include "ui/QtPrinters.h"
@@ -44,80 +45,13 @@ bool pressKey(const QString& keys)
     return run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
 }
 
-// One run of the program, with its standard error collected line by line.
-class App {
+// The program under test, with its files in `home`.
+class App : public AppProcess {
 public:
     explicit App(const QString& home)
+        : AppProcess(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), home)
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-        env.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/state"));
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
-        // No key service here: the keys are caught by the X11 grab.
-        env.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"), home + QStringLiteral("/no-keyd"));
-        m_process.setProcessEnvironment(env);
-        m_process.setProcessChannelMode(QProcess::SeparateChannels);
-        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] {
-            m_stderr += QString::fromUtf8(m_process.readAllStandardError());
-        });
     }
-
-    ~App()
-    {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.terminate();
-            if (!m_process.waitForFinished(5000))
-                m_process.kill();
-            m_process.waitForFinished(2000);
-        }
-    }
-
-    void start() { m_process.start(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), {}); }
-
-    // Runs to the end; answers the exit code, or -1 when it had to be stopped.
-    int finish(std::chrono::milliseconds timeout)
-    {
-        if (!spinUntil([this] { return m_process.state() == QProcess::NotRunning; }, timeout))
-            return -1;
-        m_stderr += QString::fromUtf8(m_process.readAllStandardError());
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    }
-
-    qint64 pid() const { return m_process.processId(); }
-
-    // The messages logged so far (without timestamps).
-    QStringList messages() const
-    {
-        QStringList out;
-        for (const QString& line : m_stderr.split(u'\n'))
-            if (line.size() > 20 && line.at(4) == u'-' && line.at(19) == u' ')
-                out << line.mid(20);
-        return out;
-    }
-
-    bool logged(const QString& message) const { return messages().contains(message); }
-
-    bool waitFor(const QString& message, std::chrono::milliseconds timeout = 15s) const
-    {
-        return spinUntil([&] { return logged(message); }, timeout);
-    }
-
-    bool waitForPrefix(const QString& prefix, std::chrono::milliseconds timeout = 15s) const
-    {
-        return spinUntil(
-            [&] {
-                const QStringList all = messages();
-                return std::any_of(all.begin(), all.end(),
-                                   [&](const QString& m) { return m.startsWith(prefix); });
-            },
-            timeout);
-    }
-
-    QString output() const { return m_stderr; }
-
-private:
-    QProcess m_process;
-    QString m_stderr;
 };
 
 class EndToEnd : public testing::Test {
@@ -187,8 +121,7 @@ TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
     writeSettings(chosenSpeakerSettings());
     App app(m_home.path());
     app.start();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide ")))
-        << app.output().toStdString();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
     const QStringList first = app.messages().filter(QStringLiteral("Starting Velotide "));
     EXPECT_TRUE(first.first().endsWith(
         QStringLiteral(" for speaker 'Living Room' (active while output is '") + digitalName +
@@ -196,13 +129,13 @@ TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
         << first.first().toStdString();
     ASSERT_TRUE(app.waitFor(
         QStringLiteral("Connected to Living Room (Sonos Arc) at 127.0.0.11, volume 25")))
-        << app.output().toStdString();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.output().toStdString();
+        << app.describe();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.describe();
 
     // The mirror starts from the speaker's own level: 25, then up by 2, up by 1 with Shift,
     // down by 2.
     ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("27"))) << app.output().toStdString();
+    EXPECT_TRUE(waitForVolume(QStringLiteral("27"))) << app.describe();
     ASSERT_TRUE(pressKey(QStringLiteral("shift+XF86AudioRaiseVolume")));
     EXPECT_TRUE(waitForVolume(QStringLiteral("28")));
     ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioLowerVolume")));
@@ -220,7 +153,7 @@ TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
     ASSERT_TRUE(setDefaultSink(analogSink));
     ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys not armed — output is ") + analogName +
                             QStringLiteral(", not ") + digitalName))
-        << app.output().toStdString();
+        << app.describe();
     const qsizetype before =
         sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume")).size();
     ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
@@ -241,36 +174,36 @@ TEST_F(EndToEnd, SecondLaunchAsksTheRunningOneToShowItselfAndExitsZero)
     writeSettings(chosenSpeakerSettings());
     App first(m_home.path());
     first.start();
-    ASSERT_TRUE(first.waitForPrefix(QStringLiteral("Starting Velotide ")))
-        << first.output().toStdString();
+    ASSERT_TRUE(first.waitForPrefix(QStringLiteral("Starting Velotide "))) << first.describe();
 
     App second(m_home.path());
     second.start();
-    EXPECT_EQ(second.finish(10s), 0) << second.output().toStdString();
+    EXPECT_EQ(second.finish(10s), 0) << second.describe();
     EXPECT_TRUE(second.logged(QStringLiteral("another instance is already running (pid %1); "
                                              "showing it and exiting")
                                   .arg(first.pid())))
-        << second.output().toStdString();
+        << second.describe();
     // The second never got as far as starting.
     EXPECT_TRUE(second.messages().filter(QStringLiteral("Starting Velotide")).isEmpty());
+
+    // The running one is still there, and ends normally when the session ends.
+    EXPECT_EQ(first.stop(), 0) << first.describe();
 }
 
 TEST_F(EndToEnd, FirstRunPicksTheZoneOnTheOpticalCableAndTheDigitalOutput)
 {
     App app(m_home.path());
     app.start();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide ")))
-        << app.output().toStdString();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
     EXPECT_TRUE(app.messages()
                     .filter(QStringLiteral("Starting Velotide "))
                     .first()
                     .endsWith(QStringLiteral(" for speaker '(not chosen)' (active on any output)")))
-        << app.output().toStdString();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Auto-detected Living Room ")))
-        << app.output().toStdString();
+        << app.describe();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Auto-detected Living Room "))) << app.describe();
     ASSERT_TRUE(app.waitFor(QStringLiteral("Auto-detected trigger output: ") + digitalName))
-        << app.output().toStdString();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.output().toStdString();
+        << app.describe();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.describe();
     // The trigger and the host the speaker answered at are saved as they become known.
     ASSERT_TRUE(spinUntil(
         [&] {
