@@ -213,11 +213,14 @@ void AppController::explainInputAccess()
 void AppController::startUp()
 {
     QPointer self(this);
-    // Answers come back inside the speaker controller's own work: the refresh follows it.
+    // Answers come back inside the speaker controller's own work: the refresh follows it,
+    // and it began now, so a key pressed in between keeps the mirror's value.
     m_speaker->onChange = [self] {
-        QTimer::singleShot(0, self, [self] {
+        if (!self)
+            return;
+        QTimer::singleShot(0, self, [self, began = self->m_mirrorGeneration] {
             if (self)
-                self->refreshConnection();
+                self->refreshConnection(began);
         });
     };
     m_speaker->onHostLearned = [self](const QString& host) {
@@ -231,7 +234,7 @@ void AppController::startUp()
         if (!self)
             return;
         self->m_speaker->startSupervision();
-        self->refreshConnection();
+        self->refreshConnection(self->m_mirrorGeneration);
         if (!self->m_choicesInFlight) {
             self->m_choicesInFlight = true;
             self->refreshChoices();
@@ -323,15 +326,14 @@ void AppController::detectTriggerOutput()
     armingInputsChanged();
 }
 
-void AppController::refreshConnection()
+void AppController::refreshConnection(quint64 began)
 {
     // The snapshot is kept in memory by the speaker controller, so it is read at once; a key
     // pressed since the refresh began keeps the mirror's own value.
-    const quint64 generation = m_mirrorGeneration;
     const SpeakerController::Snapshot snapshot = m_speaker->snapshot();
     const bool wasConnected = m_connected;
     m_connected = snapshot.connected;
-    if (m_mirrorGeneration == generation) {
+    if (m_mirrorGeneration == began) {
         m_mirrorVolume = snapshot.volume;
         m_mirrorMuted = snapshot.muted;
     }

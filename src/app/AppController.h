@@ -99,7 +99,8 @@ private:
     void firstRunSetup(std::function<void()> done);
     void pickFromZones(const QList<ZoneState>& states, std::function<void()> done);
     void detectTriggerOutput();
-    void refreshConnection();
+    // `began` is the mirror generation when the refresh was asked for.
+    void refreshConnection(quint64 began);
     void refreshChoices();
     void saveSettings();
     void pollTrigger();

@@ -1,7 +1,6 @@
 #include "app/SleepWatch.h"
 
 #include <QCoreApplication>
-#include <QDBusConnection>
 #include <QPointer>
 #include <QThreadPool>
 
@@ -12,22 +11,27 @@ const QString kInterface = QStringLiteral("org.freedesktop.login1.Manager");
 } // namespace
 
 SleepWatch::SleepWatch(std::function<void()> onWake, QObject* parent)
+    : SleepWatch(std::move(onWake), &QDBusConnection::systemBus, parent)
+{
+}
+
+SleepWatch::SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent)
     : QObject(parent)
     , m_onWake(std::move(onWake))
 {
     // Connecting to the bus is a socket handshake: a pool thread does it, and the
     // subscription is made back on the main thread once the bus is there.
     QPointer<SleepWatch> self(this);
-    QThreadPool::globalInstance()->start([self] {
-        if (!QDBusConnection::systemBus().isConnected())
+    QThreadPool::globalInstance()->start([self, bus] {
+        if (!bus().isConnected())
             return;
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
-            [self] {
+            [self, bus] {
                 if (self)
-                    QDBusConnection::systemBus().connect(kService, kPath, kInterface,
-                                                         QStringLiteral("PrepareForSleep"),
-                                                         self.data(), SLOT(prepareForSleep(bool)));
+                    self->m_listening = bus().connect(kService, kPath, kInterface,
+                                                      QStringLiteral("PrepareForSleep"),
+                                                      self.data(), SLOT(prepareForSleep(bool)));
             },
             Qt::QueuedConnection);
     });

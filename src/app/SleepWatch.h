@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDBusConnection>
 #include <QObject>
 
 #include <functional>
@@ -9,11 +10,19 @@
 class SleepWatch : public QObject {
     Q_OBJECT
 public:
+    using Bus = std::function<QDBusConnection()>;
+
     explicit SleepWatch(std::function<void()> onWake, QObject* parent = nullptr);
+    // Listens on the bus `bus` answers (tests use a private one).
+    SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent = nullptr);
+
+    // Whether the subscription to logind's signal is in place.
+    bool isListening() const { return m_listening; }
 
 private slots:
     void prepareForSleep(bool sleeping);
 
 private:
     std::function<void()> m_onWake;
+    bool m_listening = false;
 };
