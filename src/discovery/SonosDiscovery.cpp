@@ -3,6 +3,7 @@
 #include "discovery/SsdpSearch.h"
 #include "speaker/CappedReader.h"
 #include "speaker/Tags.h"
+#include "support/ReadyFuture.h"
 
 #include <QNetworkRequest>
 #include <QPromise>
@@ -44,16 +45,6 @@ struct Collection {
         promise.finish();
     }
 };
-
-template <typename T>
-QFuture<T> readyFuture(T value)
-{
-    QPromise<T> promise;
-    promise.start();
-    promise.addResult(std::move(value));
-    promise.finish();
-    return promise.future();
-}
 
 } // namespace
 

@@ -5,6 +5,7 @@
 #include "speaker/CappedReader.h"
 #include "support/LockedBox.h"
 #include "support/Log.h"
+#include "support/ReadyFuture.h"
 
 #include <QPromise>
 
@@ -18,16 +19,6 @@ namespace {
 // The last "hiding bonded satellites" line written, so that a panel refreshing every
 // second does not repeat it.
 LockedBox<QString> hiddenLog;
-
-template <typename T>
-QFuture<T> readyFuture(T value)
-{
-    QPromise<T> promise;
-    promise.start();
-    promise.addResult(std::move(value));
-    promise.finish();
-    return promise.future();
-}
 
 template <typename T>
 void deliver(QPromise<T>& promise, T value)

@@ -1,5 +1,6 @@
 #include "keys/EventTap.h"
 
+#include "keyd/Protocol.h"
 #include "keys/InactiveTap.h"
 #include "keys/ServiceTap.h"
 #include "keys/TapTexts.h"
@@ -37,16 +38,14 @@ bool sessionRunsOnX11()
 
 std::optional<EventTap::MediaKey> EventTap::mediaKeyFromRaw(int raw)
 {
-    switch (raw) {
-    case 0:
-        return MediaKey::soundUp;
-    case 1:
-        return MediaKey::soundDown;
-    case 7:
-        return MediaKey::mute;
-    default:
+    // The key service and the tap number the keys alike, so a service report maps over.
+    static_assert(int(MediaKey::mute) == int(keyd::MediaKey::mute));
+    if (raw < 0 || raw > 255)
         return std::nullopt;
-    }
+    const auto key = keyd::detail::mediaKeyFromRaw(static_cast<std::uint8_t>(raw));
+    if (!key)
+        return std::nullopt;
+    return static_cast<MediaKey>(*key);
 }
 
 std::unique_ptr<EventTap> EventTap::create(Callbacks callbacks, Options options)

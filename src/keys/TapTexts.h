@@ -1,10 +1,11 @@
 #pragma once
 
+#include "support/PlatformWords.h"
+
 #include <QString>
 
-// Every log line of key capture in one place. The words that name the input permission are
-// this platform's ("input access": what the key service or the X server grants), the rest of
-// each sentence is the product's own.
+// Every log line of key capture in one place. The lines that name the input permission come
+// from the program's table of platform words, so that they are reviewed with the others.
 namespace TapTexts {
 
 inline QString installed()
@@ -29,11 +30,11 @@ inline QString rebuilding()
 }
 inline QString accessGranted()
 {
-    return QStringLiteral("Input access granted");
+    return QString::fromUtf8(platformText(PlatformText::inputAccessGranted));
 }
 inline QString accessRevoked()
 {
-    return QStringLiteral("Input access was revoked — keys released");
+    return QString::fromUtf8(platformText(PlatformText::inputAccessRevoked));
 }
 inline QString grabHeldElsewhere()
 {

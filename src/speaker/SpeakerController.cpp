@@ -4,8 +4,8 @@
 #include "discovery/SonosDiscovery.h"
 #include "discovery/ZoneTopology.h"
 #include "support/Log.h"
-
-#include <QCoreApplication>
+#include "support/PlatformWords.h"
+#include "support/UiText.h"
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ namespace {
 
 QString text(const char* english)
 {
-    return QCoreApplication::translate("Velotide", english);
+    return uiText(english);
 }
 
 QString withMute(int volume, bool muted)
@@ -170,12 +170,10 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
             const QString name = m_wantedName;
             if (zones.isEmpty()) {
                 ++m_emptySweeps;
-                m_lastError = m_emptySweeps < 2
-                                  ? text("Looking for ") + name
-                                  : text("No speakers found — allow local network access?");
-                Log::info(QStringLiteral("no zones discovered (sweep %1) — if this persists, "
-                                         "check that a firewall is not blocking discovery")
-                              .arg(m_emptySweeps));
+                m_lastError = m_emptySweeps < 2 ? text("Looking for ") + name
+                                                : uiText(PlatformText::noSpeakersFound);
+                Log::info(QStringLiteral("no zones discovered (sweep %1) — ").arg(m_emptySweeps) +
+                          platformText(PlatformText::noZonesPersistHint));
                 notify();
                 return finish(Outcome::Failed);
             }
@@ -269,8 +267,16 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     if (!m_device)
         return done();
     const SonosDevice device = *m_device;
-    auto zones = among ? QtFuture::makeReadyFuture(*among)
-                       : SonosDiscovery::Coordinator::shared().zones(m_schedule.sweepSeconds);
+    QFuture<QList<SonosDevice>> zones;
+    if (among) {
+        QPromise<QList<SonosDevice>> known;
+        known.start();
+        known.addResult(*among);
+        known.finish();
+        zones = known.future();
+    } else {
+        zones = SonosDiscovery::Coordinator::shared().zones(m_schedule.sweepSeconds);
+    }
     zones.then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
         .unwrap()
         .then(this,
@@ -291,7 +297,7 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
 
 // ---- Following the speaker ---------------------------------------------------------------
 
-void SpeakerController::readLevels(std::function<void(SonosResult<Levels>)> done) const
+void SpeakerController::readLevels(std::function<void(SonosResult<Levels>)> done)
 {
     const bool group = m_coordinator.has_value();
     const SonosDevice target = group ? *m_coordinator : *m_device;

@@ -81,7 +81,7 @@ private:
                             std::function<void()> done);
     void logConnected(bool remembered);
 
-    void readLevels(std::function<void(SonosResult<Levels>)> done) const;
+    void readLevels(std::function<void(SonosResult<Levels>)> done);
     void adopt(const Levels& levels, bool fromElsewhere);
     void resync(std::function<void()> done);
     void disconnect();
