@@ -68,7 +68,7 @@ void Probe::start()
         m_options.settingsPath.isEmpty() ? Settings::filePath() : m_options.settingsPath;
     QPointer<Probe> self(this);
     QThreadPool::globalInstance()->start([self, path] {
-        Settings::Loaded loaded = Settings::load(path);
+        Settings::Loaded loaded = Settings::peek(path);
         QMetaObject::invokeMethod(QCoreApplication::instance(), [self, path, loaded] {
             if (!self)
                 return;
