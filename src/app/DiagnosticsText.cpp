@@ -76,3 +76,13 @@ QString diagnosticsText(const DiagnosticsState& state, const QString& logTail)
     lines << logTail;
     return lines.join(QLatin1Char('\n'));
 }
+
+QString diagnosticsCopiedLogLine(const QString& text)
+{
+    return QStringLiteral("diagnostics copied to clipboard (%1 characters)").arg(text.size());
+}
+
+QString diagnosticsPreview(const QString& text)
+{
+    return text.left(kDiagnosticsPreviewLength);
+}

@@ -23,9 +23,9 @@ struct DiagnosticsState {
         bool needsApproval = false; // the entry exists but the desktop has it switched off
     };
 
-    QString version;       // the program's version; empty when unknown
-    QString programPath;   // where the running program lives
-    QString systemVersion; // the operating system as the process sees it
+    QString version;       // QCoreApplication::applicationVersion(); empty when unknown
+    QString programPath;   // QCoreApplication::applicationFilePath()
+    QString systemVersion; // QSysInfo::prettyProductName()
 
     Settings settings;
     bool trusted = false;                 // input access, as the key capture last reported it
@@ -43,3 +43,11 @@ inline constexpr int kDiagnosticsLogLines = 60;
 // Log::tail(kDiagnosticsLogLines) answered) as it stands. Lines are joined with line feeds,
 // with none after the last.
 QString diagnosticsText(const DiagnosticsState& state, const QString& logTail);
+
+// The log line written once the text is on the clipboard.
+QString diagnosticsCopiedLogLine(const QString& text);
+
+// What the "Show What Was Copied" alert shows: the start of the text, at most
+// kDiagnosticsPreviewLength characters.
+inline constexpr int kDiagnosticsPreviewLength = 4000;
+QString diagnosticsPreview(const QString& text);

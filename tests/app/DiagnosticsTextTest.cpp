@@ -142,4 +142,17 @@ TEST(DiagnosticsText, NamesAreTakenLiterallyAndTheLogTailIsKeptWhole)
     EXPECT_TRUE(text.endsWith(QStringLiteral("--- log (last 60 lines) ---\n") + tail));
 }
 
+TEST(DiagnosticsText, CopiedLineCountsAndPreviewCutsAtFourThousand)
+{
+    const QString longText = QString(9999, QLatin1Char('x')) + QLatin1Char('y');
+    EXPECT_EQ(diagnosticsCopiedLogLine(longText),
+              "diagnostics copied to clipboard (10000 characters)");
+    const QString preview = diagnosticsPreview(longText);
+    EXPECT_EQ(preview.size(), 4000);
+    EXPECT_TRUE(longText.startsWith(preview));
+
+    const QString text = diagnosticsText(armedState(), QStringLiteral("(no log file yet)"));
+    EXPECT_EQ(diagnosticsPreview(text), text);
+}
+
 } // namespace
