@@ -8,6 +8,7 @@
 #include "support/UiText.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -26,6 +27,7 @@ QString withMute(int volume, bool muted)
 SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule, QObject* parent)
     : QObject(parent)
     , m_schedule(schedule)
+    , m_discovery(&SonosDiscovery::Coordinator::shared())
     , m_wantedName(std::move(speakerName))
     , m_backoff(schedule.firstBackoff)
 {
@@ -68,6 +70,7 @@ void SpeakerController::record(std::optional<int> volume, std::optional<bool> mu
         m_cachedMuted = *muted;
         m_pendingMute = *muted;
     }
+    notify();
     if (m_draining)
         return; // the running drain picks up the newest values when its send returns
     m_draining = true;
@@ -160,8 +163,7 @@ void SpeakerController::connect(Finish finish)
 
 void SpeakerController::connectByName(int attempt, const Finish& finish)
 {
-    SonosDiscovery::Coordinator::shared()
-        .zones(m_schedule.sweepSeconds)
+    m_discovery->zones(m_schedule.sweepSeconds)
         .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
         .unwrap()
         .then(this, [this, attempt, finish](const QList<SonosDevice>& zones) {
@@ -235,11 +237,9 @@ void SpeakerController::establish(const SonosDevice& device, const Levels& level
     m_emptySweeps = 0;
     m_resyncsSinceGroupCheck = 0;
     adopt(levels, false);
-    if (m_knownHost != device.host || !m_everConnected) {
-        m_knownHost = device.host;
-        if (onHostLearned)
-            onHostLearned(device.host);
-    }
+    m_knownHost = device.host;
+    if (onHostLearned)
+        onHostLearned(device.host);
     notify();
 }
 
@@ -267,32 +267,39 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     if (!m_device)
         return done();
     const SonosDevice device = *m_device;
-    QFuture<QList<SonosDevice>> zones;
+    auto apply = [this, device, done](const ZoneTopology::GroupTarget& g) {
+        if (m_device == device) {
+            if (g.grouped)
+                m_coordinator = g.target;
+            else
+                m_coordinator.reset();
+        }
+        done();
+    };
     if (among) {
-        QPromise<QList<SonosDevice>> known;
-        known.start();
-        known.addResult(*among);
-        known.finish();
-        zones = known.future();
-    } else {
-        zones = SonosDiscovery::Coordinator::shared().zones(m_schedule.sweepSeconds);
+        ZoneTopology::group(device, *among).then(this, apply);
+        return;
     }
-    zones.then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
-        .unwrap()
-        .then(this,
-              [device](const QList<SonosDevice>& visible) {
-                  return ZoneTopology::group(device, visible);
-              })
-        .unwrap()
-        .then(this, [this, device, done = std::move(done)](const ZoneTopology::GroupTarget& g) {
-            if (m_device == device) {
-                if (g.grouped)
-                    m_coordinator = g.target;
-                else
-                    m_coordinator.reset();
-            }
-            done();
-        });
+    // Without a fresh sweep at hand the player's own group state usually settles it: a
+    // player alone or leading its group needs nobody else's address. Only a player grouped
+    // under another needs the sweep, to find where its leader lives.
+    ZoneTopology::zoneGroupState(device).then(this, [this, device,
+                                                     apply](const std::optional<QString>& answer) {
+        if (!answer)
+            return apply({device, false});
+        const auto info = ZoneTopology::groupInfo(device.uid, ZoneTopology::unescape(*answer));
+        if (!info || info->coordinator.toUpper() == device.uid.toUpper())
+            return apply(ZoneTopology::groupTarget(device, {device}, *answer));
+        m_discovery->zones(m_schedule.sweepSeconds)
+            .then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
+            .unwrap()
+            .then(this,
+                  [device](const QList<SonosDevice>& visible) {
+                      return ZoneTopology::group(device, visible);
+                  })
+            .unwrap()
+            .then(this, apply);
+    });
 }
 
 // ---- Following the speaker ---------------------------------------------------------------
@@ -302,11 +309,11 @@ void SpeakerController::readLevels(std::function<void(SonosResult<Levels>)> done
     const bool group = m_coordinator.has_value();
     const SonosDevice target = group ? *m_coordinator : *m_device;
     auto volume = group ? target.groupVolume() : target.volume();
-    volume.then(this, [target, group, done = std::move(done)](SonosResult<int> v) {
+    volume.then(this, [this, target, group, done = std::move(done)](SonosResult<int> v) {
         if (!v)
             return done(v.error());
         auto muted = group ? target.isGroupMuted() : target.isMuted();
-        muted.then([v, done](SonosResult<bool> m) {
+        muted.then(this, [v, done](SonosResult<bool> m) {
             if (!m)
                 return done(m.error());
             done(Levels{*v, *m});
@@ -398,6 +405,9 @@ void SpeakerController::superviseStep()
     }
     if (m_wantedName.isEmpty()) {
         m_stepRunning = false;
+        const QString reason = text("No speaker chosen");
+        if (std::exchange(m_lastError, reason) != reason)
+            notify();
         return scheduleStep(m_schedule.idleInterval);
     }
     const bool quick = m_quickRetry || m_wakeRequested;

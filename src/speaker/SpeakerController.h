@@ -9,6 +9,10 @@
 #include <functional>
 #include <optional>
 
+namespace SonosDiscovery {
+class Coordinator;
+}
+
 // Keeps the application connected to the one zone player the user chose, by room name.
 // Volume and mute changes are coalesced so a burst of key presses sends only the newest
 // values; when the player is grouped they go to the group's coordinator. A supervision loop
@@ -51,6 +55,9 @@ public:
     QString knownHost() const { return m_knownHost; }
     void setKnownHost(const QString& host) { m_knownHost = host; }
 
+    // Where zone sweeps come from; the process-wide coordinator unless told otherwise.
+    void setDiscovery(SonosDiscovery::Coordinator& discovery) { m_discovery = &discovery; }
+
     std::function<void()> onChange;
     std::function<void(const QString& host)> onHostLearned;
 
@@ -92,6 +99,7 @@ private:
     void notify();
 
     RetrySchedule m_schedule;
+    SonosDiscovery::Coordinator* m_discovery;
     std::optional<SonosDevice> m_device;
     std::optional<SonosDevice> m_coordinator;
     QString m_wantedName;

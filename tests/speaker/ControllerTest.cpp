@@ -1,0 +1,430 @@
+// The speaker controller against a household of emulated players over real SSDP and real
+// HTTP, in a private network namespace. Its waits are scaled down fifty times, so the
+// supervision checks the speaker every tenth of a second instead of every five.
+#include "common/Wait.h"
+#include "discovery/Coordinator.h"
+#include "discovery/LogWatch.h"
+#include "emulator/Emulator.h"
+#include "speaker/RetrySchedule.h"
+#include "speaker/SpeakerController.h"
+#include "support/PlatformWords.h"
+#include "support/UiText.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace std::chrono_literals;
+using emulator::Fault;
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+const bool logInTemporaryFolder = [] {
+    static QTemporaryDir folder;
+    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
+    return true;
+}();
+
+const QString livingRoom = QStringLiteral("127.0.0.11");
+const QString kitchen = QStringLiteral("127.0.0.12");
+const QString diningRoom = QStringLiteral("127.0.0.13");
+const QString office = QStringLiteral("127.0.0.14");
+const QString allHosts[] = {livingRoom, kitchen, diningRoom, office};
+
+// A soundbar alone, the kitchen leading a group with the dining room, and an office.
+const QByteArray household = R"({
+  "household": "Sonos_Speaker_Controller_Test",
+  "players": [
+    {"host": "127.0.0.11", "uid": "RINCON_000E58C0A1B101400", "room": "Living Room",
+     "model": "Sonos Arc"},
+    {"host": "127.0.0.12", "uid": "RINCON_000E58C0A1B201400", "room": "Kitchen",
+     "model": "Sonos One"},
+    {"host": "127.0.0.13", "uid": "RINCON_000E58C0A1B301400", "room": "Dining Room",
+     "model": "Sonos One"},
+    {"host": "127.0.0.14", "uid": "RINCON_000E58C0A1B401400", "room": "Office",
+     "model": "Sonos Era 100"}
+  ],
+  "groups": [
+    {"coordinator": "RINCON_000E58C0A1B201400", "members": ["RINCON_000E58C0A1B301400"]}
+  ]
+})";
+
+RetrySchedule quickSchedule()
+{
+    RetrySchedule schedule = RetrySchedule{}.scaledDown(50);
+    schedule.sweepSeconds = 0.3;
+    return schedule;
+}
+
+Fault fault(Fault::Kind kind, const QString& only, int delayMs = 0, int status = 500)
+{
+    Fault f;
+    f.kind = kind;
+    f.only = only;
+    f.delayMs = delayMs;
+    f.status = status;
+    return f;
+}
+
+bool containsLine(const QStringList& lines, const QString& part)
+{
+    return std::any_of(lines.begin(), lines.end(),
+                       [&part](const QString& line) { return line.contains(part); });
+}
+
+} // namespace
+
+class ControllerTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        players = std::make_unique<emulator::EmulatorThread>();
+        const std::optional<QString> failure = players->startJson(household, 1400, true);
+        ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
+    }
+    static void TearDownTestSuite() { players.reset(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(players);
+        (*players)->clearFaults();
+        for (const QString& host : allHosts) {
+            (*players)->setOnline(host, true);
+            (*players)->setQuirks(host, {});
+            (*players)->setVolume(host, 20);
+            (*players)->setMuted(host, false);
+        }
+        (*players)->clearRequests();
+        // A coordinator of the test's own, so that no sweep of an earlier test is reused.
+        discovery = std::make_unique<SonosDiscovery::Coordinator>();
+    }
+
+    void TearDown() override
+    {
+        speaker.reset();
+        discovery.reset();
+    }
+
+    SpeakerController& make(const QString& name, const QString& knownHost = {})
+    {
+        speaker = std::make_unique<SpeakerController>(name, quickSchedule());
+        speaker->setDiscovery(*discovery);
+        speaker->setKnownHost(knownHost);
+        speaker->onChange = [this] { seen.append(speaker->snapshot()); };
+        speaker->onHostLearned = [this](const QString& host) { learned.append(host); };
+        return *speaker;
+    }
+
+    // Supervised and connected to `name`.
+    SpeakerController& connected(const QString& name, const QString& knownHost = {})
+    {
+        SpeakerController& controller = make(name, knownHost);
+        controller.startSupervision();
+        const bool up = spinUntil([&] { return controller.snapshot().connected; }, 10s);
+        EXPECT_TRUE(up) << controller.snapshot().error.toStdString();
+        return controller;
+    }
+
+    static QList<emulator::Request> sent(const QString& host, const QString& action)
+    {
+        QList<emulator::Request> matching;
+        for (const emulator::Request& request : (*players)->requests(host))
+            if (request.action == action)
+                matching.append(request);
+        return matching;
+    }
+
+    static inline std::unique_ptr<emulator::EmulatorThread> players;
+    std::unique_ptr<SonosDiscovery::Coordinator> discovery;
+    std::unique_ptr<SpeakerController> speaker;
+    QList<SpeakerController::Snapshot> seen;
+    QStringList learned;
+};
+
+TEST(RetryScheduleTest, BackOffDoublesFromTenSecondsAndStopsAtTwoMinutes)
+{
+    const RetrySchedule schedule;
+    std::vector<long> waits;
+    RetrySchedule::Duration backoff = schedule.firstBackoff;
+    for (int i = 0; i < 7; ++i) {
+        backoff = schedule.nextBackoff(backoff, false);
+        waits.push_back(std::chrono::duration_cast<std::chrono::seconds>(backoff).count());
+    }
+    EXPECT_EQ(waits, (std::vector<long>{10, 20, 40, 80, 120, 120, 120}));
+    // A fresh request to connect retries after ten seconds, however long the back-off was.
+    EXPECT_EQ(schedule.nextBackoff(std::chrono::seconds(120), true), std::chrono::seconds(10));
+    EXPECT_EQ(schedule.nextBackoff(std::chrono::seconds(20), true), std::chrono::seconds(10));
+
+    const RetrySchedule quick = schedule.scaledDown(1000);
+    EXPECT_EQ(quick.healthInterval, 5ms);
+    EXPECT_EQ(quick.nextBackoff(quick.firstBackoff, false), 10ms);
+    EXPECT_EQ(quick.nextBackoff(100ms, false), 120ms);
+}
+
+TEST_F(ControllerTest, TenChangesDuringASendGiveOneMoreSendWithTheTenth)
+{
+    SpeakerController& controller = connected("Living Room");
+    (*players)->setFault(livingRoom, fault(Fault::Kind::Delay, "SetVolume", 400));
+    controller.set(11);
+    ASSERT_TRUE(spinUntil([] { return sent(livingRoom, "SetVolume").size() == 1; }));
+    for (int volume = 31; volume <= 40; ++volume)
+        controller.set(volume);
+    EXPECT_EQ(controller.snapshot().volume, 40); // cached at once, before any answer
+
+    ASSERT_TRUE(spinUntil([] { return sent(livingRoom, "SetVolume").size() == 2; }));
+    spinFor(1000ms); // long enough for a third send to show up, were there one
+    const QList<emulator::Request> sets = sent(livingRoom, "SetVolume");
+    ASSERT_EQ(sets.size(), 2);
+    EXPECT_EQ(sets[0].argument("DesiredVolume"), "11");
+    EXPECT_EQ(sets[1].argument("DesiredVolume"), "40");
+    EXPECT_EQ((*players)->volume(livingRoom), 40);
+    EXPECT_EQ(controller.snapshot().volume, 40);
+}
+
+TEST_F(ControllerTest, ChangesAreClampedAndMuteTravelsWithVolume)
+{
+    SpeakerController& controller = connected("Living Room");
+    controller.set(130);
+    EXPECT_EQ(controller.snapshot().volume, 100);
+    ASSERT_TRUE(spinUntil([] { return sent(livingRoom, "SetVolume").size() == 1; }));
+    EXPECT_EQ(sent(livingRoom, "SetVolume")[0].argument("DesiredVolume"), "100");
+
+    controller.apply(-4, true);
+    EXPECT_EQ(controller.snapshot().volume, 0);
+    EXPECT_TRUE(controller.snapshot().muted);
+    ASSERT_TRUE(spinUntil([] { return (*players)->muted(livingRoom); }));
+    ASSERT_TRUE(spinUntil([] { return (*players)->volume(livingRoom) == 0; }));
+    EXPECT_EQ(sent(livingRoom, "SetMute").last().argument("DesiredMute"), "1");
+    EXPECT_TRUE(controller.snapshot().connected);
+    EXPECT_EQ(controller.snapshot().error, "");
+}
+
+TEST_F(ControllerTest, GroupedVolumeGoesToTheLeaderAndFallsBackToThePlayer)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Dining Room");
+    ASSERT_TRUE(spinUntil([&] { return controller.isGrouped(); }));
+    ASSERT_TRUE(
+        spinUntil([&] { return containsLine(log.messages(), "Connected to Dining Room"); }));
+    EXPECT_TRUE(containsLine(log.messages(), " — grouped, volume goes to Kitchen"));
+
+    controller.set(44);
+    ASSERT_TRUE(spinUntil([] { return sent(kitchen, "SetGroupVolume").size() == 1; }));
+    EXPECT_EQ(sent(kitchen, "SetGroupVolume")[0].argument("DesiredVolume"), "44");
+
+    (*players)->setFault(kitchen, fault(Fault::Kind::Status, "SetGroupVolume"));
+    controller.set(33);
+    ASSERT_TRUE(spinUntil([] { return sent(diningRoom, "SetVolume").size() == 1; }));
+    EXPECT_EQ(sent(diningRoom, "SetVolume")[0].argument("DesiredVolume"), "33");
+    EXPECT_TRUE(spinUntil([] { return (*players)->volume(diningRoom) == 33; }));
+    EXPECT_EQ(log.count("group volume failed (HTTP 500); falling back to this player"), 1);
+    EXPECT_EQ(controller.snapshot().error, "");
+}
+
+TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
+{
+    LogWatch log;
+    for (const QString& host : allHosts) {
+        emulator::PlayerQuirks mute;
+        mute.answersSsdp = false;
+        (*players)->setQuirks(host, mute);
+    }
+    SpeakerController& controller = make("Office");
+    controller.startSupervision();
+    ASSERT_TRUE(spinUntil([&] { return discovery->sweepsStarted() >= 2; }));
+    ASSERT_TRUE(spinUntil([&] { return log.messages().size() >= 2; }));
+
+    const QString looking = "Looking for Office";
+    const QString hint = uiText(PlatformText::noSpeakersFound);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == hint; }));
+    QStringList reasons;
+    for (const SpeakerController::Snapshot& s : seen)
+        if (reasons.isEmpty() || reasons.last() != s.error)
+            reasons.append(s.error);
+    EXPECT_EQ(reasons.first(), looking);
+    EXPECT_TRUE(reasons.contains(hint));
+    EXPECT_TRUE(containsLine(log.messages(), "no zones discovered (sweep 1)"));
+    EXPECT_TRUE(containsLine(log.messages(), "no zones discovered (sweep 2)"));
+
+    for (const QString& host : allHosts)
+        (*players)->setQuirks(host, {});
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }, 10s));
+    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_EQ(controller.snapshot().name, "Office");
+}
+
+TEST_F(ControllerTest, APlayerThatDisappearsIsReportedAndReconnectedWhenItReturns)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office");
+    seen.clear();
+    (*players)->setOnline(office, false);
+    ASSERT_TRUE(spinUntil([&] { return !controller.snapshot().connected; }));
+    const auto unreachable =
+        std::find_if(seen.begin(), seen.end(), [](const SpeakerController::Snapshot& s) {
+            return !s.connected && s.error == "Speaker unreachable";
+        });
+    EXPECT_NE(unreachable, seen.end());
+    EXPECT_TRUE(containsLine(log.messages(), "health check failed: "));
+
+    (*players)->setOnline(office, true);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }, 10s));
+    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_TRUE(spinUntil([&] { return log.count("Reconnected to Office at 127.0.0.14") == 1; }));
+}
+
+TEST_F(ControllerTest, AChangeMadeElsewhereIsAdopted)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office");
+    EXPECT_EQ(controller.snapshot().volume, 20);
+    (*players)->setVolume(office, 71);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().volume == 71; }));
+    EXPECT_EQ(log.count("speaker moved externally to 71"), 1);
+
+    (*players)->setMuted(office, true);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().muted; }));
+    EXPECT_EQ(log.count("speaker moved externally to 71 (muted)"), 1);
+    // Once adopted, the same level read again is no news.
+    spinFor(500ms);
+    EXPECT_EQ(log.count("speaker moved externally to 71 (muted)"), 1);
+}
+
+TEST_F(ControllerTest, ASpeakerThatAnswersDiscoveryButNotControlIsUnreachable)
+{
+    LogWatch log;
+    (*players)->setFault(office, fault(Fault::Kind::Status, "/MediaRenderer"));
+    SpeakerController& controller = make("Office");
+    controller.startSupervision();
+    ASSERT_TRUE(
+        spinUntil([&] { return controller.snapshot().error == "Speaker 'Office' unreachable"; }));
+    EXPECT_FALSE(controller.snapshot().connected);
+    EXPECT_TRUE(containsLine(log.messages(),
+                             "Speaker 'Office' answered discovery but not control: HTTP 500"));
+}
+
+TEST_F(ControllerTest, ARememberedAddressConnectsWithoutASweep)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office", office);
+    ASSERT_TRUE(spinUntil([&] { return containsLine(log.messages(), "Connected to Office"); }));
+    EXPECT_EQ(discovery->sweepsStarted(), 0);
+    EXPECT_TRUE(containsLine(log.messages(), "at 127.0.0.14 (remembered address), volume 20"));
+    EXPECT_EQ(learned.value(0), office);
+    EXPECT_FALSE(controller.isGrouped());
+}
+
+TEST_F(ControllerTest, ARememberedAddressNowInAnotherRoomFallsBackToTheSweep)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office", livingRoom);
+    EXPECT_EQ(controller.device()->host, office);
+    EXPECT_EQ(discovery->sweepsStarted(), 1);
+    EXPECT_EQ(controller.knownHost(), office);
+    EXPECT_EQ(learned.value(0), office);
+    ASSERT_TRUE(spinUntil([&] { return containsLine(log.messages(), "Connected to Office"); }));
+    EXPECT_FALSE(containsLine(log.messages(), "remembered address"));
+}
+
+TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)
+{
+    SpeakerController& controller = connected("Office");
+    controller.switchTo("Living Room");
+    EXPECT_EQ(controller.snapshot().name, "Living Room");
+    EXPECT_FALSE(controller.snapshot().connected);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
+    EXPECT_EQ(controller.device()->host, livingRoom);
+    EXPECT_EQ(controller.speakerName(), "Living Room");
+
+    controller.set(27);
+    ASSERT_TRUE(spinUntil([] { return (*players)->volume(livingRoom) == 27; }));
+    EXPECT_TRUE(sent(office, "SetVolume").isEmpty());
+
+    controller.switchTo(QString());
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == "No speaker chosen"; }));
+    EXPECT_FALSE(controller.snapshot().connected);
+}
+
+TEST_F(ControllerTest, ReconnectNowLeavesAHealthyConnectionAlone)
+{
+    LogWatch log;
+    SpeakerController& controller = make("Office");
+    controller.reconnectNow("woke from sleep");
+    EXPECT_EQ(log.count("reconnecting immediately (woke from sleep)"), 1);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
+    const int sweeps = discovery->sweepsStarted();
+    (*players)->clearRequests();
+
+    controller.reconnectNow("network changed");
+    EXPECT_EQ(log.count("network changed; connection is healthy, leaving it alone"), 1);
+    spinFor(300ms);
+    EXPECT_EQ(discovery->sweepsStarted(), sweeps);
+    // Health checks go on as before, but nothing asks the player to describe itself again.
+    for (const emulator::Request& request : (*players)->requests(office))
+        EXPECT_FALSE(request.path.contains("device_description")) << request.path.constData();
+    EXPECT_TRUE(controller.snapshot().connected);
+}
+
+TEST_F(ControllerTest, AnAnswerForAnAbandonedConnectionIsDropped)
+{
+    LogWatch log;
+    (*players)->setFault(office, fault(Fault::Kind::Delay, "GetVolume", 800));
+    SpeakerController& controller = make("Office");
+    controller.reconnectNow("test");
+    ASSERT_TRUE(spinUntil([] { return sent(office, "GetVolume").size() == 1; }));
+    controller.switchTo("Living Room");
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
+    spinFor(1200ms); // the office's late answer arrives meanwhile
+    EXPECT_EQ(controller.snapshot().name, "Living Room");
+    EXPECT_EQ(controller.device()->host, livingRoom);
+    EXPECT_EQ(controller.knownHost(), livingRoom);
+    EXPECT_EQ(learned, QStringList{livingRoom});
+    EXPECT_FALSE(containsLine(log.messages(), "Connected to Office"));
+}
+
+TEST_F(ControllerTest, ARememberedPlayerInAnotherLeadersGroupFindsItsLeader)
+{
+    SpeakerController& controller = connected("Dining Room", diningRoom);
+    ASSERT_TRUE(spinUntil([&] { return controller.isGrouped(); }));
+    EXPECT_EQ(discovery->sweepsStarted(), 1); // only to learn where the kitchen lives
+    controller.set(52);
+    ASSERT_TRUE(spinUntil([] { return sent(kitchen, "SetGroupVolume").size() == 1; }));
+    EXPECT_TRUE(sent(diningRoom, "SetVolume").isEmpty());
+}
+
+TEST_F(ControllerTest, AFailedSendIsReportedAndClearedWhenTheSpeakerAnswersAgain)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office");
+    (*players)->setFault(office, fault(Fault::Kind::Status, "SetVolume"));
+    controller.set(64);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == "Speaker unreachable"; }));
+    EXPECT_EQ(log.count("send failed (HTTP 500); will retry after reconnect"), 1);
+
+    (*players)->clearFaults();
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error.isEmpty(); }));
+    EXPECT_TRUE(controller.snapshot().connected);
+    // The speaker never took the change, and the controller now shows what it has.
+    EXPECT_EQ(controller.snapshot().volume, 20);
+    EXPECT_EQ(log.count("speaker moved externally to 20"), 1);
+}
+
+TEST_F(ControllerTest, AHealthCheckAnsweredAfterALocalChangeDoesNotUndoIt)
+{
+    SpeakerController& controller = connected("Office");
+    (*players)->clearRequests();
+    (*players)->setFault(office, fault(Fault::Kind::Delay, "GetVolume", 400));
+    // A health check is out; its answer (20) was made before the change below.
+    ASSERT_TRUE(spinUntil([] { return sent(office, "GetVolume").size() == 1; }));
+    seen.clear();
+    controller.set(60);
+    spinFor(1500ms);
+    ASSERT_FALSE(seen.isEmpty());
+    for (const SpeakerController::Snapshot& s : seen)
+        EXPECT_EQ(s.volume, 60);
+    EXPECT_EQ((*players)->volume(office), 60);
+}
