@@ -18,9 +18,12 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <optional>
+
 namespace {
 
 const QString kBusName = QStringLiteral("com.brindlewerk.velotide");
+const QString kProbeConnection = QStringLiteral("velotide-probe");
 constexpr int kBusTimeoutMs = 1000;
 
 ProbeReport::Zone zoneHeader(const SonosDevice& device)
@@ -37,6 +40,19 @@ ProbeReport::Zone zoneHeader(const SonosDevice& device)
 
 // Whether the user can talk to the key service, or failing that could grab the keys on X11:
 // the same choice the application makes, without installing anything.
+// The session bus the desktop announced, or its usual socket. Never the bus library's own
+// fallback, which on X11 launches a bus daemon: the probe starts nothing.
+std::optional<QString> sessionBusAddress()
+{
+    const QString announced = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
+    if (!announced.isEmpty())
+        return announced;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && QFile::exists(runtime + QStringLiteral("/bus")))
+        return QStringLiteral("unix:path=") + runtime + QStringLiteral("/bus");
+    return std::nullopt;
+}
+
 bool hasInputAccess(const QString& keyServicePath)
 {
     EventTap::Options options;
@@ -86,7 +102,9 @@ void Probe::start()
 // bus there is nothing to ask, and no answer within the time-out counts as no copy running.
 void Probe::checkRunningCopy()
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    const std::optional<QString> address = sessionBusAddress();
+    QDBusConnection bus = address ? QDBusConnection::connectToBus(*address, kProbeConnection)
+                                  : QDBusConnection(kProbeConnection);
     if (!bus.isConnected()) {
         printHead();
         return;

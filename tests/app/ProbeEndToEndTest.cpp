@@ -1,7 +1,7 @@
 // The real `velotide --probe` against an emulated household over real multicast and HTTP in a
-// private network namespace, a private sound server whose default output is S/PDIF, and a
-// private X server (for input access). Each run's standard output is compared line by line
-// with the expected report of that arrangement.
+// private network namespace, a private sound server whose default output is S/PDIF, and (for
+// input access) a key service socket of the test's own. Each run's standard output is compared
+// line by line with the expected report of that arrangement.
 #include "emulator/Emulator.h"
 
 #include <QCryptographicHash>
@@ -10,6 +10,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QLocalServer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -100,10 +101,13 @@ protected:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config.path());
         environment.insert(QStringLiteral("XDG_STATE_HOME"), m_state.path());
-        for (const char* name : {"WAYLAND_DISPLAY", "XDG_SESSION_TYPE", "DBUS_SESSION_BUS_ADDRESS"})
+        for (const char* name :
+             {"WAYLAND_DISPLAY", "XDG_SESSION_TYPE", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"})
             environment.remove(QString::fromLatin1(name));
-        if (!withInputAccess)
-            environment.remove(QStringLiteral("DISPLAY"));
+        // Input access comes from the key service alone: no X server to fall back on.
+        environment.remove(QStringLiteral("DISPLAY"));
+        environment.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"),
+                           withInputAccess ? keyService() : m_state.filePath("no-keyd.sock"));
         if (!sessionBus.isEmpty())
             environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), sessionBus);
 
@@ -111,14 +115,17 @@ protected:
         process.setProcessEnvironment(environment);
         process.start(QStringLiteral(VELOTIDE_PROGRAM), arguments);
         ProbeRun run;
-        if (!process.waitForFinished(30000)) {
+        const bool finished = process.waitForFinished(30000);
+        if (!finished) {
             process.kill();
             process.waitForFinished();
-            return run;
         }
-        run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        if (finished && process.exitStatus() == QProcess::NormalExit)
+            run.exitCode = process.exitCode();
         run.lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'));
         run.errors = QString::fromUtf8(process.readAllStandardError());
+        if (!finished)
+            run.errors += QStringLiteral("(the probe did not finish within 30 s)");
         return run;
     }
 
@@ -134,6 +141,16 @@ protected:
         return text.toStdString();
     }
 
+    // A listening socket where the key service would be; the probe only looks at it.
+    QString keyService()
+    {
+        if (!m_keyService.isListening()) {
+            EXPECT_TRUE(m_keyService.listen(m_state.filePath("keyd.sock")));
+        }
+        return m_keyService.fullServerName();
+    }
+
+    QLocalServer m_keyService;
     QTemporaryDir m_config;
     QTemporaryDir m_state;
     emulator::EmulatorThread m_household;
@@ -200,7 +217,8 @@ TEST_F(ProbeEndToEnd, SettingsNamingTheTriggerAndPlayersThatFailControl)
     const ProbeRun run = probe({QStringLiteral("--probe")}, true);
 
     EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
-    EXPECT_EQ(masked(run.lines), expected(QStringLiteral("trigger-set.txt")));
+    EXPECT_EQ(masked(run.lines), expected(QStringLiteral("trigger-set.txt")))
+        << run.errors.toStdString();
     EXPECT_EQ(fingerprint(m_config.path()), before);
     // Each failing player was asked its questions in order, and no further. (A request whose
     // connection is closed unanswered may be sent once more by the network layer.)
