@@ -38,8 +38,6 @@ ProbeReport::Zone zoneHeader(const SonosDevice& device)
     return zone;
 }
 
-// Whether the user can talk to the key service, or failing that could grab the keys on X11:
-// the same choice the application makes, without installing anything.
 // The session bus the desktop announced, or its usual socket. Never the bus library's own
 // fallback, which on X11 launches a bus daemon: the probe starts nothing.
 std::optional<QString> sessionBusAddress()
@@ -53,6 +51,8 @@ std::optional<QString> sessionBusAddress()
     return std::nullopt;
 }
 
+// Whether the user can talk to the key service, or failing that could grab the keys on X11:
+// the same choice the application makes, without installing anything.
 bool hasInputAccess(const QString& keyServicePath)
 {
     EventTap::Options options;
