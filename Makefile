@@ -25,6 +25,11 @@ test: build
 bench: build
 	@scripts/bench $(BUILD_DIR)
 
+# The probe against an emulated household and a private sound server, in a private network
+# namespace: Velotide at work without any speakers.
+demo: build
+	@scripts/demo $(BUILD_DIR)
+
 # A household of emulated speakers on loopback, for trying things without a Sonos.
 emulator: build
 	$(BUILD_DIR)/tools/emulator/velotide-emulator tools/emulator/households/home-theatre.json

@@ -19,6 +19,7 @@
 #include <QClipboard>
 #include <QMetaMethod>
 #include <QPointer>
+#include <QSysInfo>
 #include <QTimer>
 
 using namespace std::chrono_literals;
@@ -31,7 +32,6 @@ constexpr double kFirstRunDiscoveryTimeout = 3.0;
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
 constexpr qint64 kChoicesLifetimeSeconds = 60;
-constexpr int kDiagnosticsLogLines = 40;
 
 // Runs `then` once the sound server has reported its state, or after a bounded wait.
 void whenAudioReady(AudioDevice* audio, QObject* context, std::function<void()> then)
@@ -405,25 +405,22 @@ void AppController::choicesNeeded()
     refreshChoices();
 }
 
-BasicDiagnostics AppController::basicDiagnostics() const
+DiagnosticsState AppController::diagnosticsState() const
 {
     const SpeakerController::Snapshot speaker = m_speaker->snapshot();
-    const KeyContext context = keyContext();
-    BasicDiagnostics d;
+    DiagnosticsState d;
     d.version = QCoreApplication::applicationVersion();
-    d.speaker = m_settings.speaker;
-    d.connected = m_connected;
-    d.volume = m_mirrorVolume;
-    d.muted = m_mirrorMuted;
-    d.speakerError = speaker.error;
-    d.armedState = context.evaluate();
-    d.keyCapture = m_tap ? m_tap->backendName() : QStringLiteral("none");
-    d.inputAccess = m_trusted;
+    d.programPath = QCoreApplication::applicationFilePath();
+    d.systemVersion = QSysInfo::prettyProductName();
+    d.settings = m_settings;
+    d.trusted = m_trusted;
     d.tapEnabled = m_tapEnabled;
-    d.triggerOutput = m_settings.triggerOutput;
-    d.triggerConfigured = m_settings.triggerConfigured;
-    d.currentOutput = context.currentOutput;
-    d.saveFailed = m_saveFailed;
+    d.speakerConnected = m_connected;
+    d.currentOutput = m_audio->defaultOutputName();
+    d.speaker.connected = speaker.connected;
+    d.speaker.volume = speaker.volume;
+    d.speaker.muted = speaker.muted;
+    d.speaker.lastError = speaker.error;
     return d;
 }
 
@@ -431,17 +428,15 @@ void AppController::copyDiagnostics()
 {
     // The log is read off the main thread; the text reaches the clipboard back on it.
     QPointer self(this);
-    BasicDiagnostics diagnostics = basicDiagnostics();
-    m_saves->async([self, diagnostics]() mutable {
-        diagnostics.logTail = Log::tail(kDiagnosticsLogLines);
-        const QString text = diagnostics.text();
+    m_saves->async([self, state = diagnosticsState()] {
+        const QString text = diagnosticsText(state, Log::tail(kDiagnosticsLogLines));
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
             [self, text] {
                 if (!self)
                     return;
                 QGuiApplication::clipboard()->setText(text);
-                Log::info(QStringLiteral("diagnostics copied to the clipboard"));
+                Log::info(diagnosticsCopiedLogLine(text));
             },
             Qt::QueuedConnection);
     });

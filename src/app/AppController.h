@@ -1,8 +1,8 @@
 #pragma once
 
 #include "app/ArmedState.h"
-#include "app/BasicDiagnostics.h"
 #include "app/CommandLine.h"
+#include "app/DiagnosticsText.h"
 #include "app/KeyContext.h"
 #include "app/VolumeMirror.h"
 #include "discovery/ZoneState.h"
@@ -78,7 +78,7 @@ public:
     bool hasSaveFailed() const { return m_saveFailed; }
     std::optional<AppStatus> lastSnapshot() const { return m_lastSnapshot; }
     // The state "Copy Diagnostics" describes, without the log's lines.
-    BasicDiagnostics basicDiagnostics() const;
+    DiagnosticsState diagnosticsState() const;
     // Puts the diagnostics text on the clipboard.
     void copyDiagnostics();
 

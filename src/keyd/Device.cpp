@@ -52,6 +52,8 @@ Device::~Device()
         libevdev_free(m_evdev);
     if (m_fd >= 0)
         close(m_fd);
+    if (m_stateFd >= 0)
+        close(m_stateFd);
 }
 
 Expected<std::unique_ptr<Device>, DeviceError> Device::open(const std::string& node,
@@ -62,6 +64,12 @@ Expected<std::unique_ptr<Device>, DeviceError> Device::open(const std::string& n
     device->m_syspath = syspath;
     device->m_fd = ::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (device->m_fd < 0)
+        return errorOf("cannot open " + node, errno);
+    // Asking the kernel which keys are down also throws away the asker's unread key events,
+    // so the question goes through a handle of its own that is never read: asked through
+    // the reading handle, it would lose key presses still queued behind the one at hand.
+    device->m_stateFd = ::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (device->m_stateFd < 0)
         return errorOf("cannot open " + node, errno);
     // Monotonic time stamps, so that pass-through delays can be measured against the clone's.
     int clock = CLOCK_MONOTONIC;
@@ -204,7 +212,7 @@ Expected<Done, DeviceError> Device::forwardToDevice()
 bool Device::isShiftHeld() const
 {
     unsigned char bits[KEY_CNT / 8 + 1] = {};
-    if (ioctl(m_fd, EVIOCGKEY(sizeof bits), bits) < 0)
+    if (ioctl(m_stateFd, EVIOCGKEY(sizeof bits), bits) < 0)
         return false;
     return testBit(bits, KEY_LEFTSHIFT) || testBit(bits, KEY_RIGHTSHIFT);
 }
@@ -212,7 +220,7 @@ bool Device::isShiftHeld() const
 bool Device::isKernelNeutral() const
 {
     unsigned char bits[KEY_CNT / 8 + 1] = {};
-    if (ioctl(m_fd, EVIOCGKEY(sizeof bits), bits) < 0)
+    if (ioctl(m_stateFd, EVIOCGKEY(sizeof bits), bits) < 0)
         return false;
     for (unsigned char byte : bits)
         if (byte)

@@ -88,6 +88,7 @@ private:
     std::string m_syspath;
     std::string m_name;
     int m_fd = -1;
+    int m_stateFd = -1; // only for asking which keys are down; never read
     libevdev* m_evdev = nullptr;
     libevdev_uinput* m_clone = nullptr;
     KeyRouter m_router;

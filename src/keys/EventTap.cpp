@@ -29,7 +29,8 @@ bool sessionRunsOnX11()
     if (qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
         !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         return false;
-    if (qGuiApp)
+    // qGuiApp is only a cast: a plain QCoreApplication (the probe) has no platform plugin.
+    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
         return QGuiApplication::platformName() == QLatin1String("xcb");
     return !qEnvironmentVariableIsEmpty("DISPLAY");
 }

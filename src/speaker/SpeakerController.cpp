@@ -70,6 +70,7 @@ void SpeakerController::record(std::optional<int> volume, std::optional<bool> mu
         m_cachedMuted = *muted;
         m_pendingMute = *muted;
     }
+    notify();
     if (m_draining)
         return; // the running drain picks up the newest values when its send returns
     m_draining = true;

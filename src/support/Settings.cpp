@@ -154,6 +154,16 @@ Settings::Loaded Settings::load()
 
 Settings::Loaded Settings::load(const QString& path)
 {
+    return decodeFile(path, SetAside::yes);
+}
+
+Settings::Loaded Settings::peek(const QString& path)
+{
+    return decodeFile(path, SetAside::no);
+}
+
+Settings::Loaded Settings::decodeFile(const QString& path, SetAside setAsideBadFile)
+{
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {};
@@ -165,11 +175,13 @@ Settings::Loaded Settings::load(const QString& path)
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError) {
-        setAside(path, error.errorString() + QStringLiteral(" at offset %1").arg(error.offset));
+        if (setAsideBadFile == SetAside::yes)
+            setAside(path, error.errorString() + QStringLiteral(" at offset %1").arg(error.offset));
         return {};
     }
     if (!document.isObject()) {
-        setAside(path, QStringLiteral("the top level is not an object"));
+        if (setAsideBadFile == SetAside::yes)
+            setAside(path, QStringLiteral("the top level is not an object"));
         return {};
     }
     return {decode(document.object()), false};

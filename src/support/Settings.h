@@ -34,6 +34,9 @@ struct Settings {
     // aside as settings.json.corrupt-<stamp> and is a first run too.
     static Loaded load();
     static Loaded load(const QString& path);
+    // The same reading for a caller that must change nothing on disk (the probe): an
+    // undecodable file is a first run but stays where it is.
+    static Loaded peek(const QString& path);
 
     // Writes the whole record atomically (the old file survives any failure) with mode
     // 0600. False when it could not be written; the reason is already logged.
@@ -48,6 +51,10 @@ struct Settings {
     QByteArray toJson() const;
 
     static QString routeName(Route route);
+
+private:
+    enum class SetAside { no, yes };
+    static Loaded decodeFile(const QString& path, SetAside setAsideBadFile);
 };
 
 struct Settings::Loaded {

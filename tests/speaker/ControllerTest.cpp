@@ -363,7 +363,9 @@ TEST_F(ControllerTest, ReconnectNowLeavesAHealthyConnectionAlone)
     EXPECT_EQ(log.count("network changed; connection is healthy, leaving it alone"), 1);
     spinFor(300ms);
     EXPECT_EQ(discovery->sweepsStarted(), sweeps);
-    EXPECT_TRUE((*players)->requests(office).isEmpty()); // not even a description
+    // Health checks go on as before, but nothing asks the player to describe itself again.
+    for (const emulator::Request& request : (*players)->requests(office))
+        EXPECT_FALSE(request.path.contains("device_description")) << request.path.constData();
     EXPECT_TRUE(controller.snapshot().connected);
 }
 
@@ -382,4 +384,47 @@ TEST_F(ControllerTest, AnAnswerForAnAbandonedConnectionIsDropped)
     EXPECT_EQ(controller.knownHost(), livingRoom);
     EXPECT_EQ(learned, QStringList{livingRoom});
     EXPECT_FALSE(containsLine(log.messages(), "Connected to Office"));
+}
+
+TEST_F(ControllerTest, ARememberedPlayerInAnotherLeadersGroupFindsItsLeader)
+{
+    SpeakerController& controller = connected("Dining Room", diningRoom);
+    ASSERT_TRUE(spinUntil([&] { return controller.isGrouped(); }));
+    EXPECT_EQ(discovery->sweepsStarted(), 1); // only to learn where the kitchen lives
+    controller.set(52);
+    ASSERT_TRUE(spinUntil([] { return sent(kitchen, "SetGroupVolume").size() == 1; }));
+    EXPECT_TRUE(sent(diningRoom, "SetVolume").isEmpty());
+}
+
+TEST_F(ControllerTest, AFailedSendIsReportedAndClearedWhenTheSpeakerAnswersAgain)
+{
+    LogWatch log;
+    SpeakerController& controller = connected("Office");
+    (*players)->setFault(office, fault(Fault::Kind::Status, "SetVolume"));
+    controller.set(64);
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == "Speaker unreachable"; }));
+    EXPECT_EQ(log.count("send failed (HTTP 500); will retry after reconnect"), 1);
+
+    (*players)->clearFaults();
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error.isEmpty(); }));
+    EXPECT_TRUE(controller.snapshot().connected);
+    // The speaker never took the change, and the controller now shows what it has.
+    EXPECT_EQ(controller.snapshot().volume, 20);
+    EXPECT_EQ(log.count("speaker moved externally to 20"), 1);
+}
+
+TEST_F(ControllerTest, AHealthCheckAnsweredAfterALocalChangeDoesNotUndoIt)
+{
+    SpeakerController& controller = connected("Office");
+    (*players)->clearRequests();
+    (*players)->setFault(office, fault(Fault::Kind::Delay, "GetVolume", 400));
+    // A health check is out; its answer (20) was made before the change below.
+    ASSERT_TRUE(spinUntil([] { return sent(office, "GetVolume").size() == 1; }));
+    seen.clear();
+    controller.set(60);
+    spinFor(1500ms);
+    ASSERT_FALSE(seen.isEmpty());
+    for (const SpeakerController::Snapshot& s : seen)
+        EXPECT_EQ(s.volume, 60);
+    EXPECT_EQ((*players)->volume(office), 60);
 }

@@ -241,6 +241,23 @@ TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
     }
 }
 
+TEST_F(SettingsFileTest, PeekReadsLikeLoadButLeavesABadFileWhereItIs)
+{
+    writeFile(path, R"({"speaker": "Den", "route": "airplay", "paused": true})");
+    EXPECT_EQ(Settings::peek(path).settings, Settings::load(path).settings);
+    EXPECT_FALSE(Settings::peek(path).isFirstRun);
+    EXPECT_TRUE(Settings::peek(dir.filePath("velotide/none.json")).isFirstRun);
+
+    writeFile(path, "not json");
+    LogWatch log;
+    const auto [settings, isFirstRun] = Settings::peek(path);
+    EXPECT_TRUE(isFirstRun);
+    EXPECT_EQ(settings, Settings{});
+    EXPECT_EQ(readFile(path), "not json");
+    EXPECT_EQ(QDir(dir.filePath("velotide")).entryList(QDir::Files), QStringList{"settings.json"});
+    EXPECT_TRUE(log.lines().isEmpty());
+}
+
 TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnly)
 {
     ::umask(0022);

@@ -1,0 +1,288 @@
+// The real `velotide --probe` against an emulated household over real multicast and HTTP in a
+// private network namespace, a private sound server whose default output is S/PDIF, and (for
+// input access) a key service socket of the test's own. Each run's standard output is compared
+// line by line with the expected report of that arrangement.
+#include "emulator/Emulator.h"
+
+#include <QCryptographicHash>
+#include <QDBusConnection>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocalServer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const QString kKitchen = QStringLiteral("127.0.0.15");
+const QString kBedroom = QStringLiteral("127.0.0.17");
+
+struct ProbeRun {
+    int exitCode = -1;
+    QStringList lines;
+    QString errors;
+};
+
+// Every file below `dir` with its size, time and a digest of its bytes, so that any write
+// shows up as a difference. The sound server's client library keeps its cookie in a folder of
+// its own there (as on every desktop); that folder is not the program's.
+std::string fingerprint(const QString& dir)
+{
+    QStringList entries;
+    QDirIterator it(dir, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QFileInfo info(it.next());
+        const QString name = QDir(dir).relativeFilePath(info.filePath());
+        if (name == QStringLiteral("pulse") || name.startsWith(QStringLiteral("pulse/")))
+            continue;
+        QFile file(info.filePath());
+        QByteArray digest;
+        if (info.isFile() && file.open(QIODevice::ReadOnly))
+            digest = QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex();
+        entries << QStringLiteral("%1 %2 %3 %4")
+                       .arg(name)
+                       .arg(info.size())
+                       .arg(info.lastModified().toMSecsSinceEpoch())
+                       .arg(QString::fromLatin1(digest));
+    }
+    entries.sort();
+    return entries.join(QLatin1Char('\n')).toStdString();
+}
+
+// The report as one text, the discovery figure (the one line that depends on timing) masked.
+std::string masked(QStringList lines)
+{
+    static const QRegularExpression took(QStringLiteral("^  discovery took \\d+\\.\\ds$"));
+    for (QString& line : lines) {
+        if (took.match(line).hasMatch())
+            line = QStringLiteral("  discovery took #.#s");
+    }
+    return lines.join(QLatin1Char('\n')).toStdString();
+}
+
+class ProbeEndToEnd : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_config.isValid());
+        ASSERT_TRUE(m_state.isValid());
+    }
+
+    std::optional<QString> startHousehold()
+    {
+        return m_household.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/home-theatre.json"), 1400,
+                                 true);
+    }
+
+    QString settingsPath() const
+    {
+        return m_config.path() + QStringLiteral("/velotide/settings.json");
+    }
+
+    void writeSettings(const QByteArray& bytes)
+    {
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(settingsPath()).absolutePath()));
+        QFile file(settingsPath());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
+
+    // The program as a user would start it, with only the environment a desktop gives it.
+    ProbeRun probe(const QStringList& arguments, bool withInputAccess,
+                   const QString& sessionBus = {})
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config.path());
+        environment.insert(QStringLiteral("XDG_STATE_HOME"), m_state.path());
+        for (const char* name :
+             {"WAYLAND_DISPLAY", "XDG_SESSION_TYPE", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"})
+            environment.remove(QString::fromLatin1(name));
+        // Input access comes from the key service alone: no X server to fall back on.
+        environment.remove(QStringLiteral("DISPLAY"));
+        environment.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"),
+                           withInputAccess ? keyService() : m_state.filePath("no-keyd.sock"));
+        if (!sessionBus.isEmpty())
+            environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), sessionBus);
+
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(VELOTIDE_PROGRAM), arguments);
+        ProbeRun run;
+        const bool finished = process.waitForFinished(30000);
+        if (!finished) {
+            process.kill();
+            process.waitForFinished();
+        }
+        if (finished && process.exitStatus() == QProcess::NormalExit)
+            run.exitCode = process.exitCode();
+        run.lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'));
+        run.errors = QString::fromUtf8(process.readAllStandardError());
+        if (!finished)
+            run.errors += QStringLiteral("(the probe did not finish within 30 s)");
+        return run;
+    }
+
+    // The expected report: every line ends with a line feed, so the output's last piece after
+    // splitting is empty.
+    std::string expected(const QString& name) const
+    {
+        QFile file(QStringLiteral(EXPECTED_DIR "/") + name);
+        if (!file.open(QIODevice::ReadOnly))
+            return "cannot read " + file.fileName().toStdString();
+        QString text = QString::fromUtf8(file.readAll());
+        text.replace(QStringLiteral("@SETTINGS@"), settingsPath());
+        return text.toStdString();
+    }
+
+    // A listening socket where the key service would be; the probe only looks at it.
+    QString keyService()
+    {
+        if (!m_keyService.isListening()) {
+            EXPECT_TRUE(m_keyService.listen(m_state.filePath("keyd.sock")));
+        }
+        return m_keyService.fullServerName();
+    }
+
+    QLocalServer m_keyService;
+    QTemporaryDir m_config;
+    QTemporaryDir m_state;
+    emulator::EmulatorThread m_household;
+};
+
+TEST_F(ProbeEndToEnd, FirstRunWithHiddenSatellitesAndSomethingPlaying)
+{
+    ASSERT_EQ(startHousehold(), std::nullopt);
+    // A player on the desktop, identified the way the sound server names it.
+    QProcess player;
+    player.setStandardInputFile(QStringLiteral("/dev/zero"));
+    player.start(QStringLiteral("pacat"),
+                 {QStringLiteral("--property=application.id=org.gnome.Rhythmbox3"),
+                  QStringLiteral("--property=application.name=Rhythmbox")});
+    ASSERT_TRUE(player.waitForStarted());
+    for (int i = 0; i < 100; ++i) {
+        QProcess list;
+        list.start(QStringLiteral("pactl"), {QStringLiteral("list"), QStringLiteral("short"),
+                                             QStringLiteral("sink-inputs")});
+        list.waitForFinished();
+        if (!list.readAllStandardOutput().trimmed().isEmpty())
+            break;
+        QThread::msleep(50);
+    }
+
+    const std::string before = fingerprint(m_config.path());
+    // The probe wins over the overlay demonstration whichever comes first; without a display
+    // the demonstration could not even start.
+    const ProbeRun run = probe({QStringLiteral("--hud-demo"), QStringLiteral("--probe")}, false);
+    player.kill();
+    player.waitForFinished();
+
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(masked(run.lines), expected(QStringLiteral("first-run.txt")));
+    // Nothing was written where the settings live: not even the folder.
+    EXPECT_EQ(fingerprint(m_config.path()), before);
+    EXPECT_FALSE(QFileInfo::exists(QFileInfo(settingsPath()).absolutePath()));
+}
+
+TEST_F(ProbeEndToEnd, SettingsNamingTheTriggerAndPlayersThatFailControl)
+{
+    ASSERT_EQ(startHousehold(), std::nullopt);
+    // The kitchen refuses its volume question; the bedroom hangs up on what it plays, after
+    // answering volume and mute.
+    emulator::Fault refused;
+    refused.kind = emulator::Fault::Kind::Status;
+    refused.status = 500;
+    refused.only = QStringLiteral("GetVolume");
+    m_household->setFault(kKitchen, refused);
+    emulator::Fault hangUp;
+    hangUp.kind = emulator::Fault::Kind::Close;
+    hangUp.only = QStringLiteral("GetPositionInfo");
+    m_household->setFault(kBedroom, hangUp);
+    writeSettings(R"json({
+  "speaker": "Living Room",
+  "route": "optical",
+  "triggerOutput": "Built-in Audio Digital Stereo (IEC958)",
+  "triggerConfigured": true,
+  "paused": false,
+  "lastKnownHost": "127.0.0.11"
+})json");
+
+    const std::string before = fingerprint(m_config.path());
+    const ProbeRun run = probe({QStringLiteral("--probe")}, true);
+
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(masked(run.lines), expected(QStringLiteral("trigger-set.txt")))
+        << run.errors.toStdString();
+    EXPECT_EQ(fingerprint(m_config.path()), before);
+    // Each failing player was asked its questions in order, and no further. (A request whose
+    // connection is closed unanswered may be sent once more by the network layer.)
+    EXPECT_EQ(m_household->requests(kKitchen).last().action.toStdString(), "GetVolume");
+    QStringList bedroom;
+    for (const emulator::Request& request : m_household->requests(kBedroom)) {
+        const bool question = request.action.startsWith(QStringLiteral("Get")) &&
+                              request.action != QStringLiteral("GetZoneGroupState");
+        if (question && (bedroom.isEmpty() || bedroom.last() != request.action))
+            bedroom << request.action;
+    }
+    EXPECT_EQ(bedroom.join(u' ').toStdString(), "GetVolume GetMute GetPositionInfo");
+}
+
+TEST_F(ProbeEndToEnd, NoSpeakersAndAnUnreadableSettingsFileLeftAlone)
+{
+    writeSettings("{ this is not json");
+    const std::string before = fingerprint(m_config.path());
+    const ProbeRun run = probe({QStringLiteral("--probe")}, true);
+
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(masked(run.lines), expected(QStringLiteral("no-speakers.txt")));
+    // Unlike the application, the probe does not set a bad file aside.
+    EXPECT_EQ(fingerprint(m_config.path()), before);
+}
+
+TEST_F(ProbeEndToEnd, WarnsWhenTheApplicationHoldsItsBusName)
+{
+    QProcess bus;
+    bus.start(QStringLiteral("dbus-daemon"),
+              {QStringLiteral("--session"), QStringLiteral("--nofork"),
+               QStringLiteral("--print-address=1")});
+    ASSERT_TRUE(bus.waitForStarted());
+    ASSERT_TRUE(bus.waitForReadyRead(10000));
+    const QString address = QString::fromUtf8(bus.readLine()).trimmed();
+    {
+        // This process stands in for the running application.
+        QDBusConnection application = QDBusConnection::connectToBus(address, QStringLiteral("app"));
+        ASSERT_TRUE(application.isConnected());
+        ASSERT_TRUE(application.registerService(QStringLiteral("com.brindlewerk.velotide")));
+
+        const ProbeRun run = probe({QStringLiteral("--probe")}, false, address);
+        EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+        const QStringList warning = {
+            QStringLiteral("Velotide probe"),
+            QString(),
+            QStringLiteral("WARNING: Velotide is running. Its own SSDP sweeps contend"),
+            QStringLiteral("with this one, and discovery below may come back empty even"),
+            QStringLiteral("though the speakers are fine. Quit the app and run again."),
+            QString(),
+            QStringLiteral("PERMISSIONS"),
+        };
+        EXPECT_EQ(masked(run.lines.mid(0, warning.size())), masked(warning));
+
+        // Once the application is gone the warning is too.
+        application.unregisterService(QStringLiteral("com.brindlewerk.velotide"));
+        const ProbeRun alone = probe({QStringLiteral("--probe")}, false, address);
+        EXPECT_EQ(masked(alone.lines.mid(0, 3)),
+                  masked(QStringList({QStringLiteral("Velotide probe"), QString(),
+                                      QStringLiteral("PERMISSIONS")})));
+    }
+    QDBusConnection::disconnectFromBus(QStringLiteral("app"));
+    bus.terminate();
+    bus.waitForFinished();
+}
+
+} // namespace
