@@ -201,13 +201,13 @@ void AppController::showOnboarding()
 void AppController::explainInputAccess()
 {
     Log::info(QString::fromUtf8(platformText(PlatformText::inputAccessNeededRequesting)));
-    const QString how =
-        QStringLiteral("The volume keys need the key service velotide-keyd. Install it with "
-                       "\"sudo make install\", or start an installed one with "
-                       "\"sudo systemctl enable --now velotide-keyd\".");
-    Log::info(how);
+    static const char* const how = QT_TRANSLATE_NOOP(
+        "Velotide", "The volume keys need the key service velotide-keyd. Install it with "
+                    "\"sudo make install\", or start an installed one with "
+                    "\"sudo systemctl enable --now velotide-keyd\".");
+    Log::info(QString::fromUtf8(how));
     if (m_status)
-        m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), how);
+        m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), uiText(how));
 }
 
 void AppController::startUp()

@@ -29,6 +29,17 @@ public:
 
     ~AppProcess() { stop(); }
 
+    // Sets one variable of its environment before start; an empty value removes it.
+    void setVariable(const QString& name, const QString& value)
+    {
+        QProcessEnvironment env = m_process.processEnvironment();
+        if (value.isEmpty())
+            env.remove(name);
+        else
+            env.insert(name, value);
+        m_process.setProcessEnvironment(env);
+    }
+
     void start() { m_process.start(m_program, {}); }
 
     // Ends it as a session ending would (SIGTERM), killing it only when that fails; answers

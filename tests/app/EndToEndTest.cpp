@@ -169,6 +169,25 @@ TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
     EXPECT_TRUE(waitForVolume(QStringLiteral("30")));
 }
 
+TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
+{
+    // No key service and no X server to grab keys from: nothing can catch the keys.
+    writeSettings(chosenSpeakerSettings());
+    App app(m_home.path());
+    app.setVariable(QStringLiteral("DISPLAY"), {});
+    app.setVariable(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    app.start();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("Input access needed — requesting"))) << app.describe();
+    EXPECT_TRUE(
+        app.waitForPrefix(QStringLiteral("The volume keys need the key service velotide-keyd.")))
+        << app.describe();
+    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Connected to Living Room"))) << app.describe();
+    app.stop();
+    EXPECT_TRUE(app.logged(QStringLiteral("volume keys not armed — input access missing")))
+        << app.describe();
+    EXPECT_FALSE(app.logged(QStringLiteral("volume keys armed")));
+}
+
 TEST_F(EndToEnd, SecondLaunchAsksTheRunningOneToShowItselfAndExitsZero)
 {
     writeSettings(chosenSpeakerSettings());
