@@ -61,6 +61,11 @@ QString StatusItem::toolTip() const
     return m_tray->toolTip();
 }
 
+QIcon StatusItem::icon() const
+{
+    return m_tray->icon();
+}
+
 bool StatusItem::isTrayAvailable() const
 {
     return QSystemTrayIcon::isSystemTrayAvailable();

@@ -2,6 +2,7 @@
 
 #include "ui/SymbolIcons.h"
 
+#include <QIcon>
 #include <QObject>
 #include <QString>
 
@@ -32,6 +33,8 @@ public:
 
     bool isArmedLook() const { return m_armed; }
     QString toolTip() const;
+    QIcon icon() const;
+    QMenu* menu() const { return m_menu.get(); }
     bool isTrayAvailable() const;
 
 signals:
