@@ -167,6 +167,39 @@ TEST_F(EndToEnd, VolumeKeysReachTheSpeakerOnlyWhileSoundGoesToTheTrigger)
         [&] { return app.messages().count(QStringLiteral("volume keys armed")) == 2; }, 10s));
     ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
     EXPECT_TRUE(waitForVolume(QStringLiteral("30")));
+    EXPECT_EQ(app.stop(), 0) << app.describe();
+}
+
+TEST_F(EndToEnd, HoldingMuteTogglesOnceHoldingUpRamps)
+{
+    writeSettings(chosenSpeakerSettings());
+    App app(m_home.path());
+    app.start();
+    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"), 20s)) << app.describe();
+    ASSERT_TRUE(spinUntil([&] {
+        return app.logged(
+            QStringLiteral("Connected to Living Room (Sonos Arc) at 127.0.0.11, volume 25"));
+    }));
+
+    // The X server repeats a held key; the repeats of mute are swallowed and ignored.
+    ASSERT_TRUE(
+        run(QStringLiteral("xdotool"),
+            {QStringLiteral("keydown"), QStringLiteral("XF86AudioMute"), QStringLiteral("sleep"),
+             QStringLiteral("1.2"), QStringLiteral("keyup"), QStringLiteral("XF86AudioMute")}));
+    spinFor(1000ms);
+    EXPECT_TRUE(m_household->muted(livingRoom));
+    EXPECT_EQ(sent(QStringLiteral("SetMute"), QStringLiteral("DesiredMute")),
+              QStringList{QStringLiteral("1")});
+
+    // A held volume key goes on stepping.
+    ASSERT_TRUE(run(QStringLiteral("xdotool"),
+                    {QStringLiteral("keydown"), QStringLiteral("XF86AudioRaiseVolume"),
+                     QStringLiteral("sleep"), QStringLiteral("1.2"), QStringLiteral("keyup"),
+                     QStringLiteral("XF86AudioRaiseVolume")}));
+    EXPECT_TRUE(spinUntil([&] { return m_household->volume(livingRoom) > 29; }, 5s))
+        << m_household->volume(livingRoom);
+    EXPECT_FALSE(m_household->muted(livingRoom));
+    EXPECT_EQ(app.stop(), 0) << app.describe();
 }
 
 TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
@@ -182,7 +215,7 @@ TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
         app.waitForPrefix(QStringLiteral("The volume keys need the key service velotide-keyd.")))
         << app.describe();
     ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Connected to Living Room"))) << app.describe();
-    app.stop();
+    EXPECT_EQ(app.stop(), 0) << app.describe();
     EXPECT_TRUE(app.logged(QStringLiteral("volume keys not armed — input access missing")))
         << app.describe();
     EXPECT_FALSE(app.logged(QStringLiteral("volume keys armed")));
