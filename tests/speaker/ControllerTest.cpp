@@ -1,16 +1,14 @@
 // The speaker controller against a household of emulated players over real SSDP and real
 // HTTP, in a private network namespace. Its waits are scaled down fifty times, so the
 // supervision checks the speaker every tenth of a second instead of every five.
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
-#include "discovery/LogWatch.h"
 #include "emulator/Emulator.h"
 #include "speaker/RetrySchedule.h"
 #include "speaker/SpeakerController.h"
 #include "support/PlatformWords.h"
 #include "support/UiText.h"
-
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -22,12 +20,6 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 
 namespace {
-
-const bool logInTemporaryFolder = [] {
-    static QTemporaryDir folder;
-    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
-    return true;
-}();
 
 const QString livingRoom = QStringLiteral("127.0.0.11");
 const QString kitchen = QStringLiteral("127.0.0.12");
