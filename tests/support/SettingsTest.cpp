@@ -1,6 +1,7 @@
 #include "support/Settings.h"
 
 #include "common/LogWatch.h"
+#include "common/QtPrinters.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,13 +15,6 @@
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
-
-QT_BEGIN_NAMESPACE
-void PrintTo(const QString& s, std::ostream* os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 namespace {
 

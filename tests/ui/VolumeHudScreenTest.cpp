@@ -1,6 +1,6 @@
 // The overlay on a real X server with a compositor, checked by the pixels it puts on screen.
-#include "QtPrinters.h"
 #include "ScreenShots.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "support/Log.h"
 #include "ui/HudDemo.h"
