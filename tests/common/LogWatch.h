@@ -24,7 +24,7 @@ public:
         m_start = QFileInfo(Log::filePath()).size();
     }
 
-    QStringList messages() const
+    QStringList lines() const
     {
         Log::flush();
         QFile file(Log::filePath());
@@ -37,7 +37,7 @@ public:
         return messages;
     }
 
-    qsizetype count(const QString& message) const { return messages().count(message); }
+    qsizetype count(const QString& message) const { return lines().count(message); }
 
 private:
     qint64 m_start = 0;

@@ -169,7 +169,7 @@ TEST(TopologyVisible, ATopologyThatHidesEverythingIsIgnored)
     EXPECT_EQ(ZoneTopology::withoutSatellites(
                   devices, topology({member("RINCON_B", true), member("rincon_d", true)})),
               devices);
-    EXPECT_EQ(log.messages(), QStringList{"topology hid every zone; ignoring it"});
+    EXPECT_EQ(log.lines(), QStringList{"topology hid every zone; ignoring it"});
 }
 
 TEST(TopologyVisible, NothingInvisibleOrNothingMatchingKeepsAllSilently)
@@ -180,7 +180,7 @@ TEST(TopologyVisible, NothingInvisibleOrNothingMatchingKeepsAllSilently)
     EXPECT_EQ(ZoneTopology::withoutSatellites(devices, topology({member("RINCON_X", true)})),
               devices);
     EXPECT_EQ(ZoneTopology::withoutSatellites(devices, "not a topology at all"), devices);
-    EXPECT_TRUE(log.messages().isEmpty());
+    EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST(TopologyGroup, FindsTheCoordinatorAndCountsOnlyVisibleMembers)

@@ -152,7 +152,7 @@ TEST_F(HouseholdDiscovery, VisibleHidesBondedSatellitesEvenInLowerCase)
     EXPECT_EQ(visible.at(1).host, "127.0.0.11");
     // The next refresh hides the same satellites and says nothing new.
     resultOf(ZoneTopology::visible(resultOf(SonosDiscovery::browse(window))));
-    const QStringList hiding = log.messages().filter("hiding bonded satellites: ");
+    const QStringList hiding = log.lines().filter("hiding bonded satellites: ");
     ASSERT_EQ(hiding.size(), 1);
     EXPECT_TRUE(hiding.first().contains("Living Room (Sonos Sub) at 127.0.0.12"));
     EXPECT_TRUE(hiding.first().contains("Living Room (Sonos One SL) at 127.0.0.13"));
@@ -169,7 +169,7 @@ TEST_F(HouseholdDiscovery, TheNextPlayerAnswersWhenTheFirstFaults)
     const auto visible = resultOf(ZoneTopology::visible(discovered));
     EXPECT_EQ(names(visible), (QStringList{"Kitchen", "Living Room", "bedroom"}));
     EXPECT_EQ(log.count("topology: Kitchen answered 500"), 1);
-    EXPECT_TRUE(log.messages().filter("no zone answered").isEmpty());
+    EXPECT_TRUE(log.lines().filter("no zone answered").isEmpty());
     EXPECT_EQ(players->requests("127.0.0.11").size(), 1);
 }
 
@@ -183,7 +183,7 @@ TEST_F(HouseholdDiscovery, NoAnswerListsEveryone)
         players->setFault(host, fault);
     LogWatch log;
     EXPECT_EQ(resultOf(ZoneTopology::visible(discovered)), discovered);
-    const QStringList lines = log.messages();
+    const QStringList lines = log.lines();
     EXPECT_EQ(lines.filter("topology: Kitchen unreachable (").size(), 1);
     EXPECT_EQ(lines.count("topology: bedroom answered 503"), 1);
     EXPECT_EQ(lines.count("no zone answered GetZoneGroupState; listing all 5"), 1);

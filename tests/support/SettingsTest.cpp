@@ -67,7 +67,7 @@ TEST_F(SettingsFileTest, MissingFileIsAFirstRunWithDefaultsAndNoLogLine)
     const auto [settings, isFirstRun] = Settings::load(path);
     EXPECT_TRUE(isFirstRun);
     EXPECT_EQ(settings, Settings{});
-    EXPECT_TRUE(log.messages().isEmpty());
+    EXPECT_TRUE(log.lines().isEmpty());
 }
 
 struct DecodeCase {
@@ -160,7 +160,7 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
         const auto [settings, isFirstRun] = Settings::load(path);
         EXPECT_FALSE(isFirstRun);
         EXPECT_EQ(settings, c.expected) << settings.toJson().constData();
-        EXPECT_EQ(log.messages(), c.logLine.isEmpty() ? QStringList() : QStringList{c.logLine});
+        EXPECT_EQ(log.lines(), c.logLine.isEmpty() ? QStringList() : QStringList{c.logLine});
         EXPECT_TRUE(QFile::exists(path)) << "a decodable file is never moved";
     }
 }
@@ -184,7 +184,7 @@ TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
         EXPECT_TRUE(name.match(backups[0]).hasMatch()) << backups[0].toStdString();
         EXPECT_EQ(readFile(dir.filePath("velotide/" + backups[0])), bytes);
 
-        const QStringList lines = log.messages();
+        const QStringList lines = log.lines();
         ASSERT_EQ(lines.size(), 1);
         EXPECT_TRUE(lines[0].startsWith("settings unreadable (")) << lines[0].toStdString();
         EXPECT_TRUE(lines[0].endsWith("); moved to " + backups[0])) << lines[0].toStdString();
@@ -254,7 +254,7 @@ TEST_F(SettingsFileTest, ReadOnlyFolderFailsTheSaveAndKeepsTheOldFile)
     EXPECT_EQ(readFile(path), "{\"speaker\": \"Old\"}\n");
     EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList{"settings.json"})
         << "no temporary file left behind";
-    const QStringList lines = log.messages();
+    const QStringList lines = log.lines();
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].startsWith("could not save settings: ")) << lines[0].toStdString();
     EXPECT_GT(lines[0].size(), QString("could not save settings: ").size());
@@ -265,7 +265,7 @@ TEST_F(SettingsFileTest, FolderThatCannotBeCreatedFailsTheSave)
     writeFile(dir.filePath("blocker"), "a file where a folder should be");
     LogWatch log;
     EXPECT_FALSE(Settings{}.save(dir.filePath("blocker/velotide/settings.json")));
-    const QStringList lines = log.messages();
+    const QStringList lines = log.lines();
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].startsWith("could not save settings: "));
 }
