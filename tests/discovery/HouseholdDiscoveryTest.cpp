@@ -216,9 +216,6 @@ TEST_F(HouseholdDiscovery, ZoneStatesTellTheSoundbarPlayingItsTVInput)
                                     ZoneState{discovered[4], false, false}};
     EXPECT_EQ(states, expected);
     EXPECT_EQ(ZoneTopology::playingOverOptical(states), "Living Room");
-    // "Sonos Arc" has no optical input of its own by name; the one playing line input counts.
-    EXPECT_EQ(ZoneTopology::opticalCapable(states, QString("Kitchen")),
-              (QSet<QString>{"Living Room", "Kitchen"}));
 
     // A satellite reports its home theatre's track, so with the satellites listed too no
     // single zone is the one playing through optical.
