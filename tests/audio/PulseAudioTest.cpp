@@ -17,9 +17,6 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 
 const QString builtInSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo");
-const QString usbSink =
-    QStringLiteral("alsa_output.usb-Focusrite_Scarlett_2i2_USB-00.analog-stereo");
-const QString hdmiSink = QStringLiteral("alsa_output.pci-0000_01_00.1.hdmi-stereo");
 
 class PulseAudioTest : public ::testing::Test {
 protected:
@@ -103,42 +100,6 @@ TEST_F(PulseAudioTest, OutputsCarryTheirTransportWordsInServerOrder)
     EXPECT_EQ(indexes, serverIndexes)
         << "identifiers are the sinks' indexes, in the server's order";
     EXPECT_EQ(device.defaultOutputName(), "Built-in Audio Analog Stereo");
-}
-
-TEST_F(PulseAudioTest, DetectsTheTriggerOutputAsTheDefaultChanges)
-{
-    EXPECT_EQ(device.detectTriggerOutput(), "Built-in Audio Digital Stereo (IEC958)")
-        << "a built-in default gives the S/PDIF output";
-
-    pactl({"set-default-sink", usbSink});
-    ASSERT_TRUE(waitForDefault("Scarlett 2i2 USB"));
-    EXPECT_EQ(device.detectTriggerOutput(), "Scarlett 2i2 USB")
-        << "a USB default beats another S/PDIF output";
-
-    pactl({"set-default-sink", hdmiSink});
-    ASSERT_TRUE(waitForDefault("GA104 High Definition Audio Controller Digital Stereo (HDMI)"));
-    EXPECT_EQ(device.detectTriggerOutput(), "Built-in Audio Digital Stereo (IEC958)");
-}
-
-TEST_F(PulseAudioTest, NoTriggerWithoutSpdifOrUsbOutputs)
-{
-    // Take the S/PDIF and USB sinks away for this test and bring them back afterwards.
-    QStringList setAside;
-    for (const QString& line : pactl({"list", "short", "modules"}).split('\n')) {
-        if (line.contains("iec958-stereo") || line.contains("usb-Focusrite"))
-            setAside << line;
-    }
-    ASSERT_EQ(setAside.size(), 2);
-    for (const QString& line : setAside)
-        pactl({"unload-module", line.section('\t', 0, 0)});
-    const bool gone = waitFor([](const auto& s) { return s.outputs.size() == 6; });
-    const auto detected = device.detectTriggerOutput();
-    for (const QString& line : setAside)
-        pactl({"load-module", line.section('\t', 1, 1), line.section('\t', 2, 2)});
-
-    ASSERT_TRUE(gone);
-    EXPECT_EQ(detected, std::nullopt) << detected.value_or("").toStdString();
-    ASSERT_TRUE(waitFor([](const auto& s) { return s.outputs.size() == 8; }));
 }
 
 TEST_F(PulseAudioTest, SetDefaultOutputPicksTheFirstOutputOfThatName)

@@ -3,6 +3,7 @@
 // Helpers for tests that run against the private PulseAudio daemon of with-pulseaudio.
 
 #include "audio/AudioDevice.h"
+#include "common/QtPrinters.h"
 
 #include <QProcess>
 #include <QStringList>
@@ -10,13 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
-
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& s, std::ostream* os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 inline void PrintTo(const AudioDevice::Output& o, std::ostream* os)
 {

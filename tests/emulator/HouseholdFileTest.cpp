@@ -65,34 +65,6 @@ TEST(HouseholdFile, EverySampleLoadsWithDistinctPlayersFrom127_0_0_11)
     EXPECT_EQ(loadSample(QStringLiteral("household-32.json")).players.size(), 32);
 }
 
-TEST(HouseholdFile, HomeTheatreBondsSatellitesAndGroupsOfficeWithBedroom)
-{
-    const Household h = loadSample(QStringLiteral("home-theatre.json"));
-    const emulator::Player* arc = h.player(QStringLiteral("127.0.0.11"));
-    ASSERT_NE(arc, nullptr);
-    EXPECT_EQ(arc->modelName, QStringLiteral("Sonos Arc"));
-    EXPECT_FALSE(arc->invisible);
-    EXPECT_TRUE(arc->track.uri.startsWith(QStringLiteral("x-sonos-htastream:")));
-    EXPECT_EQ(arc->satellites.size(), 3);
-    for (const QString& uid : arc->satellites) {
-        EXPECT_TRUE(h.playerByUid(uid)->invisible);
-        EXPECT_EQ(h.coordinatorOf(uid), arc->uid);
-    }
-    EXPECT_EQ(arc->eq.keys(), (QStringList{"DialogLevel", "NightMode"}));
-    EXPECT_TRUE(h.player(QStringLiteral("127.0.0.15"))->eq.isEmpty());
-    const QString bedroom = h.player(QStringLiteral("127.0.0.17"))->uid;
-    EXPECT_EQ(h.coordinatorOf(bedroom), h.player(QStringLiteral("127.0.0.16"))->uid);
-    EXPECT_FALSE(h.isCoordinator(bedroom));
-}
-
-TEST(HouseholdFile, StereoPairHidesTheRightSpeakerInTheLeftOnesGroup)
-{
-    const Household h = loadSample(QStringLiteral("stereo-pair.json"));
-    const auto* right = h.player(QStringLiteral("127.0.0.12"));
-    EXPECT_TRUE(right->invisible);
-    EXPECT_EQ(h.groupOf(right->uid), h.groupOf(h.player(QStringLiteral("127.0.0.11"))->uid));
-}
-
 TEST(HouseholdFile, ImpossibleHouseholdsAreRefusedWithATextNamingTheEntry)
 {
     const struct {

@@ -65,10 +65,6 @@ struct Rig {
         reports.insert(reports.end(), out.reports.begin(), out.reports.end());
         buttons.insert(buttons.end(), out.buttons.begin(), out.buttons.end());
     }
-    void press(unsigned short code, int value)
-    {
-        feed({ev(EV_MSC, MSC_SCAN, 7), key(code, value), syn()});
-    }
 };
 
 } // namespace
@@ -94,89 +90,86 @@ TEST(KeydRouter, disarmedPassesEverythingUnchangedAndInOrder)
     EXPECT_EQ(rig.shiftAsked, 0);
 }
 
-TEST(KeydRouter, armedSwallowsTheWholePressAndReportsKeyDownsOnly)
+// A press is decided by the arming at its key-down, and the rest of it follows that decision
+// whatever the arming does meanwhile. Each step is one frame fed with the arming of the moment.
+TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
 {
-    Rig rig;
-    rig.armed = true;
-    rig.feed({key(KEY_VOLUMEDOWN, 1), syn()});
-    rig.feed({key(KEY_VOLUMEDOWN, 2), syn()});
-    rig.feed({key(KEY_VOLUMEDOWN, 2), syn()});
-    rig.feed({key(KEY_VOLUMEDOWN, 0), syn()});
-    rig.press(KEY_MUTE, 1);
-    rig.press(KEY_MUTE, 0);
-
-    // The frames of nothing but a swallowed key vanish; the scan codes beside one stay.
-    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_MSC, MSC_SCAN, 7},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_MSC, MSC_SCAN, 7},
-                                                         {EV_SYN, SYN_REPORT, 0}}));
-    EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::soundDown, false, false},
-                                                   {MediaKey::soundDown, false, true},
-                                                   {MediaKey::soundDown, false, true},
-                                                   {MediaKey::mute, false, false}}));
-}
-
-TEST(KeydRouter, keyUpFollowsItsKeyDownWhateverTheArmingDoesMeanwhile)
-{
-    Rig rig;
-    // Pressed while disarmed, armed mid-press: the repeat and the release reach the desktop.
-    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
-    rig.armed = true;
-    rig.feed({key(KEY_VOLUMEUP, 2), syn()});
-    rig.feed({key(KEY_VOLUMEUP, 0), syn()});
-    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_KEY, KEY_VOLUMEUP, 2},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_KEY, KEY_VOLUMEUP, 0},
-                                                         {EV_SYN, SYN_REPORT, 0}}));
-    EXPECT_TRUE(rig.reports.empty());
-
-    // Pressed while armed, disarmed mid-press (the client left): the rest stays swallowed and
-    // nothing more is reported.
-    rig.written.clear();
-    rig.feed({key(KEY_MUTE, 1), syn()});
-    rig.armed = false;
-    rig.feed({key(KEY_MUTE, 2), syn()});
-    rig.feed({key(KEY_MUTE, 0), syn()});
-    EXPECT_TRUE(rig.written.empty());
-    EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::mute, false, false}}));
-
-    // The next press is decided afresh.
-    rig.feed({key(KEY_MUTE, 1), syn(), key(KEY_MUTE, 0), syn()});
-    EXPECT_EQ(triples(rig.written).size(), 4u);
-}
-
-TEST(KeydRouter, aSecondKeyDownOfAHeldKeyKeepsTheFirstDecision)
-{
-    // A resync after dropped events can repeat the key-down of a key already down. Deciding
-    // it afresh would swallow the release of a press the desktop saw begin.
-    Rig rig;
-    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
-    rig.armed = true;
-    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
-    rig.feed({key(KEY_VOLUMEUP, 0), syn()});
-    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_KEY, KEY_VOLUMEUP, 1},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_KEY, KEY_VOLUMEUP, 0},
-                                                         {EV_SYN, SYN_REPORT, 0}}));
-    EXPECT_TRUE(rig.reports.empty());
-}
-
-TEST(KeydRouter, eachVolumeKeyKeepsItsOwnDecision)
-{
-    Rig rig;
-    rig.feed({key(KEY_VOLUMEUP, 1), syn()}); // passed
-    rig.armed = true;
-    rig.feed({key(KEY_VOLUMEDOWN, 1), syn()}); // swallowed
-    rig.armed = false;
-    rig.feed({key(KEY_VOLUMEUP, 0), key(KEY_VOLUMEDOWN, 0), syn()});
-    EXPECT_EQ(triples(rig.written), (std::vector<Triple>{{EV_KEY, KEY_VOLUMEUP, 1},
-                                                         {EV_SYN, SYN_REPORT, 0},
-                                                         {EV_KEY, KEY_VOLUMEUP, 0},
-                                                         {EV_SYN, SYN_REPORT, 0}}));
+    struct Step {
+        bool armed;
+        std::vector<input_event> frame;
+    };
+    struct Scenario {
+        const char* what;
+        std::vector<Step> steps;
+        std::vector<Triple> passed;
+        std::vector<KeyReport> reports;
+    };
+    const auto tap = [](unsigned short code, int value) {
+        return std::vector<input_event>{key(code, value), syn()};
+    };
+    const Triple report{EV_SYN, SYN_REPORT, 0};
+    const Scenario scenarios[] = {
+        {"armed: the whole press vanishes, the scan codes beside it stay, key-downs are reported",
+         {{true, tap(KEY_VOLUMEDOWN, 1)},
+          {true, tap(KEY_VOLUMEDOWN, 2)},
+          {true, tap(KEY_VOLUMEDOWN, 2)},
+          {true, tap(KEY_VOLUMEDOWN, 0)},
+          {true, {ev(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 1), syn()}},
+          {true, {ev(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 0), syn()}}},
+         {{EV_MSC, MSC_SCAN, 7}, report, {EV_MSC, MSC_SCAN, 7}, report},
+         {{MediaKey::soundDown, false, false},
+          {MediaKey::soundDown, false, true},
+          {MediaKey::soundDown, false, true},
+          {MediaKey::mute, false, false}}},
+        {"pressed disarmed, armed mid-press: the repeat and the release reach the desktop",
+         {{false, tap(KEY_VOLUMEUP, 1)},
+          {true, tap(KEY_VOLUMEUP, 2)},
+          {true, tap(KEY_VOLUMEUP, 0)}},
+         {{EV_KEY, KEY_VOLUMEUP, 1},
+          report,
+          {EV_KEY, KEY_VOLUMEUP, 2},
+          report,
+          {EV_KEY, KEY_VOLUMEUP, 0},
+          report},
+         {}},
+        {"pressed armed, disarmed mid-press (the client left): the rest stays swallowed, and the "
+         "next press is decided afresh",
+         {{true, tap(KEY_MUTE, 1)},
+          {false, tap(KEY_MUTE, 2)},
+          {false, tap(KEY_MUTE, 0)},
+          {false, {key(KEY_MUTE, 1), syn(), key(KEY_MUTE, 0), syn()}}},
+         {{EV_KEY, KEY_MUTE, 1}, report, {EV_KEY, KEY_MUTE, 0}, report},
+         {{MediaKey::mute, false, false}}},
+        // A resync after dropped events can repeat the key-down of a key already down.
+        // Deciding it afresh would swallow the release of a press the desktop saw begin.
+        {"a second key-down of a held key keeps the first decision",
+         {{false, tap(KEY_VOLUMEUP, 1)},
+          {true, tap(KEY_VOLUMEUP, 1)},
+          {true, tap(KEY_VOLUMEUP, 0)}},
+         {{EV_KEY, KEY_VOLUMEUP, 1},
+          report,
+          {EV_KEY, KEY_VOLUMEUP, 1},
+          report,
+          {EV_KEY, KEY_VOLUMEUP, 0},
+          report},
+         {}},
+        {"each volume key keeps its own decision",
+         {{false, tap(KEY_VOLUMEUP, 1)},
+          {true, tap(KEY_VOLUMEDOWN, 1)},
+          {false, {key(KEY_VOLUMEUP, 0), key(KEY_VOLUMEDOWN, 0), syn()}}},
+         {{EV_KEY, KEY_VOLUMEUP, 1}, report, {EV_KEY, KEY_VOLUMEUP, 0}, report},
+         {{MediaKey::soundDown, false, false}}},
+    };
+    for (const Scenario& scenario : scenarios) {
+        SCOPED_TRACE(scenario.what);
+        Rig rig;
+        for (const Step& step : scenario.steps) {
+            rig.armed = step.armed;
+            rig.feed(step.frame);
+        }
+        EXPECT_EQ(triples(rig.written), scenario.passed);
+        EXPECT_EQ(rig.reports, scenario.reports);
+    }
 }
 
 TEST(KeydRouter, fineComesFromTheShiftAnswerOfTheMoment)

@@ -53,7 +53,6 @@ public:
         return QByteArray(reinterpret_cast<const char*>(record.data()), qsizetype(record.size()));
     }
 
-    bool hasClient() const { return m_client && m_client->state() == QLocalSocket::ConnectedState; }
     std::vector<keyd::ClientMessage> received;
     int connections = 0;
     keyd::Hello hello;

@@ -1,5 +1,5 @@
-#include "LogLines.h"
 #include "TapRecorder.h"
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "keys/EventTap.h"
 
@@ -54,7 +54,7 @@ TEST(RealServiceTap, talksWithTheRealServiceThroughItsWholeLife)
     QTemporaryDir dir;
     RealKeyService service(dir);
     ASSERT_TRUE(service.start());
-    LogLines log;
+    LogWatch log;
 
     TapRecorder first;
     auto tap = EventTap::create(first.callbacks(), EventTap::Options{service.socketPath()});

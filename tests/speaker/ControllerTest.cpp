@@ -1,16 +1,14 @@
 // The speaker controller against a household of emulated players over real SSDP and real
 // HTTP, in a private network namespace. Its waits are scaled down fifty times, so the
 // supervision checks the speaker every tenth of a second instead of every five.
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
-#include "discovery/LogWatch.h"
 #include "emulator/Emulator.h"
 #include "speaker/RetrySchedule.h"
 #include "speaker/SpeakerController.h"
 #include "support/PlatformWords.h"
 #include "support/UiText.h"
-
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -22,12 +20,6 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 
 namespace {
-
-const bool logInTemporaryFolder = [] {
-    static QTemporaryDir folder;
-    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
-    return true;
-}();
 
 const QString livingRoom = QStringLiteral("127.0.0.11");
 const QString kitchen = QStringLiteral("127.0.0.12");
@@ -208,9 +200,8 @@ TEST_F(ControllerTest, GroupedVolumeGoesToTheLeaderAndFallsBackToThePlayer)
     LogWatch log;
     SpeakerController& controller = connected("Dining Room");
     ASSERT_TRUE(spinUntil([&] { return controller.isGrouped(); }));
-    ASSERT_TRUE(
-        spinUntil([&] { return containsLine(log.messages(), "Connected to Dining Room"); }));
-    EXPECT_TRUE(containsLine(log.messages(), " — grouped, volume goes to Kitchen"));
+    ASSERT_TRUE(spinUntil([&] { return containsLine(log.lines(), "Connected to Dining Room"); }));
+    EXPECT_TRUE(containsLine(log.lines(), " — grouped, volume goes to Kitchen"));
 
     controller.set(44);
     ASSERT_TRUE(spinUntil([] { return sent(kitchen, "SetGroupVolume").size() == 1; }));
@@ -236,7 +227,7 @@ TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
     SpeakerController& controller = make("Office");
     controller.startSupervision();
     ASSERT_TRUE(spinUntil([&] { return discovery->sweepsStarted() >= 2; }));
-    ASSERT_TRUE(spinUntil([&] { return log.messages().size() >= 2; }));
+    ASSERT_TRUE(spinUntil([&] { return log.lines().size() >= 2; }));
 
     const QString looking = "Looking for Office";
     const QString hint = uiText(PlatformText::noSpeakersFound);
@@ -247,8 +238,8 @@ TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
             reasons.append(s.error);
     EXPECT_EQ(reasons.first(), looking);
     EXPECT_TRUE(reasons.contains(hint));
-    EXPECT_TRUE(containsLine(log.messages(), "no zones discovered (sweep 1)"));
-    EXPECT_TRUE(containsLine(log.messages(), "no zones discovered (sweep 2)"));
+    EXPECT_TRUE(containsLine(log.lines(), "no zones discovered (sweep 1)"));
+    EXPECT_TRUE(containsLine(log.lines(), "no zones discovered (sweep 2)"));
 
     for (const QString& host : allHosts)
         (*players)->setQuirks(host, {});
@@ -269,7 +260,7 @@ TEST_F(ControllerTest, APlayerThatDisappearsIsReportedAndReconnectedWhenItReturn
             return !s.connected && s.error == "Speaker unreachable";
         });
     EXPECT_NE(unreachable, seen.end());
-    EXPECT_TRUE(containsLine(log.messages(), "health check failed: "));
+    EXPECT_TRUE(containsLine(log.lines(), "health check failed: "));
 
     (*players)->setOnline(office, true);
     ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }, 10s));
@@ -303,17 +294,17 @@ TEST_F(ControllerTest, ASpeakerThatAnswersDiscoveryButNotControlIsUnreachable)
     ASSERT_TRUE(
         spinUntil([&] { return controller.snapshot().error == "Speaker 'Office' unreachable"; }));
     EXPECT_FALSE(controller.snapshot().connected);
-    EXPECT_TRUE(containsLine(log.messages(),
-                             "Speaker 'Office' answered discovery but not control: HTTP 500"));
+    EXPECT_TRUE(
+        containsLine(log.lines(), "Speaker 'Office' answered discovery but not control: HTTP 500"));
 }
 
 TEST_F(ControllerTest, ARememberedAddressConnectsWithoutASweep)
 {
     LogWatch log;
     SpeakerController& controller = connected("Office", office);
-    ASSERT_TRUE(spinUntil([&] { return containsLine(log.messages(), "Connected to Office"); }));
+    ASSERT_TRUE(spinUntil([&] { return containsLine(log.lines(), "Connected to Office"); }));
     EXPECT_EQ(discovery->sweepsStarted(), 0);
-    EXPECT_TRUE(containsLine(log.messages(), "at 127.0.0.14 (remembered address), volume 20"));
+    EXPECT_TRUE(containsLine(log.lines(), "at 127.0.0.14 (remembered address), volume 20"));
     EXPECT_EQ(learned.value(0), office);
     EXPECT_FALSE(controller.isGrouped());
 }
@@ -326,8 +317,8 @@ TEST_F(ControllerTest, ARememberedAddressNowInAnotherRoomFallsBackToTheSweep)
     EXPECT_EQ(discovery->sweepsStarted(), 1);
     EXPECT_EQ(controller.knownHost(), office);
     EXPECT_EQ(learned.value(0), office);
-    ASSERT_TRUE(spinUntil([&] { return containsLine(log.messages(), "Connected to Office"); }));
-    EXPECT_FALSE(containsLine(log.messages(), "remembered address"));
+    ASSERT_TRUE(spinUntil([&] { return containsLine(log.lines(), "Connected to Office"); }));
+    EXPECT_FALSE(containsLine(log.lines(), "remembered address"));
 }
 
 TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)
@@ -383,7 +374,7 @@ TEST_F(ControllerTest, AnAnswerForAnAbandonedConnectionIsDropped)
     EXPECT_EQ(controller.device()->host, livingRoom);
     EXPECT_EQ(controller.knownHost(), livingRoom);
     EXPECT_EQ(learned, QStringList{livingRoom});
-    EXPECT_FALSE(containsLine(log.messages(), "Connected to Office"));
+    EXPECT_FALSE(containsLine(log.lines(), "Connected to Office"));
 }
 
 TEST_F(ControllerTest, ARememberedPlayerInAnotherLeadersGroupFindsItsLeader)

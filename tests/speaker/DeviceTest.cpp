@@ -2,13 +2,11 @@
 // it sends, what it makes of the players' answers and failures, and many requests at once.
 // Runs in a private network namespace, where the players own 127.0.0.1x:1400.
 #include "Results.h"
+#include "common/LogWatch.h"
 #include "emulator/Emulator.h"
-#include "speaker/CappedReader.h"
 #include "speaker/SonosDevice.h"
-#include "support/Log.h"
 
 #include <QElapsedTimer>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -19,12 +17,6 @@ using namespace std::chrono_literals;
 using emulator::Fault;
 
 namespace {
-
-const bool logInTemporaryFolder = [] {
-    static QTemporaryDir folder;
-    qputenv("XDG_STATE_HOME", folder.path().toUtf8());
-    return true;
-}();
 
 const QString arcHost = QStringLiteral("127.0.0.11");
 const QString hosts[] = {arcHost, QStringLiteral("127.0.0.12"), QStringLiteral("127.0.0.13"),
@@ -77,14 +69,11 @@ protected:
             names << request.action;
         return names;
     }
-    static void fault(Fault::Kind kind, const QString& only = {}, qint64 bodyBytes = 0,
-                      int status = 500)
+    static void fault(Fault::Kind kind, const QString& only = {})
     {
         Fault f;
         f.kind = kind;
         f.only = only;
-        f.bodyBytes = bodyBytes;
-        f.status = status;
         (*players)->setFault(arcHost, f);
     }
 
@@ -264,40 +253,6 @@ TEST_F(DeviceTest, NowPlayingReadsTheTrackWithOneLevelOfEscapingLeft)
     ASSERT_TRUE(tv);
     EXPECT_EQ(tv->uri, track.uri);
     EXPECT_TRUE(tv->isLineInput());
-}
-
-TEST_F(DeviceTest, FailuresOfThePlayerBecomeTypedErrors)
-{
-    fault(Fault::Kind::Status);
-    EXPECT_EQ(errorOf(settle(device().volume())), http(500));
-    fault(Fault::Kind::Status, {}, 0, 503);
-    EXPECT_EQ(errorOf(settle(device().setVolume(5))), http(503));
-    fault(Fault::Kind::Garbage);
-    EXPECT_EQ(errorOf(settle(device().volume())), http(-1));
-    fault(Fault::Kind::Close);
-    EXPECT_EQ(errorOf(settle(device().isMuted())), http(-1));
-    // A fault limited to one action leaves the others alone.
-    fault(Fault::Kind::Status, QStringLiteral("GetMute"));
-    EXPECT_TRUE(succeeded(settle(device().volume())));
-    EXPECT_EQ(errorOf(settle(device().isMuted())), http(500));
-}
-
-TEST_F(DeviceTest, AnswersUpTo512KiBAreReadAndLargerOnesRefused)
-{
-    fault(Fault::Kind::Oversized, {}, CappedReader::cap);
-    const SonosResult<QString> atCap = settle(
-        device().soap(QStringLiteral("/MediaRenderer/RenderingControl/Control"),
-                      QStringLiteral("urn:schemas-upnp-org:service:RenderingControl:1"),
-                      QStringLiteral("GetVolume"), QStringLiteral("<Channel>Master</Channel>")));
-    ASSERT_TRUE(atCap) << describe(atCap.error()).toStdString();
-    EXPECT_EQ(atCap->toUtf8().size(), CappedReader::cap);
-
-    fault(Fault::Kind::Oversized, {}, CappedReader::cap + 1);
-    EXPECT_EQ(errorOf(settle(device().volume())), badResponse());
-    Log::flush();
-    EXPECT_TRUE(Log::tail(2).endsWith(
-        QStringLiteral("response from 127.0.0.11 exceeded 524288 bytes; refusing it\n")))
-        << Log::tail(2).toStdString();
 }
 
 TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)

@@ -1,7 +1,7 @@
 // What a screen reader hears: the overlay's announcements travel over a private AT-SPI bus
 // with the real registry daemon, and are read back the way Orca reads them (an
 // accessible-name change, then the object's Name).
-#include "QtPrinters.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "ui/VolumeHUD.h"
 

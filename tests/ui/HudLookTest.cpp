@@ -6,7 +6,6 @@ namespace {
 
 TEST(HudLook, FillWidthHasAFloorOfTheBarHeightAndCapsAtTheTrack)
 {
-    EXPECT_EQ(HudLook::trackWidth, 166);
     EXPECT_EQ(HudLook::fillWidth(0), 0);
     EXPECT_EQ(HudLook::fillWidth(1), 6);
     EXPECT_EQ(HudLook::fillWidth(3), 6);

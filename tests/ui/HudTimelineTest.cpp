@@ -19,14 +19,6 @@ double firstTimeIn(HudTimeline& timeline, State state, double from, double to)
     return -1;
 }
 
-TEST(HudTimeline, StartsHiddenWithNothingDue)
-{
-    HudTimeline timeline;
-    EXPECT_EQ(timeline.state(), State::Hidden);
-    EXPECT_EQ(timeline.alpha(), 0);
-    EXPECT_FALSE(timeline.nextWake());
-}
-
 TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
 {
     HudTimeline timeline;

@@ -90,9 +90,4 @@ void Backdrop::mousePressEvent(QMouseEvent* event)
     presses.append(event->globalPosition().toPoint());
 }
 
-void StateFolder::SetUp()
-{
-    qputenv("XDG_STATE_HOME", m_dir.path().toLocal8Bit());
-}
-
 } // namespace screen_shots

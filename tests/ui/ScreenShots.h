@@ -5,10 +5,7 @@
 #include <QMouseEvent>
 #include <QPoint>
 #include <QString>
-#include <QTemporaryDir>
 #include <QWidget>
-
-#include <gtest/gtest.h>
 
 #include <string>
 
@@ -48,15 +45,6 @@ protected:
 
 private:
     QColor m_color;
-};
-
-// Points the log at a fresh folder for the whole test program.
-class StateFolder : public ::testing::Environment {
-public:
-    void SetUp() override;
-
-private:
-    QTemporaryDir m_dir;
 };
 
 } // namespace screen_shots

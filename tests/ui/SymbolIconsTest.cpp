@@ -1,6 +1,6 @@
 #include "ui/SymbolIcons.h"
 
-#include "QtPrinters.h"
+#include "common/QtPrinters.h"
 
 #include <QImage>
 

@@ -1,6 +1,7 @@
 // The overlay on an X server without a compositor: nothing can be translucent there, so the
 // capsule is opaque and cut to shape; it turns translucent once a compositor starts.
 #include "ScreenShots.h"
+#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "support/Log.h"
 #include "ui/Compositor.h"
@@ -15,8 +16,6 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 
 namespace {
-
-const auto* stateFolder = ::testing::AddGlobalTestEnvironment(new StateFolder);
 
 TEST(VolumeHudWithoutCompositor, DrawsAnOpaqueCapsuleUntilACompositorStarts)
 {

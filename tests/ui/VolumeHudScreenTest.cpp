@@ -1,6 +1,7 @@
 // The overlay on a real X server with a compositor, checked by the pixels it puts on screen.
-#include "QtPrinters.h"
 #include "ScreenShots.h"
+#include "common/LogWatch.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "support/Log.h"
 #include "ui/HudDemo.h"
@@ -19,8 +20,6 @@ using testing_support::spinFor;
 using testing_support::spinUntil;
 
 namespace {
-
-const auto* stateFolder = ::testing::AddGlobalTestEnvironment(new StateFolder);
 
 // Long enough that nothing fades while a test looks.
 constexpr double longHold = 60;

@@ -89,6 +89,8 @@ protected:
     {
         if (HasFailure() && keyd)
             std::fprintf(stderr, "--- service log ---\n%s---\n", keyd->log().c_str());
+        clone.reset();
+        keyboard.reset();
         client.reset();
         keyd.reset();
     }
@@ -102,19 +104,30 @@ protected:
         EXPECT_EQ(client->hello->version, keyd::kProtocolVersion);
     }
 
+    // Starts the service with a keyboard of every test key, waits until the service holds it
+    // and opens its clone, which the desktop reads instead.
+    void startWithKeyboard(const std::string& name, const std::vector<unsigned>& keys = kAllKeys)
+    {
+        start();
+        keyboard = std::make_unique<VirtualKeyboard>(name, keys);
+        ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+        clone = std::make_unique<Observer>(waitForNode(cloneName(*keyboard), 3000ms));
+        ASSERT_TRUE(clone->isOpen());
+    }
+
     // Writes the burst end marker and reads the clone until it came out.
-    std::vector<input_event> throughMarker(VirtualKeyboard& keyboard, Observer& clone)
+    static std::vector<input_event> throughMarker(VirtualKeyboard& keyboard, Observer& clone)
     {
         keyboard.key(kMarker, 1);
         keyboard.key(kMarker, 0);
         return clone.read(5000ms, kMarker, 0);
     }
+    std::vector<input_event> throughMarker() { return throughMarker(*keyboard, *clone); }
 
     // Makes the arming take effect and proves it: presses a volume key not in `held` until
     // the service treats it as wanted. Every probe is itself checked: swallowed and reported
-    // whole, or passed whole.
-    void settleArming(bool armed, VirtualKeyboard& keyboard, Observer& clone,
-                      const std::map<unsigned, bool>& held, std::vector<KeyReport>& expected)
+    // whole (and added to `expected`), or passed whole.
+    void settleArming(bool armed, const std::map<unsigned, bool>& held = {})
     {
         client->send(keyd::SetArmed{armed});
         unsigned probe = KEY_VOLUMEUP;
@@ -122,9 +135,9 @@ protected:
             if (!held.count(code) || !held.at(code))
                 probe = code;
         for (int attempt = 0; attempt < 50; ++attempt) {
-            keyboard.key(probe, 1);
-            keyboard.key(probe, 0);
-            auto out = throughMarker(keyboard, clone);
+            keyboard->key(probe, 1);
+            keyboard->key(probe, 0);
+            auto out = throughMarker();
             const bool down = contains(out, probe, 1);
             ASSERT_EQ(down, contains(out, probe, 0)) << "a probe press split";
             if (!down)
@@ -137,6 +150,9 @@ protected:
 
     std::unique_ptr<KeydProcess> keyd;
     std::unique_ptr<Client> client;
+    std::unique_ptr<VirtualKeyboard> keyboard;
+    std::unique_ptr<Observer> clone;
+    std::vector<KeyReport> expected; // the reports the client must have had
 };
 
 } // namespace
@@ -145,31 +161,26 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
 {
     const char* wanted = std::getenv("KEYD_STREAM_EVENTS");
     const int total = wanted && *wanted ? std::atoi(wanted) : 100000;
-    start();
-    VirtualKeyboard keyboard("keyd-test stream keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    Observer device(keyboard.node());
-    ASSERT_TRUE(clone.isOpen());
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test stream keyboard"));
+    Observer device(keyboard->node());
 
     std::mt19937 random(20261123);
     const unsigned keys[] = {KEY_A,        KEY_B,          KEY_C,   KEY_LEFTSHIFT,
                              KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE};
     std::map<unsigned, bool> held, swallowed;
     bool armed = false;
-    std::vector<KeyReport> expectedReports;
     std::vector<std::int64_t> delays;
     int written = 0, bursts = 0, flips = 0;
     const std::int64_t began = monotonicNs();
 
     while (written < total) {
         if (random() % 8 == 0) {
-            settleArming(!armed, keyboard, clone, held, expectedReports);
+            settleArming(!armed, held);
             ASSERT_FALSE(HasFatalFailure());
             armed = !armed;
             ++flips;
         }
-        std::vector<input_event> expected;
+        std::vector<input_event> burst;
         const int frames = 1 + static_cast<int>(random() % 6);
         for (int f = 0; f < frames && written < total; ++f) {
             unsigned code = keys[random() % 7];
@@ -183,7 +194,7 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
             if (random() % 2)
                 frame.push_back(ev(EV_MSC, MSC_SCAN, static_cast<int>(0x70000 + code)));
             frame.push_back(ev(EV_KEY, code, value));
-            keyboard.frame(frame);
+            keyboard->frame(frame);
             ++written;
 
             bool gone = false;
@@ -192,23 +203,23 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
                     swallowed[code] = armed;
                 gone = swallowed[code];
                 if (gone && value != 0 && armed)
-                    expectedReports.push_back(KeyReport{mediaKey(code), false, value == 2});
+                    expected.push_back(KeyReport{mediaKey(code), false, value == 2});
             }
             if (gone)
                 frame.pop_back();
             if (!frame.empty()) {
                 frame.push_back(ev(EV_SYN, SYN_REPORT, 0));
-                expected.insert(expected.end(), frame.begin(), frame.end());
+                burst.insert(burst.end(), frame.begin(), frame.end());
             }
         }
-        keyboard.key(kMarker, 1);
-        const std::int64_t markerWritten = keyboard.frame({ev(EV_KEY, kMarker, 0)});
-        expected.push_back(ev(EV_KEY, kMarker, 1));
-        expected.push_back(ev(EV_SYN, SYN_REPORT, 0));
-        expected.push_back(ev(EV_KEY, kMarker, 0));
-        expected.push_back(ev(EV_SYN, SYN_REPORT, 0));
-        auto out = clone.read(5000ms, kMarker, 0);
-        ASSERT_EQ(triples(out), triples(expected))
+        keyboard->key(kMarker, 1);
+        const std::int64_t markerWritten = keyboard->frame({ev(EV_KEY, kMarker, 0)});
+        burst.push_back(ev(EV_KEY, kMarker, 1));
+        burst.push_back(ev(EV_SYN, SYN_REPORT, 0));
+        burst.push_back(ev(EV_KEY, kMarker, 0));
+        burst.push_back(ev(EV_SYN, SYN_REPORT, 0));
+        auto out = clone->read(5000ms, kMarker, 0);
+        ASSERT_EQ(triples(out), triples(burst))
             << "burst " << bursts << " after " << written << " events, armed " << armed;
         delays.push_back(stampNs(out.back()) - markerWritten);
         client->pump(0ms);
@@ -216,19 +227,19 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
     }
     const double seconds = static_cast<double>(monotonicNs() - began) / 1e9;
 
-    client->pump(5000ms, expectedReports.size());
-    ASSERT_EQ(client->reports.size(), expectedReports.size());
-    for (std::size_t i = 0; i < expectedReports.size(); ++i) {
+    client->pump(5000ms, expected.size());
+    ASSERT_EQ(client->reports.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
         // Shift is in the stream too; its state when the service reads a key is not the
         // test's to predict within a burst, so fine is checked elsewhere.
-        EXPECT_EQ(client->reports[i].key, expectedReports[i].key) << "report " << i;
-        EXPECT_EQ(client->reports[i].isRepeat, expectedReports[i].isRepeat) << "report " << i;
+        EXPECT_EQ(client->reports[i].key, expected[i].key) << "report " << i;
+        EXPECT_EQ(client->reports[i].isRepeat, expected[i].isRepeat) << "report " << i;
     }
     EXPECT_TRUE(device.read(0ms).empty()) << "the desktop read the grabbed device directly";
 
     std::printf("keyd stream: %d random key events in %d bursts, %d arming changes, %zu "
                 "reports, %.1f s (%.0f events/s under emulation)\n",
-                written, bursts, flips, expectedReports.size(), seconds, written / seconds);
+                written, bursts, flips, expected.size(), seconds, written / seconds);
     std::printf("keyd stream: burst end delay median %lld us, p99 %lld us; resident memory "
                 "%ld kB\n",
                 static_cast<long long>(percentile(delays, 0.5) / 1000),
@@ -270,62 +281,54 @@ TEST_F(KeydGuest, grabWaitsUntilNoKeyIsHeld)
 
 TEST_F(KeydGuest, keyUpFollowsItsKeyDownAcrossArmingChanges)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test arming keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    std::vector<KeyReport> expected;
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test arming keyboard"));
 
     // Down while disarmed, up while armed: both reach the desktop, nothing is reported.
-    keyboard.key(KEY_VOLUMEUP, 1);
-    EXPECT_TRUE(contains(throughMarker(keyboard, clone), KEY_VOLUMEUP, 1));
-    settleArming(true, keyboard, clone, {{KEY_VOLUMEUP, true}}, expected);
-    keyboard.key(KEY_VOLUMEUP, 2);
-    keyboard.key(KEY_VOLUMEUP, 0);
-    auto out = throughMarker(keyboard, clone);
+    keyboard->key(KEY_VOLUMEUP, 1);
+    EXPECT_TRUE(contains(throughMarker(), KEY_VOLUMEUP, 1));
+    settleArming(true, {{KEY_VOLUMEUP, true}});
+    keyboard->key(KEY_VOLUMEUP, 2);
+    keyboard->key(KEY_VOLUMEUP, 0);
+    auto out = throughMarker();
     EXPECT_TRUE(contains(out, KEY_VOLUMEUP, 2) && contains(out, KEY_VOLUMEUP, 0));
 
     // Down while armed, up while disarmed: neither reaches the desktop; the down is reported.
-    keyboard.key(KEY_VOLUMEDOWN, 1);
-    EXPECT_FALSE(contains(throughMarker(keyboard, clone), KEY_VOLUMEDOWN, 1));
+    keyboard->key(KEY_VOLUMEDOWN, 1);
+    EXPECT_FALSE(contains(throughMarker(), KEY_VOLUMEDOWN, 1));
     expected.push_back(KeyReport{MediaKey::soundDown, false, false});
-    settleArming(false, keyboard, clone, {{KEY_VOLUMEDOWN, true}}, expected);
-    keyboard.key(KEY_VOLUMEDOWN, 0);
-    EXPECT_FALSE(contains(throughMarker(keyboard, clone), KEY_VOLUMEDOWN, 0));
+    settleArming(false, {{KEY_VOLUMEDOWN, true}});
+    keyboard->key(KEY_VOLUMEDOWN, 0);
+    EXPECT_FALSE(contains(throughMarker(), KEY_VOLUMEDOWN, 0));
 
     client->pump(3000ms, expected.size());
     ASSERT_EQ(client->reports.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(client->reports[i].key, expected[i].key);
-    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_TRUE(clone->heldKeys().empty());
 }
 
 TEST_F(KeydGuest, clientThatVanishesMidPressStrandsNoKey)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test vanish keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    std::vector<KeyReport> expected;
-    settleArming(true, keyboard, clone, {}, expected);
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test vanish keyboard"));
+    settleArming(true);
 
-    keyboard.key(KEY_VOLUMEDOWN, 1);
+    keyboard->key(KEY_VOLUMEDOWN, 1);
     client->pump(3000ms, expected.size() + 1);
     ASSERT_EQ(client->reports.size(), expected.size() + 1);
     client->close();
     std::this_thread::sleep_for(300ms);
-    keyboard.key(KEY_VOLUMEDOWN, 2);
-    keyboard.key(KEY_VOLUMEDOWN, 0);
-    auto out = throughMarker(keyboard, clone);
+    keyboard->key(KEY_VOLUMEDOWN, 2);
+    keyboard->key(KEY_VOLUMEDOWN, 0);
+    auto out = throughMarker();
     EXPECT_FALSE(contains(out, KEY_VOLUMEDOWN, 2) || contains(out, KEY_VOLUMEDOWN, 0))
         << "the rest of a swallowed press reached the desktop";
 
     // Nobody armed: the next press is the desktop's.
-    keyboard.key(KEY_VOLUMEDOWN, 1);
-    keyboard.key(KEY_VOLUMEDOWN, 0);
-    out = throughMarker(keyboard, clone);
+    keyboard->key(KEY_VOLUMEDOWN, 1);
+    keyboard->key(KEY_VOLUMEDOWN, 0);
+    out = throughMarker();
     EXPECT_TRUE(contains(out, KEY_VOLUMEDOWN, 1) && contains(out, KEY_VOLUMEDOWN, 0));
-    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_TRUE(clone->heldKeys().empty());
 
     // The place is free again.
     Client next;
@@ -335,12 +338,8 @@ TEST_F(KeydGuest, clientThatVanishesMidPressStrandsNoKey)
 
 TEST_F(KeydGuest, overflowedDeviceIsResyncedWithoutStrandingOrLeakingKeys)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test flood keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    std::vector<KeyReport> expected;
-    settleArming(true, keyboard, clone, {}, expected);
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test flood keyboard"));
+    settleArming(true);
 
     // Far more than the kernel keeps for a reader that has not read yet, in one write, so
     // the service sees SYN_DROPPED and must rebuild the state: B and volume-up end up held.
@@ -357,30 +356,27 @@ TEST_F(KeydGuest, overflowedDeviceIsResyncedWithoutStrandingOrLeakingKeys)
     add(KEY_C, 0);
     add(KEY_B, 1);
     add(KEY_VOLUMEUP, 1);
-    keyboard.raw(flood);
-    clone.read(5000ms, KEY_B, 1);
+    keyboard->raw(flood);
+    clone->read(5000ms, KEY_B, 1);
     // The resynced volume key-down is a new press, decided by the arming: swallowed.
     client->pump(3000ms, expected.size() + 1);
     ASSERT_EQ(client->reports.size(), expected.size() + 1);
     EXPECT_EQ(client->reports.back().key, MediaKey::soundUp);
-    EXPECT_EQ(clone.heldKeys(), (std::vector<unsigned>{KEY_B}));
+    EXPECT_EQ(clone->heldKeys(), (std::vector<unsigned>{KEY_B}));
 
-    keyboard.key(KEY_VOLUMEUP, 0);
-    keyboard.key(KEY_B, 0);
-    auto out = throughMarker(keyboard, clone);
+    keyboard->key(KEY_VOLUMEUP, 0);
+    keyboard->key(KEY_B, 0);
+    auto out = throughMarker();
     EXPECT_FALSE(contains(out, KEY_VOLUMEUP, 0)) << "the release left its press";
     EXPECT_TRUE(contains(out, KEY_B, 0));
-    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_TRUE(clone->heldKeys().empty());
     EXPECT_NE(keyd->log().find("dropped by the kernel"), std::string::npos)
         << "no overflow happened";
 }
 
 TEST_F(KeydGuest, secondClientIsTurnedAwayAndTheFirstKeepsWorking)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test second client keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test second client keyboard"));
 
     Client second;
     ASSERT_TRUE(second.hello);
@@ -388,20 +384,15 @@ TEST_F(KeydGuest, secondClientIsTurnedAwayAndTheFirstKeepsWorking)
     second.pump(2000ms);
     EXPECT_TRUE(second.hungUp);
 
-    std::vector<KeyReport> expected;
-    settleArming(true, keyboard, clone, {}, expected);
+    settleArming(true);
     client->pump(3000ms, expected.size());
     EXPECT_EQ(client->reports.size(), expected.size());
 }
 
 TEST_F(KeydGuest, clientThatStopsReadingIsDroppedAndTheKeysReturn)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test full keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    std::vector<KeyReport> expected;
-    settleArming(true, keyboard, clone, {}, expected);
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test full keyboard"));
+    settleArming(true);
 
     // From here the client reads nothing: every press is swallowed and reported until the
     // service's send buffer is full; then the client is dropped and presses pass again.
@@ -411,10 +402,10 @@ TEST_F(KeydGuest, clientThatStopsReadingIsDroppedAndTheKeysReturn)
     const auto end = std::chrono::steady_clock::now() + 120s;
     while (!passed && std::chrono::steady_clock::now() < end) {
         for (int i = 0; i < 4; ++i, ++presses) {
-            keyboard.key(KEY_MUTE, 1);
-            keyboard.key(KEY_MUTE, 0);
+            keyboard->key(KEY_MUTE, 1);
+            keyboard->key(KEY_MUTE, 0);
         }
-        auto out = throughMarker(keyboard, clone);
+        auto out = throughMarker();
         passed = contains(out, KEY_MUTE, 1);
         if (passed) {
             EXPECT_TRUE(contains(out, KEY_MUTE, 0)) << "a press split when the client dropped";
@@ -424,7 +415,7 @@ TEST_F(KeydGuest, clientThatStopsReadingIsDroppedAndTheKeysReturn)
     client->pump(3000ms);
     EXPECT_TRUE(client->hungUp);
     EXPECT_GT(client->reports.size(), 10u);
-    EXPECT_TRUE(clone.heldKeys().empty());
+    EXPECT_TRUE(clone->heldKeys().empty());
     std::printf("keyd full client: dropped after %d presses, %zu reports were buffered\n", presses,
                 client->reports.size());
 }
@@ -459,28 +450,23 @@ TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
 
 TEST_F(KeydGuest, shiftOnAnotherKeyboardMakesTheStepFine)
 {
-    start();
     VirtualKeyboard letters("keyd-test letters", {KEY_A, KEY_LEFTSHIFT, KEY_RIGHTSHIFT});
-    VirtualKeyboard consumer("keyd-test consumer control",
-                             {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker});
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms))
-        << "only the device with volume keys is grabbed";
-    Observer clone(waitForNode(cloneName(consumer), 3000ms));
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test consumer control",
+                                              {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker}));
     Observer lettersDevice(letters.node());
-    std::vector<KeyReport> expected;
-    settleArming(true, consumer, clone, {}, expected);
+    settleArming(true);
 
     letters.key(KEY_RIGHTSHIFT, 1);
     EXPECT_TRUE(contains(lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 1), KEY_RIGHTSHIFT, 1))
         << "the keyboard without volume keys is not grabbed";
-    consumer.key(KEY_VOLUMEUP, 1);
-    consumer.key(KEY_VOLUMEUP, 0);
+    keyboard->key(KEY_VOLUMEUP, 1);
+    keyboard->key(KEY_VOLUMEUP, 0);
     // Shift counts as it is when the service reads the key, so it stays down until then.
     client->pump(3000ms, expected.size() + 1);
     letters.key(KEY_RIGHTSHIFT, 0);
     lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 0);
-    consumer.key(KEY_VOLUMEDOWN, 1);
-    consumer.key(KEY_VOLUMEDOWN, 0);
+    keyboard->key(KEY_VOLUMEDOWN, 1);
+    keyboard->key(KEY_VOLUMEDOWN, 0);
 
     client->pump(3000ms, expected.size() + 2);
     ASSERT_EQ(client->reports.size(), expected.size() + 2);
@@ -515,15 +501,12 @@ TEST_F(KeydGuest, pointerButtonsAreReportedOnlyWhenAskedAndNeverGrabbed)
 
 TEST_F(KeydGuest, passThroughDelayAndMemory)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test bench keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test bench keyboard"));
     std::vector<std::int64_t> delays;
     for (int i = 0; i < 1000; ++i) {
         const int value = i % 2 == 0 ? 1 : 0;
-        const std::int64_t written = keyboard.frame({ev(EV_KEY, KEY_A, value)});
-        auto out = clone.read(5000ms, KEY_A, value);
+        const std::int64_t written = keyboard->frame({ev(EV_KEY, KEY_A, value)});
+        auto out = clone->read(5000ms, KEY_A, value);
         ASSERT_FALSE(out.empty());
         delays.push_back(stampNs(out.front()) - written);
     }
@@ -537,19 +520,16 @@ TEST_F(KeydGuest, passThroughDelayAndMemory)
 
 TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
 {
-    start();
-    VirtualKeyboard keyboard("keyd-test stop keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    keyboard.key(KEY_A, 1);
-    ASSERT_TRUE(contains(clone.read(3000ms, KEY_A, 1), KEY_A, 1));
+    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test stop keyboard"));
+    keyboard->key(KEY_A, 1);
+    ASSERT_TRUE(contains(clone->read(3000ms, KEY_A, 1), KEY_A, 1));
 
     EXPECT_EQ(keyd->stop(), 0);
     // The clone goes away with the key down; a reader learns it from the hang-up (the kernel
     // refuses reads of a removed node at once) and drops the clone's keys with it, which is
     // what libinput and the X server do. The desktop then reads the keyboard itself.
-    EXPECT_TRUE(waitForNoNode(cloneName(keyboard), 3000ms));
-    Observer device(keyboard.node());
-    keyboard.key(KEY_A, 0);
+    EXPECT_TRUE(waitForNoNode(cloneName(*keyboard), 3000ms));
+    Observer device(keyboard->node());
+    keyboard->key(KEY_A, 0);
     EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0)) << "still grabbed";
 }

@@ -5,6 +5,15 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
+#include <QTemporaryDir>
+
+// A test program that includes this logs to a folder of its own, chosen before its first
+// line, so that runs side by side never mix lines.
+inline const bool logInPrivateFolder = [] {
+    static QTemporaryDir folder;
+    qputenv("XDG_STATE_HOME", QFile::encodeName(folder.path()));
+    return true;
+}();
 
 // The log lines written since the watch began, without their time stamps.
 class LogWatch {
@@ -15,7 +24,7 @@ public:
         m_start = QFileInfo(Log::filePath()).size();
     }
 
-    QStringList messages() const
+    QStringList lines() const
     {
         Log::flush();
         QFile file(Log::filePath());
@@ -28,7 +37,7 @@ public:
         return messages;
     }
 
-    qsizetype count(const QString& message) const { return messages().count(message); }
+    qsizetype count(const QString& message) const { return lines().count(message); }
 
 private:
     qint64 m_start = 0;
