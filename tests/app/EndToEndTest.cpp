@@ -3,9 +3,9 @@
 // private session bus, all started by the test's wrappers. Volume keys go in through XTEST
 // (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
 #include "app/AppProcess.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
-#include "ui/QtPrinters.h"
 
 #include <QDir>
 #include <QFile>

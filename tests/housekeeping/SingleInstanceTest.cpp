@@ -2,8 +2,8 @@
 // "launch" is a connection of its own to that bus, so one process can play both copies.
 #include "housekeeping/SingleInstance.h"
 
+#include "common/LogWatch.h"
 #include "common/Wait.h"
-#include "keys/LogLines.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
@@ -52,12 +52,12 @@ TEST_F(SingleInstanceTest, SecondLaunchAsksTheFirstToShowItselfAndStops)
     ASSERT_TRUE(first.claim());
     EXPECT_EQ(shown, 0);
 
-    LogLines log;
+    LogWatch log;
     SingleInstance second(launch(QStringLiteral("second")));
     EXPECT_FALSE(second.claim());
     spinUntil([&] { return shown > 0; }, 3s);
     EXPECT_EQ(shown, 1);
-    EXPECT_EQ(log.count(pidsLine()), 1) << log.since().join(u'\n').toStdString();
+    EXPECT_EQ(log.count(pidsLine()), 1) << log.lines().join(u'\n').toStdString();
 
     // The running copy keeps the name: a third launch is turned away as well.
     SingleInstance third(launch(QStringLiteral("third")));
@@ -77,7 +77,7 @@ TEST_F(SingleInstanceTest, NameIsFreeAgainOnceTheRunningCopyHasGone)
     ASSERT_TRUE(spinUntil(
         [&] { return !second.interface()->isServiceRegistered(SingleInstance::serviceName); }, 3s));
 
-    LogLines log;
+    LogWatch log;
     SingleInstance next(second);
     EXPECT_TRUE(next.claim());
     EXPECT_EQ(log.count(pidsLine()), 0);
@@ -105,12 +105,12 @@ TEST_F(SingleInstanceTest, WithoutASessionBusEveryLaunchMayRun)
     const QDBusConnection none = QDBusConnection::connectToBus(
         QStringLiteral("unix:path=/nonexistent/velotide-test-bus"), QStringLiteral("none"));
     ASSERT_FALSE(none.isConnected());
-    LogLines log;
+    LogWatch log;
     SingleInstance a(none);
     SingleInstance b(none);
     EXPECT_TRUE(a.claim());
     EXPECT_TRUE(b.claim());
-    EXPECT_TRUE(log.since().isEmpty());
+    EXPECT_TRUE(log.lines().isEmpty());
     QDBusConnection::disconnectFromBus(QStringLiteral("none"));
 }
 
