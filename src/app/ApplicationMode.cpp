@@ -1,13 +1,32 @@
 #include "app/ApplicationMode.h"
 
+#include "app/AppController.h"
 #include "app/CommandLine.h"
+#include "app/QuitOnSignals.h"
+#include "housekeeping/SingleInstance.h"
 
-#include <cstdio>
+#include <QApplication>
 
-int runApplicationMode(int, char**, const CommandLine&)
+int runApplicationMode(int argc, char** argv, const CommandLine& commandLine)
 {
-    std::fputs("velotide: the desktop application is not part of this build yet; try --probe or "
-               "--hud-demo\n",
-               stderr);
-    return 2;
+    // The overlay places itself, which Wayland does not allow a client to do; XWayland does.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("velotide"));
+    QApplication::setApplicationVersion(QStringLiteral(VELOTIDE_VERSION));
+    QGuiApplication::setDesktopFileName(SingleInstance::serviceName);
+
+    SingleInstance instance;
+    if (!instance.claim())
+        return 0;
+
+    AppController::Options options;
+    options.commandLine = commandLine;
+    // A key service of another name (a private one started by a test, or a development copy).
+    options.keyServicePath = qEnvironmentVariable("VELOTIDE_KEYD_SOCKET");
+    AppController controller(std::move(options));
+    quitOnSignals(app);
+    controller.applicationDidFinishLaunching(&instance);
+    return app.exec();
 }

@@ -1,0 +1,570 @@
+#include "app/AppController.h"
+
+#include "app/NetworkWatch.h"
+#include "app/OpticalZonePick.h"
+#include "app/SleepWatch.h"
+#include "app/StatusItem.h"
+#include "audio/PulseAudio.h"
+#include "discovery/Coordinator.h"
+#include "discovery/ZoneTopology.h"
+#include "housekeeping/SingleInstance.h"
+#include "keys/DismissMonitor.h"
+#include "speaker/SpeakerController.h"
+#include "support/Log.h"
+#include "support/PlatformWords.h"
+#include "support/SerialQueue.h"
+#include "ui/VolumeHUD.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QMetaMethod>
+#include <QPointer>
+#include <QSysInfo>
+#include <QTimer>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// How long first-run detection waits for the sound server's first report.
+constexpr auto kAudioReadyWait = 3s;
+constexpr double kFirstRunDiscoveryTimeout = 3.0;
+constexpr auto kWatchdogInterval = 3s;
+constexpr auto kDismissRedecision = 2s;
+constexpr qint64 kChoicesLifetimeSeconds = 60;
+
+// Runs `then` once the sound server has reported its state, or after a bounded wait.
+void whenAudioReady(AudioDevice* audio, QObject* context, std::function<void()> then)
+{
+    if (audio->state().connected) {
+        then();
+        return;
+    }
+    auto pending = std::make_shared<std::function<void()>>(std::move(then));
+    auto fire = [pending] {
+        if (*pending) {
+            auto run = std::move(*pending);
+            *pending = nullptr;
+            run();
+        }
+    };
+    QObject::connect(audio, &AudioDevice::changed, context, [audio, fire] {
+        if (audio->state().connected)
+            fire();
+    });
+    QTimer::singleShot(kAudioReadyWait, context, fire);
+}
+
+} // namespace
+
+AppController::AppController(Options options, QObject* parent)
+    : QObject(parent)
+    , m_options(std::move(options))
+    , m_hud(std::make_unique<VolumeHUD>())
+    , m_choicesStamp(QDateTime::fromMSecsSinceEpoch(0))
+    , m_networkMonitor(std::make_unique<NetworkWatch>([self = QPointer(this)] {
+        if (self)
+            self->m_speaker->reconnectNow(QStringLiteral("network changed"));
+    }))
+    , m_saves(std::make_unique<SerialQueue>())
+{
+    m_audio = m_options.audio ? m_options.audio : std::make_shared<PulseAudio>();
+    Settings::Loaded loaded = Settings::load();
+    m_settings = loaded.settings;
+    m_isFirstRun = loaded.isFirstRun;
+    m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
+    m_speaker->setKnownHost(m_settings.lastKnownHost);
+}
+
+AppController::~AppController()
+{
+    // The dismiss monitor may listen through the tap's connection: it goes first.
+    m_dismissMonitor.reset();
+    m_tap.reset();
+}
+
+void AppController::applicationDidFinishLaunching(SingleInstance* instance)
+{
+    QApplication::setQuitOnLastWindowClosed(false);
+    logStartLine();
+
+    QPointer self(this);
+    m_dismissMonitor = std::make_unique<DismissMonitor>([self](QPoint) {
+        if (!self)
+            return;
+        self->m_hud->dismiss();
+        self->updateDismissMonitor();
+    });
+
+    m_status = std::make_unique<StatusItem>();
+    connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
+    m_status->setCopyDiagnostics([self] {
+        if (self)
+            self->copyDiagnostics();
+    });
+
+    if (instance)
+        instance->onShowRequest([self] {
+            if (self)
+                self->applicationShouldHandleReopen();
+        });
+
+    m_sleepWatch = std::make_unique<SleepWatch>([self] {
+        if (self)
+            self->m_speaker->reconnectNow(QStringLiteral("woke from sleep"));
+    });
+    m_networkMonitor->start();
+    scheduleDemonstrations();
+
+    EventTap::Callbacks callbacks;
+    callbacks.armed = [self] { return self && self->isArmed(); };
+    callbacks.onKey = [self](EventTap::MediaKey key, bool fine, bool isRepeat) {
+        if (self)
+            self->handle(key, fine, isRepeat);
+    };
+    callbacks.onHealthChange = [self](bool trusted, bool tapEnabled) {
+        if (self)
+            self->onHealthChange(trusted, tapEnabled);
+    };
+    // Input access is a property of the key capture here, so the capture is made before the
+    // question is asked, and installed after it.
+    m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
+    m_trusted = m_tap->isTrusted();
+    if (m_options.commandLine.demoOnboarding || m_isFirstRun)
+        showOnboarding();
+    else if (!m_trusted)
+        explainInputAccess();
+    m_dismissMonitor->setKeyServiceTap(m_tap.get());
+    m_tap->install();
+    m_tap->startWatchdog(kWatchdogInterval);
+
+    connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
+    armingInputsChanged();
+
+    QTimer::singleShot(0, this, &AppController::startUp);
+}
+
+void AppController::applicationShouldHandleReopen()
+{
+    // The panel opens here once there is one; until then the tray says the application is
+    // running and what it is doing.
+    tick();
+    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::panelRequested)))
+        emit panelRequested();
+    else if (m_status)
+        m_status->notify(QStringLiteral("Velotide"), m_status->toolTip());
+}
+
+void AppController::logStartLine() const
+{
+    const QString version = QCoreApplication::applicationVersion();
+    QString line =
+        QStringLiteral("Starting Velotide ") + (version.isEmpty() ? QStringLiteral("?") : version) +
+        QStringLiteral(" for speaker '") +
+        (m_settings.speaker.isEmpty() ? QStringLiteral("(not chosen)") : m_settings.speaker) +
+        QStringLiteral("' ");
+    line += m_settings.triggerOutput.isEmpty()
+                ? QStringLiteral("(active on any output)")
+                : QStringLiteral("(active while output is '") + m_settings.triggerOutput +
+                      QStringLiteral("')");
+    Log::info(line);
+}
+
+// Staging for screenshots: the setup window shown twice (the second time while it is open),
+// or the panel presented on its own.
+void AppController::scheduleDemonstrations()
+{
+    QPointer self(this);
+    if (m_options.commandLine.demoSetupAgain)
+        for (const auto delay : {1000ms, 2000ms})
+            QTimer::singleShot(delay, this, [self] {
+                if (self)
+                    self->showOnboarding();
+            });
+    if (m_options.commandLine.demoPanel)
+        QTimer::singleShot(800ms, this, [self] {
+            if (self)
+                emit self->panelRequested();
+        });
+}
+
+void AppController::showOnboarding()
+{
+    // The setup window walks a first run through input access; until one listens, a first
+    // run without input access is told how to get it like any other launch.
+    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::onboardingRequested)))
+        emit onboardingRequested();
+    else if (!m_trusted)
+        explainInputAccess();
+}
+
+void AppController::explainInputAccess()
+{
+    Log::info(QString::fromUtf8(platformText(PlatformText::inputAccessNeededRequesting)));
+    static const char* const how = QT_TRANSLATE_NOOP(
+        "Velotide", "The volume keys need the key service velotide-keyd. Install it with "
+                    "\"sudo make install\", or start an installed one with "
+                    "\"sudo systemctl enable --now velotide-keyd\".");
+    Log::info(QString::fromUtf8(how));
+    if (m_status)
+        m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), uiText(how));
+}
+
+void AppController::startUp()
+{
+    QPointer self(this);
+    // Answers come back inside the speaker controller's own work: the refresh follows it,
+    // and it began now, so a key pressed in between keeps the mirror's value.
+    m_speaker->onChange = [self] {
+        if (!self)
+            return;
+        QTimer::singleShot(0, self, [self, began = self->m_mirrorGeneration] {
+            if (self)
+                self->refreshConnection(began);
+        });
+    };
+    m_speaker->onHostLearned = [self](const QString& host) {
+        if (!self)
+            return;
+        self->m_settings.lastKnownHost = host;
+        self->saveSettings();
+    };
+
+    auto afterSetup = [self] {
+        if (!self)
+            return;
+        self->m_speaker->startSupervision();
+        self->refreshConnection(self->m_mirrorGeneration);
+        if (!self->m_choicesInFlight) {
+            self->m_choicesInFlight = true;
+            self->refreshChoices();
+        }
+    };
+    if (m_isFirstRun) {
+        firstRunSetup(afterSetup);
+    } else if (!m_settings.triggerConfigured && m_settings.triggerOutput.isEmpty()) {
+        Log::info(QStringLiteral("no output recorded — looking again before deciding"));
+        whenAudioReady(m_audio.get(), this, [self, afterSetup] {
+            if (!self)
+                return;
+            self->detectTriggerOutput();
+            afterSetup();
+        });
+    } else {
+        afterSetup();
+    }
+}
+
+void AppController::firstRunSetup(std::function<void()> done)
+{
+    QPointer self(this);
+    auto detectThenDone = [self, done] {
+        if (!self)
+            return;
+        whenAudioReady(self->m_audio.get(), self, [self, done] {
+            if (!self)
+                return;
+            self->detectTriggerOutput();
+            done();
+        });
+    };
+    if (!m_settings.speaker.isEmpty()) {
+        detectThenDone();
+        return;
+    }
+    SonosDiscovery::Coordinator::shared()
+        .zones(kFirstRunDiscoveryTimeout)
+        .then(this, [self, detectThenDone](const QList<SonosDevice>& zones) {
+            if (!self)
+                return;
+            ZoneTopology::visible(zones).then(
+                self, [self, detectThenDone](const QList<SonosDevice>& visible) {
+                    if (!self)
+                        return;
+                    ZoneTopology::states(visible).then(
+                        self, [self, detectThenDone](const QList<ZoneState>& states) {
+                            if (self)
+                                self->pickFromZones(states, detectThenDone);
+                        });
+                });
+        });
+}
+
+void AppController::pickFromZones(const QList<ZoneState>& states, std::function<void()> done)
+{
+    m_zoneStates = states;
+    const std::optional<QString> picked = pickOpticalZone(states);
+    if (picked && !m_settings.speaker.isEmpty()) {
+        Log::info(QStringLiteral("Auto-detect found ") + *picked + QStringLiteral(", but '") +
+                  m_settings.speaker + QStringLiteral("' ") +
+                  QStringLiteral("was chosen while it was looking — keeping the choice"));
+    } else if (picked) {
+        m_speaker->switchTo(*picked);
+        m_settings.speaker = *picked;
+        Log::info(QStringLiteral("Auto-detected ") + *picked +
+                  QStringLiteral(" as the speaker connected by optical cable"));
+        saveSettings();
+        armingInputsChanged();
+    }
+    done();
+}
+
+void AppController::detectTriggerOutput()
+{
+    if (!m_settings.triggerOutput.isEmpty())
+        return;
+    const std::optional<QString> found = m_audio->detectTriggerOutput();
+    if (found) {
+        m_settings.rememberTrigger(*found, m_settings.route);
+        m_settings.triggerOutput = *found;
+        m_settings.triggerConfigured = true;
+        Log::info(QStringLiteral("Auto-detected trigger output: ") + *found);
+    } else {
+        Log::info(QString::fromUtf8(platformText(PlatformText::keysStayWithDesktop)));
+    }
+    saveSettings();
+    armingInputsChanged();
+}
+
+void AppController::refreshConnection(quint64 began)
+{
+    // The snapshot is kept in memory by the speaker controller, so it is read at once; a key
+    // pressed since the refresh began keeps the mirror's own value.
+    const SpeakerController::Snapshot snapshot = m_speaker->snapshot();
+    const bool wasConnected = m_connected;
+    m_connected = snapshot.connected;
+    if (m_mirrorGeneration == began) {
+        m_mirrorVolume = snapshot.volume;
+        m_mirrorMuted = snapshot.muted;
+    }
+    if (wasConnected != m_connected)
+        armingInputsChanged();
+    updateDismissMonitor();
+    pollTrigger();
+}
+
+void AppController::refreshChoices()
+{
+    QPointer self(this);
+    SonosDiscovery::Coordinator::shared()
+        .zones(kFirstRunDiscoveryTimeout)
+        .then(this, [self](const QList<SonosDevice>& zones) {
+            if (!self)
+                return;
+            ZoneTopology::visible(zones).then(self, [self](const QList<SonosDevice>& visible) {
+                if (!self)
+                    return;
+                ZoneTopology::states(visible).then(self, [self](const QList<ZoneState>& states) {
+                    if (!self)
+                        return;
+                    self->m_choicesInFlight = false;
+                    if (states.isEmpty())
+                        return;
+                    self->m_zoneStates = states;
+                    self->m_opticalCapable = ZoneTopology::opticalCapable(
+                        states, self->m_settings.speaker.isEmpty()
+                                    ? std::nullopt
+                                    : std::optional<QString>(self->m_settings.speaker));
+                    self->m_playingOverOptical = ZoneTopology::playingOverOptical(states);
+                    self->m_choicesStamp = QDateTime::currentDateTimeUtc();
+                    self->pollTrigger();
+                });
+            });
+        });
+}
+
+void AppController::saveSettings()
+{
+    // The file is written on a worker, in order; the outcome comes back to the main thread.
+    QPointer self(this);
+    const Settings copy = m_settings;
+    m_saves->async([self, copy] {
+        const bool saved = copy.save();
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, saved] {
+                if (!self)
+                    return;
+                const bool failed = !saved;
+                if (failed == self->m_saveFailed)
+                    return;
+                self->m_saveFailed = failed;
+                self->updateDismissMonitor();
+                self->pollTrigger();
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void AppController::choicesNeeded()
+{
+    if (m_choicesInFlight ||
+        m_choicesStamp.secsTo(QDateTime::currentDateTimeUtc()) <= kChoicesLifetimeSeconds)
+        return;
+    m_choicesInFlight = true;
+    refreshChoices();
+}
+
+DiagnosticsState AppController::diagnosticsState() const
+{
+    const SpeakerController::Snapshot speaker = m_speaker->snapshot();
+    DiagnosticsState d;
+    d.version = QCoreApplication::applicationVersion();
+    d.programPath = QCoreApplication::applicationFilePath();
+    d.systemVersion = QSysInfo::prettyProductName();
+    d.settings = m_settings;
+    d.trusted = m_trusted;
+    d.tapEnabled = m_tapEnabled;
+    d.speakerConnected = m_connected;
+    d.currentOutput = m_audio->defaultOutputName();
+    d.speaker.connected = speaker.connected;
+    d.speaker.volume = speaker.volume;
+    d.speaker.muted = speaker.muted;
+    d.speaker.lastError = speaker.error;
+    return d;
+}
+
+void AppController::copyDiagnostics()
+{
+    // The log is read off the main thread; the text reaches the clipboard back on it.
+    QPointer self(this);
+    m_saves->async([self, state = diagnosticsState()] {
+        const QString text = diagnosticsText(state, Log::tail(kDiagnosticsLogLines));
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, text] {
+                if (!self)
+                    return;
+                QGuiApplication::clipboard()->setText(text);
+                Log::info(diagnosticsCopiedLogLine(text));
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void AppController::tick()
+{
+    updateDismissMonitor();
+    pollTrigger();
+}
+
+void AppController::pollTrigger()
+{
+    if (m_pollInFlight)
+        return;
+    m_pollInFlight = true;
+    QPointer self(this);
+    const quint64 generation = m_pollGeneration;
+    QTimer::singleShot(0, this, [self, generation] {
+        if (self)
+            self->deliver(self->buildSnapshot(generation));
+    });
+}
+
+AppStatus AppController::buildSnapshot(quint64 generation) const
+{
+    const SpeakerController::Snapshot speaker = m_speaker->snapshot();
+    AppStatus status;
+    status.generation = generation;
+    status.armedState = keyContext().evaluate();
+    status.speaker = m_settings.speaker;
+    status.connected = speaker.connected;
+    status.volume = m_mirrorVolume;
+    status.muted = m_mirrorMuted;
+    status.error = speaker.error;
+    status.saveFailed = m_saveFailed;
+    return status;
+}
+
+void AppController::deliver(const AppStatus& status)
+{
+    m_pollInFlight = false;
+    if (status.generation < m_pollGeneration)
+        return;
+    m_lastSnapshot = status;
+    if (m_status) {
+        QString line;
+        if (status.armedState.isArmed())
+            line = status.speaker + QStringLiteral(": ") +
+                   (status.muted ? QStringLiteral("muted") : QString::number(status.volume));
+        else
+            line = status.armedState.panelMessage();
+        if (status.saveFailed)
+            line += QStringLiteral("\n") + uiText("Could not save settings — check disk space");
+        m_status->setState(status.armedState.isArmed(), line);
+    }
+    emit delivered(status);
+}
+
+void AppController::updateDismissMonitor()
+{
+    if (!m_dismissMonitor)
+        return;
+    if (m_hud->alpha() > 0)
+        m_dismissMonitor->start();
+    else
+        m_dismissMonitor->stop();
+}
+
+KeyContext AppController::keyContext() const
+{
+    KeyContext context;
+    context.paused = m_settings.paused;
+    context.trusted = m_trusted;
+    context.tapEnabled = m_tapEnabled;
+    context.triggerOutput = m_settings.triggerOutput;
+    context.triggerConfigured = m_settings.triggerConfigured;
+    context.currentOutput = m_audio->defaultOutputName();
+    context.speakerConnected = m_connected;
+    return context;
+}
+
+void AppController::armingInputsChanged()
+{
+    if (m_tap)
+        m_tap->reevaluate();
+    const ArmedState state = keyContext().evaluate();
+    if (m_lastArmedState != state) {
+        m_lastArmedState = state;
+        Log::info(state.isArmed() ? QStringLiteral("volume keys armed")
+                                  : QStringLiteral("volume keys not armed — ") + state.reason());
+        pollTrigger();
+    }
+}
+
+void AppController::onHealthChange(bool trusted, bool tapEnabled)
+{
+    const bool changed = trusted != m_trusted || tapEnabled != m_tapEnabled;
+    m_trusted = trusted;
+    m_tapEnabled = tapEnabled;
+    if (changed)
+        armingInputsChanged();
+    updateDismissMonitor();
+    pollTrigger();
+}
+
+void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
+{
+    VolumeMirror mirror{m_mirrorVolume, m_mirrorMuted};
+    if (!mirror.press(key, fine, isRepeat))
+        return;
+    m_mirrorVolume = mirror.volume;
+    m_mirrorMuted = mirror.muted;
+    ++m_mirrorGeneration;
+
+    if (m_dismissMonitor)
+        m_dismissMonitor->start();
+    QPointer self(this);
+    QTimer::singleShot(kDismissRedecision, this, [self] {
+        if (self)
+            self->updateDismissMonitor();
+    });
+
+    m_hud->show(m_mirrorVolume, m_mirrorMuted, !m_connected, m_settings.speaker);
+    // The key path returns before any network work starts; the speaker controller keeps
+    // the order of these hand-offs and coalesces them.
+    QTimer::singleShot(0, this, [self, sent = mirror] {
+        if (self)
+            self->m_speaker->apply(sent.volume, sent.muted);
+    });
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QObject>
+
+#include <functional>
+#include <mutex>
+
+// Reports each change of the network the computer is on, from the platform's reachability
+// reports. The first usable report only describes how things are at start and is not a
+// change; reports of no usable network are ignored. Without a reachability backend nothing
+// is ever reported.
+class NetworkWatch : public QObject {
+    Q_OBJECT
+public:
+    explicit NetworkWatch(std::function<void()> onChange, QObject* parent = nullptr);
+
+    void start();
+
+    // One reachability report (public so the rule can be exercised without a backend).
+    void report(bool usable);
+
+private:
+    std::function<void()> m_onChange;
+    std::mutex m_lock;
+    bool m_seenFirst = false;
+};

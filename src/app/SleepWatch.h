@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QObject>
+
+#include <functional>
+
+// Reports each wake from sleep, from logind's PrepareForSleep(false) on the system bus.
+// The bus is reached off the main thread; without a system bus nothing is ever reported.
+class SleepWatch : public QObject {
+    Q_OBJECT
+public:
+    using Bus = std::function<QDBusConnection()>;
+
+    explicit SleepWatch(std::function<void()> onWake, QObject* parent = nullptr);
+    // Listens on the bus `bus` answers (tests use a private one).
+    SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent = nullptr);
+
+    // Whether the subscription to logind's signal is in place.
+    bool isListening() const { return m_listening; }
+
+private slots:
+    void prepareForSleep(bool sleeping);
+
+private:
+    std::function<void()> m_onWake;
+    bool m_listening = false;
+};

@@ -1,0 +1,126 @@
+#pragma once
+
+#include "common/Wait.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+
+#include <algorithm>
+#include <chrono>
+
+// One run of the velotide program with its files under `home` (settings, log, runtime
+// folder) and its standard error collected line by line. No key service: the keys are
+// caught by the X11 grab. Stopped when it goes out of scope.
+class AppProcess {
+public:
+    AppProcess(QString program, const QString& home)
+        : m_program(std::move(program))
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+        env.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/state"));
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
+        env.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"), home + QStringLiteral("/no-keyd"));
+        m_process.setProcessEnvironment(env);
+        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] { readErrors(); });
+    }
+
+    ~AppProcess() { stop(); }
+
+    // Sets one variable of its environment before start; an empty value removes it.
+    void setVariable(const QString& name, const QString& value)
+    {
+        QProcessEnvironment env = m_process.processEnvironment();
+        if (value.isEmpty())
+            env.remove(name);
+        else
+            env.insert(name, value);
+        m_process.setProcessEnvironment(env);
+    }
+
+    void start() { m_process.start(m_program, {}); }
+
+    // Ends it as a session ending would (SIGTERM), killing it only when that fails; answers
+    // the exit code, or -1 when it did not end by itself.
+    int stop()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        m_process.terminate();
+        if (m_process.waitForFinished(5000)) {
+            readErrors();
+            return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        }
+        m_process.kill();
+        m_process.waitForFinished(2000);
+        return -1;
+    }
+
+    // Runs to the end; answers the exit code, or -1 when it is still running or crashed.
+    int finish(std::chrono::milliseconds timeout)
+    {
+        if (!testing_support::spinUntil(
+                [this] { return m_process.state() == QProcess::NotRunning; }, timeout))
+            return -1;
+        readErrors();
+        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    }
+
+    qint64 pid() const { return m_process.processId(); }
+
+    // The messages logged so far, without their timestamps.
+    const QStringList& messages() const { return m_messages; }
+
+    bool logged(const QString& message) const { return m_messages.contains(message); }
+
+    bool waitFor(const QString& message,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(15))
+    {
+        return testing_support::spinUntil([&] { return logged(message); }, timeout);
+    }
+
+    bool waitForPrefix(const QString& prefix,
+                       std::chrono::milliseconds timeout = std::chrono::seconds(15))
+    {
+        return testing_support::spinUntil([&] { return !withPrefix(prefix).isEmpty(); }, timeout);
+    }
+
+    QStringList withPrefix(const QString& prefix) const
+    {
+        QStringList found;
+        std::copy_if(m_messages.begin(), m_messages.end(), std::back_inserter(found),
+                     [&](const QString& m) { return m.startsWith(prefix); });
+        return found;
+    }
+
+    // Everything it wrote to standard error, and how it stands, for failure messages.
+    std::string describe() const
+    {
+        const QString how = m_process.state() == QProcess::NotRunning
+                                ? QStringLiteral("exited with %1").arg(m_process.exitCode())
+                                : QStringLiteral("running as pid %1").arg(pid());
+        return (m_stderr + QStringLiteral("(") + how + QStringLiteral(")")).toStdString();
+    }
+
+private:
+    // Log lines are "yyyy-MM-dd HH:mm:ss message"; anything else (Qt's own warnings) is kept
+    // only in the full text.
+    void readErrors()
+    {
+        m_stderr += QString::fromUtf8(m_process.readAllStandardError());
+        const qsizetype end = m_stderr.lastIndexOf(u'\n') + 1;
+        const QStringList lines = m_stderr.mid(m_parsed, end - m_parsed).split(u'\n');
+        m_parsed = end;
+        for (const QString& line : lines)
+            if (line.size() > 20 && line.at(4) == u'-' && line.at(19) == u' ')
+                m_messages << line.mid(20);
+    }
+
+    QString m_program;
+    QProcess m_process;
+    QString m_stderr;
+    qsizetype m_parsed = 0;
+    QStringList m_messages;
+};

@@ -1,0 +1,62 @@
+// The start-up rules that need no speakers: the first run's pick of the optically wired zone,
+// and the network watch's first report.
+#include "app/NetworkWatch.h"
+#include "app/OpticalZonePick.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+ZoneState zone(const QString& name, bool playingLineInput, bool nativeOptical)
+{
+    ZoneState state;
+    state.device.name = name;
+    state.device.host = QStringLiteral("127.0.0.1");
+    state.isPlayingLineInput = playingLineInput;
+    state.hasNativeOptical = nativeOptical;
+    return state;
+}
+
+TEST(OpticalZonePick, PlayingLineInWithAnOpticalInputWinsOverEverything)
+{
+    EXPECT_EQ(pickOpticalZone({zone("Kitchen", true, false), zone("Den", false, true),
+                               zone("Living Room", true, true)}),
+              QStringLiteral("Living Room"));
+}
+
+TEST(OpticalZonePick, AnIdleOpticalInputWinsOverAZoneMerelyPlayingLineIn)
+{
+    EXPECT_EQ(pickOpticalZone({zone("Kitchen", true, false), zone("Den", false, true),
+                               zone("Bar", false, true)}),
+              QStringLiteral("Den"));
+}
+
+TEST(OpticalZonePick, LineInAloneIsTheLastResort)
+{
+    EXPECT_EQ(pickOpticalZone({zone("Office", false, false), zone("Kitchen", true, false),
+                               zone("Patio", true, false)}),
+              QStringLiteral("Kitchen"));
+}
+
+TEST(OpticalZonePick, NothingQualifies)
+{
+    EXPECT_EQ(pickOpticalZone({zone("Office", false, false)}), std::nullopt);
+    EXPECT_EQ(pickOpticalZone({}), std::nullopt);
+}
+
+TEST(NetworkWatch, FirstUsableReportIsNoChangeLaterOnesAreOneEach)
+{
+    int changes = 0;
+    NetworkWatch watch([&changes] { ++changes; });
+    watch.report(false);
+    watch.report(true);
+    EXPECT_EQ(changes, 0);
+    watch.report(false);
+    EXPECT_EQ(changes, 0);
+    watch.report(true);
+    EXPECT_EQ(changes, 1);
+    watch.report(true);
+    EXPECT_EQ(changes, 2);
+}
+
+} // namespace
