@@ -1,7 +1,8 @@
 // How long the program takes from launch to volume keys that work, against emulated players:
 // to its start line, to the speaker's connection, to armed keys; and how long a key typed
-// through XTEST takes to reach the player as SetVolume. Runs under bench/launch/run (a
-// private network, sound server, X server and session bus).
+// through XTEST takes to reach the player as SetVolume; then the idle program's processor time
+// over a minute (VELOTIDE_IDLE_SECONDS to change) and its resident memory. Runs under
+// bench/launch/run (a private network, sound server, X server and session bus).
 #include "app/AppProcess.h"
 #include "emulator/Emulator.h"
 
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <unistd.h>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -114,6 +116,64 @@ bool measureLaunch(const emulator::EmulatorThread& household, bool knowsHost, Fi
     return true;
 }
 
+struct ProcessUse {
+    double cpuSeconds = 0; // user and system time so far
+    long rssKiB = 0;
+    long peakRssKiB = 0;
+};
+
+// What /proc says the process has used so far; zeros when it cannot be read.
+ProcessUse processUse(qint64 pid)
+{
+    ProcessUse use;
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (stat.open(QIODevice::ReadOnly)) {
+        // The command name may hold spaces; the fields after its closing parenthesis don't.
+        const QByteArray line = stat.readAll();
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() > 12) // utime and stime are the 14th and 15th fields of the line
+            use.cpuSeconds = double(fields[11].toLongLong() + fields[12].toLongLong()) /
+                             double(sysconf(_SC_CLK_TCK));
+    }
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (status.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : status.readAll().split('\n')) {
+            const QList<QByteArray> parts = line.simplified().split(' ');
+            if (parts.size() >= 2 && parts[0] == "VmRSS:")
+                use.rssKiB = parts[1].toLong();
+            if (parts.size() >= 2 && parts[0] == "VmHWM:")
+                use.peakRssKiB = parts[1].toLong();
+        }
+    }
+    return use;
+}
+
+// Launches once with the speaker's address remembered, lets the start settle, and then
+// watches the idle program: the processor time it takes and the memory it holds.
+bool measureIdle(std::chrono::seconds idle)
+{
+    QTemporaryDir home;
+    if (!home.isValid() || !writeSettings(home.path(), true))
+        return false;
+    AppProcess app(QStringLiteral(VELOTIDE_BIN), home.path());
+    app.start();
+    if (!app.waitFor(QStringLiteral("volume keys armed")))
+        return false;
+    testing_support::spinFor(5s);
+    const ProcessUse before = processUse(app.pid());
+    testing_support::spinFor(idle);
+    const ProcessUse after = processUse(app.pid());
+    app.stop();
+    const double seconds = double(idle.count());
+    std::printf("idle for %.0f s after arming (health check every 5 s):\n", seconds);
+    std::printf("  processor time %.3f s, %.3f %% of one core\n",
+                after.cpuSeconds - before.cpuSeconds,
+                100.0 * (after.cpuSeconds - before.cpuSeconds) / seconds);
+    std::printf("  resident memory %ld KiB at the start, %ld KiB at the end, peak %ld KiB\n",
+                before.rssKiB, after.rssKiB, after.peakRssKiB);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -147,5 +207,9 @@ int main(int argc, char** argv)
             std::printf("  %d run(s) did not reach armed keys\n", failed);
     }
     std::printf("(the key figure includes starting xdotool, a few milliseconds)\n");
+
+    const int idleSeconds = qEnvironmentVariableIntValue("VELOTIDE_IDLE_SECONDS");
+    if (!measureIdle(std::chrono::seconds(idleSeconds > 0 ? idleSeconds : 60)))
+        std::printf("idle: the program did not reach armed keys\n");
     return 0;
 }
