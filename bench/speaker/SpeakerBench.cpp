@@ -3,6 +3,7 @@
 //     time, each sent on its own.
 // (b) Fifty presses 20 ms apart against a player that takes 150 ms to answer: how many
 //     requests went out, and whether the last one carried the final value.
+#include "common/Wait.h"
 #include "emulator/Emulator.h"
 #include "speaker/SpeakerController.h"
 
@@ -13,8 +14,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <vector>
+
+using namespace std::chrono_literals;
+using testing_support::spinFor;
+using testing_support::spinUntil;
 
 namespace {
 
@@ -25,23 +29,6 @@ qint64 steadyNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
-}
-
-bool spinUntil(const std::function<bool()>& done, int timeoutMs = 5000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-    }
-    return true;
-}
-
-void spinFor(int ms)
-{
-    spinUntil([] { return false; }, ms);
 }
 
 QList<emulator::Request> setVolumes(emulator::EmulatorThread& players)
@@ -77,7 +64,7 @@ bool measureApplyToRequest(SpeakerController& speaker, emulator::EmulatorThread&
         // Let the answer come back, so that the next press starts a send of its own.
         if (!spinUntil([&] { return players->volume(livingRoom) == volume; }))
             return false;
-        spinFor(2);
+        spinFor(2ms);
     }
     std::printf("apply -> SetVolume at the player (%d presses): median %.0f us   p99 %.0f us   "
                 "max %.0f us\n",
@@ -95,7 +82,7 @@ bool measureBurst(SpeakerController& speaker, emulator::EmulatorThread& players)
     slow.only = QStringLiteral("SetVolume");
     slow.delayMs = 150;
     players->setFault(livingRoom, slow);
-    spinFor(300);
+    spinFor(300ms);
     players->clearRequests();
 
     const int first = speaker.snapshot().volume >= 50 ? 0 : 50;
@@ -103,12 +90,12 @@ bool measureBurst(SpeakerController& speaker, emulator::EmulatorThread& players)
     clock.start();
     for (int i = 1; i <= presses; ++i) {
         speaker.apply(first + i, false);
-        spinFor(20);
+        spinFor(20ms);
     }
     const int final = first + presses;
-    spinUntil([&] { return players->volume(livingRoom) == final; }, 3000);
+    spinUntil([&] { return players->volume(livingRoom) == final; }, 3s);
     const qint64 settledMs = clock.elapsed();
-    spinFor(500); // a stale send would show up here
+    spinFor(500ms); // a stale send would show up here
     players->clearFaults();
 
     const QList<emulator::Request> sets = setVolumes(players);
@@ -141,11 +128,11 @@ int main(int argc, char** argv)
     SpeakerController speaker(QStringLiteral("Living Room"));
     speaker.setKnownHost(livingRoom);
     speaker.startSupervision();
-    if (!spinUntil([&] { return speaker.snapshot().connected; }, 10000)) {
+    if (!spinUntil([&] { return speaker.snapshot().connected; })) {
         std::fprintf(stderr, "could not connect: %s\n", qPrintable(speaker.snapshot().error));
         return 1;
     }
-    spinFor(200);
+    spinFor(200ms);
 
     const bool quick = measureApplyToRequest(speaker, players);
     const bool burst = measureBurst(speaker, players);
