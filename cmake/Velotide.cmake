@@ -11,6 +11,65 @@ function(velotide_library name)
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} PUBLIC ${ARG_LIBS})
     velotide_warnings(${name})
+    velotide_register_layer(${name})
+endfunction()
+
+# velotide_header_library(name [LIBS ...]): headers only, with nothing to compile.
+function(velotide_header_library name)
+    cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} INTERFACE ${ARG_LIBS})
+    velotide_register_layer(${name})
+endfunction()
+
+# Each library belongs to the folder of src/ it is declared in. A folder's sources may include
+# only their own folder's headers and those of the libraries it links, directly or through
+# another: the libraries' link order is the layering, and a test holds the sources to it.
+function(velotide_register_layer name)
+    file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR})
+    string(REGEX REPLACE "/.*" "" folder "${folder}")
+    set_property(TARGET ${name} PROPERTY VELOTIDE_FOLDER ${folder})
+    set_property(GLOBAL APPEND PROPERTY VELOTIDE_LAYER_LIBRARIES ${name})
+endfunction()
+
+function(velotide_layer_reach name out)
+    get_target_property(type ${name} TYPE)
+    if(type STREQUAL "INTERFACE_LIBRARY")
+        get_target_property(links ${name} INTERFACE_LINK_LIBRARIES)
+    else()
+        get_target_property(links ${name} LINK_LIBRARIES)
+    endif()
+    get_property(known GLOBAL PROPERTY VELOTIDE_LAYER_LIBRARIES)
+    get_target_property(folder ${name} VELOTIDE_FOLDER)
+    set(reach ${folder})
+    foreach(link IN LISTS links)
+        if(link IN_LIST known)
+            velotide_layer_reach(${link} below)
+            list(APPEND reach ${below})
+        endif()
+    endforeach()
+    list(REMOVE_DUPLICATES reach)
+    set(${out} ${reach} PARENT_SCOPE)
+endfunction()
+
+# Writes what each folder may include and adds the test that checks every #include line.
+function(velotide_check_layers)
+    get_property(libraries GLOBAL PROPERTY VELOTIDE_LAYER_LIBRARIES)
+    set(table "")
+    set(folders "")
+    foreach(library IN LISTS libraries)
+        get_target_property(folder ${library} VELOTIDE_FOLDER)
+        velotide_layer_reach(${library} reach)
+        list(APPEND folders ${folder})
+        string(APPEND table "list(APPEND reach_${folder} ${reach})\n")
+    endforeach()
+    list(REMOVE_DUPLICATES folders)
+    set(file ${CMAKE_BINARY_DIR}/layers.cmake)
+    file(WRITE ${file} "set(folders ${folders})\n${table}")
+    add_test(NAME layering_test
+             COMMAND ${CMAKE_COMMAND} -DLAYERS=${file} -DSOURCES=${PROJECT_SOURCE_DIR}/src
+                     -P ${PROJECT_SOURCE_DIR}/cmake/CheckLayers.cmake)
 endfunction()
 
 # velotide_test(name SOURCES ... LIBS ... [MAIN core|gui|none] [LABELS ...] [ENVIRONMENT ...]

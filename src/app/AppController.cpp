@@ -1,10 +1,10 @@
 #include "app/AppController.h"
 
-#include "app/NetworkWatch.h"
 #include "app/OpticalZonePick.h"
-#include "app/SleepWatch.h"
 #include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
+#include "desktop/NetworkWatch.h"
+#include "desktop/SleepWatch.h"
 #include "discovery/Coordinator.h"
 #include "discovery/ZoneTopology.h"
 #include "housekeeping/SingleInstance.h"

@@ -5,7 +5,7 @@
 #include "discovery/SonosDiscovery.h"
 #include "discovery/ZoneTopology.h"
 #include "keys/EventTap.h"
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

@@ -1,8 +1,8 @@
 #include "discovery/SonosDiscovery.h"
 
 #include "discovery/SsdpSearch.h"
-#include "speaker/CappedReader.h"
-#include "speaker/Tags.h"
+#include "sonos/CappedReader.h"
+#include "sonos/Tags.h"
 #include "support/ReadyFuture.h"
 
 #include <QNetworkRequest>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
 #include <QByteArray>
 #include <QFuture>

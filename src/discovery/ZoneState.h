@@ -1,6 +1,6 @@
 #pragma once
 
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
 // A zone player with what tells whether it is the one wired to this computer's optical
 // output: it plays its line or TV input now, or its model has an optical input at all.

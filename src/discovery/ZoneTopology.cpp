@@ -1,8 +1,6 @@
 #include "discovery/ZoneTopology.h"
 
 #include "discovery/SonosDiscovery.h"
-#include "discovery/ZoneGroupStateRequest.h"
-#include "speaker/CappedReader.h"
 #include "support/LockedBox.h"
 #include "support/Log.h"
 #include "support/ReadyFuture.h"
@@ -91,21 +89,16 @@ QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from)
                   describe(error) + u')');
         return std::optional<QString>();
     };
-    const SonosResult<ZoneGroupStateRequest::Prepared> prepared =
-        ZoneGroupStateRequest::prepare(from.host);
-    if (!prepared)
-        return readyFuture(unreachable(prepared.error()));
-    return CappedReader::read(prepared->request, prepared->body)
-        .then([name, unreachable](const SonosResult<CappedReader::Response>& answer) {
-            if (!answer)
-                return unreachable(answer.error());
-            if (answer->status != 200) {
-                Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" answered ") +
-                          QString::number(answer->status));
-                return std::optional<QString>();
-            }
-            return std::optional<QString>(QString::fromUtf8(answer->body));
-        });
+    return from.zoneGroupState().then([name, unreachable](const SonosResult<QString>& answer) {
+        if (answer)
+            return std::optional<QString>(*answer);
+        const auto* refused = std::get_if<SonosError>(&answer.error());
+        if (!refused || refused->kind != SonosError::Kind::Http || refused->status <= 0)
+            return unreachable(answer.error());
+        Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" answered ") +
+                  QString::number(refused->status));
+        return std::optional<QString>();
+    });
 }
 
 QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices)

@@ -2,7 +2,7 @@
 
 #include "discovery/TopologyScan.h"
 #include "discovery/ZoneState.h"
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
 #include <QFuture>
 #include <QList>

@@ -7,7 +7,7 @@
 // switch of user, is refused: the keys typed at the seat are not theirs. Without logind
 // (no seat file) only root is accepted.
 
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 
 #include <optional>
 #include <string>

@@ -4,7 +4,7 @@
 // up (its socket buffer full) is dropped like one that hung up, and either way the keys go
 // back to the desktop at once, because only a connected client can be armed.
 
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 #include "support/Expected.h"
 
 #include <memory>

@@ -19,7 +19,7 @@
 // While a device is not grabbed, the desktop reads it directly; its events only update the
 // held keys, so the device can be grabbed at a moment when none is held.
 
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 
 #include <array>
 #include <bitset>

@@ -1,7 +1,7 @@
 #include "keys/DismissMonitor.h"
 
 #include "keys/EventTap.h"
-#include "keys/X11ClickWatch.h"
+#include "keys/x11/X11ClickWatch.h"
 
 #include <QCursor>
 #include <QGuiApplication>

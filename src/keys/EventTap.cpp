@@ -1,10 +1,10 @@
 #include "keys/EventTap.h"
 
-#include "keyd/Protocol.h"
 #include "keys/InactiveTap.h"
 #include "keys/ServiceTap.h"
 #include "keys/TapTexts.h"
-#include "keys/X11Tap.h"
+#include "keys/x11/X11Tap.h"
+#include "keyservice/Protocol.h"
 #include "support/Log.h"
 
 #include <QFile>
@@ -43,7 +43,7 @@ std::optional<EventTap::MediaKey> EventTap::mediaKeyFromRaw(int raw)
     static_assert(int(MediaKey::mute) == int(keyd::MediaKey::mute));
     if (raw < 0 || raw > 255)
         return std::nullopt;
-    const auto key = keyd::detail::mediaKeyFromRaw(static_cast<std::uint8_t>(raw));
+    const auto key = keyd::mediaKeyFromRaw(static_cast<std::uint8_t>(raw));
     if (!key)
         return std::nullopt;
     return static_cast<MediaKey>(*key);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "keyd/Protocol.h"
 #include "keys/EventTap.h"
+#include "keyservice/Protocol.h"
 
 #include <QLocalSocket>
 #include <QObject>

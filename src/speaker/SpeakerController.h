@@ -1,7 +1,7 @@
 #pragma once
 
+#include "sonos/SonosDevice.h"
 #include "speaker/RetrySchedule.h"
-#include "speaker/SonosDevice.h"
 
 #include <QObject>
 #include <QTimer>

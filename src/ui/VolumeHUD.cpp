@@ -1,8 +1,8 @@
 #include "ui/VolumeHUD.h"
 
+#include "desktop/Compositor.h"
 #include "support/Log.h"
 #include "ui/Announcer.h"
-#include "ui/Compositor.h"
 #include "ui/HudPanel.h"
 
 #include <QElapsedTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/DisplayOptions.h"
+#include "desktop/DisplayOptions.h"
 #include "ui/HudLook.h"
 #include "ui/HudSpeech.h"
 #include "ui/HudTimeline.h"

@@ -1,7 +1,7 @@
 // The start-up rules that need no speakers: the first run's pick of the optically wired zone,
 // and the network watch's first report.
-#include "app/NetworkWatch.h"
 #include "app/OpticalZonePick.h"
+#include "desktop/NetworkWatch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
-#include "audio/PulseAudio.h"
-
 #include "PulseTools.h"
+#include "audio/PulseAudio.h"
 #include "common/Wait.h"
 
 #include <QProcess>
@@ -64,7 +63,8 @@ TEST(PulseAudioReconnectTest, CopyEmptiesWhenTheServerGoesAndRefillsWhenItReturn
     EXPECT_EQ(device.detectTriggerOutput(), "Built-in Audio Digital Stereo (IEC958)");
 
     // And it still follows the server after coming back.
-    pulse_testing::pactl({"set-default-sink", "alsa_output.usb-Focusrite_Scarlett_2i2_USB-00.analog-stereo"});
+    pulse_testing::pactl(
+        {"set-default-sink", "alsa_output.usb-Focusrite_Scarlett_2i2_USB-00.analog-stereo"});
     EXPECT_TRUE(spinUntil([&] { return device.defaultOutputName() == "Scarlett 2i2 USB"; }));
 
     restarted.terminate();

@@ -5,7 +5,6 @@
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
-#include "discovery/ZoneGroupStateRequest.h"
 #include "discovery/ZoneTopology.h"
 
 #include <QPromise>
@@ -103,24 +102,7 @@ TEST(DiscoveryRules, SortsByRoomNameInCodePointOrderThenByHost)
     EXPECT_EQ(theatre, (QList<SonosDevice>{sub, left, bar}));
 }
 
-// ---- the topology request and its readings
-
-TEST(TopologyRequest, CarriesNoInstanceID)
-{
-    EXPECT_EQ(ZoneGroupStateRequest::body(),
-              QByteArray("<?xml version=\"1.0\"?>\n"
-                         "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\" "
-                         "s:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\">"
-                         "<s:Body><u:GetZoneGroupState "
-                         "xmlns:u=\"urn:schemas-upnp-org:service:ZoneGroupTopology:1\"/>"
-                         "</s:Body></s:Envelope>"));
-    const auto prepared = ZoneGroupStateRequest::prepare("10.0.0.7");
-    ASSERT_TRUE(prepared);
-    EXPECT_EQ(prepared->request.url().toString(), "http://10.0.0.7:1400/ZoneGroupTopology/Control");
-    EXPECT_EQ(prepared->request.rawHeader("SOAPACTION"),
-              "\"urn:schemas-upnp-org:service:ZoneGroupTopology:1#GetZoneGroupState\"");
-    EXPECT_EQ(prepared->request.rawHeader("Content-Type"), "text/xml; charset=\"utf-8\"");
-}
+// ---- readings of the topology
 
 QString topology(const QStringList& members)
 {

@@ -1,4 +1,4 @@
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 
 #include <QLocalServer>
 #include <QLocalSocket>

@@ -3,8 +3,8 @@
 #include "ScreenShots.h"
 #include "common/LogWatch.h"
 #include "common/Wait.h"
+#include "desktop/Compositor.h"
 #include "support/Log.h"
-#include "ui/Compositor.h"
 #include "ui/VolumeHUD.h"
 
 #include <QProcess>

@@ -4,7 +4,7 @@
 // observers that read a device node as the desktop would, the service as a child process and
 // a client on its socket. Runs as root inside the test machine.
 
-#include "keyd/Protocol.h"
+#include "keyservice/Protocol.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "app/SleepWatch.h"
+#include "desktop/SleepWatch.h"
 
 #include <QCoreApplication>
 #include <QPointer>

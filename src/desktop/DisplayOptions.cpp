@@ -1,6 +1,6 @@
-#include "ui/DisplayOptions.h"
+#include "desktop/DisplayOptions.h"
 
-#include "ui/KdeAnimationSetting.h"
+#include "desktop/KdeAnimationSetting.h"
 
 #include <QDBusConnection>
 #include <QDBusInterface>

@@ -1,9 +1,9 @@
 // The pure readings of the speaker stack: tag scans, numbers, metadata, identities and the
 // request bytes, without any network.
-#include "speaker/SoapAnswer.h"
-#include "speaker/SoapEnvelope.h"
-#include "speaker/SonosDevice.h"
-#include "speaker/Tags.h"
+#include "sonos/SoapAnswer.h"
+#include "sonos/SoapEnvelope.h"
+#include "sonos/SonosDevice.h"
+#include "sonos/Tags.h"
 
 #include <gtest/gtest.h>
 

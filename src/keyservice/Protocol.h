@@ -164,6 +164,9 @@ inline Record recordOf(MessageType type)
     return r;
 }
 
+} // namespace detail
+
+// The key numbered as on the wire (0 up, 1 down, 7 mute); nothing for any other number.
 inline std::optional<MediaKey> mediaKeyFromRaw(std::uint8_t raw)
 {
     switch (raw) {
@@ -177,8 +180,6 @@ inline std::optional<MediaKey> mediaKeyFromRaw(std::uint8_t raw)
         return std::nullopt;
     }
 }
-
-} // namespace detail
 
 inline Record encode(const SetArmed& m)
 {
@@ -265,7 +266,7 @@ inline std::optional<ServiceMessage> decodeServiceMessage(const Record& r)
     case MessageType::health:
         return Health{detail::get16(r, 2)};
     case MessageType::keyReport: {
-        auto key = detail::mediaKeyFromRaw(r[1]);
+        auto key = mediaKeyFromRaw(r[1]);
         if (!key || r[2] > 3)
             return std::nullopt;
         return KeyReport{*key, (r[2] & 1) != 0, (r[2] & 2) != 0};

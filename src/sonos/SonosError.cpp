@@ -1,4 +1,4 @@
-#include "speaker/SonosError.h"
+#include "sonos/SonosError.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "speaker/Tags.h"
+#include "sonos/Tags.h"
 
 namespace Tags {
 

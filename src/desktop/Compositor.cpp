@@ -1,4 +1,4 @@
-#include "ui/Compositor.h"
+#include "desktop/Compositor.h"
 
 #include <QGuiApplication>
 

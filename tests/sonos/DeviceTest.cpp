@@ -4,7 +4,7 @@
 #include "Results.h"
 #include "common/LogWatch.h"
 #include "emulator/Emulator.h"
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
 #include <QElapsedTimer>
 
@@ -177,6 +177,22 @@ TEST_F(DeviceTest, WritesCarryTheirArgumentsInOrder)
     EXPECT_EQ(arguments(sent[4]), "<InstanceID>0</InstanceID><EQType>NightMode</EQType>"
                                   "<DesiredValue>1</DesiredValue>");
     EXPECT_EQ(arguments(sent[5]), "<InstanceID>0</InstanceID><DesiredVolume>130</DesiredVolume>");
+}
+
+// The topology's one action takes neither arguments nor an InstanceID.
+TEST_F(DeviceTest, ZoneGroupStateIsAnEmptyActionOfTheTopologyService)
+{
+    const SonosResult<QString> answer = settle(device().zoneGroupState());
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->contains(QStringLiteral("ZoneGroupState")));
+    ASSERT_EQ(requests().size(), 1);
+    const emulator::Request& request = requests().first();
+    EXPECT_EQ(request.path, "/ZoneGroupTopology/Control");
+    EXPECT_EQ(request.header("SOAPACTION"),
+              "\"urn:schemas-upnp-org:service:ZoneGroupTopology:1#GetZoneGroupState\"");
+    EXPECT_TRUE(request.body.endsWith(
+        "<s:Body><u:GetZoneGroupState "
+        "xmlns:u=\"urn:schemas-upnp-org:service:ZoneGroupTopology:1\"/></s:Body></s:Envelope>"));
 }
 
 TEST_F(DeviceTest, EqSettingsReadBackAndAMissingOneIsAnError)

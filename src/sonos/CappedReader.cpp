@@ -1,4 +1,4 @@
-#include "speaker/CappedReader.h"
+#include "sonos/CappedReader.h"
 
 #include "support/Log.h"
 

@@ -1,4 +1,4 @@
-#include "app/NetworkWatch.h"
+#include "desktop/NetworkWatch.h"
 
 #include <QNetworkInformation>
 

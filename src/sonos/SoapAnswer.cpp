@@ -1,4 +1,4 @@
-#include "speaker/SoapAnswer.h"
+#include "sonos/SoapAnswer.h"
 
 #include <charconv>
 

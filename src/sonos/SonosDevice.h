@@ -1,6 +1,6 @@
 #pragma once
 
-#include "speaker/SonosError.h"
+#include "sonos/SonosError.h"
 
 #include <QFuture>
 #include <QString>
@@ -44,6 +44,8 @@ public:
     QFuture<SonosResult<bool>> isPlaying() const;
     QFuture<SonosResult<Done>> playPause() const;
     QFuture<SonosResult<NowPlaying>> nowPlaying() const;
+    // The household's zone group state (ZoneGroupTopology), as the raw answer body.
+    QFuture<SonosResult<QString>> zoneGroupState() const;
 
     // The player's AirPlay identity, derived from `uid`: the twelve hex digits after
     // "RINCON_", upper-cased.
@@ -54,4 +56,9 @@ public:
                                        const QString& action, const QString& arguments) const;
 
     static SonosResult<QUrl> url(const QString& host, const QString& path);
+
+private:
+    static QFuture<SonosResult<QString>> post(const QString& host, const QString& path,
+                                              const QString& serviceType, const QString& action,
+                                              const QByteArray& body);
 };

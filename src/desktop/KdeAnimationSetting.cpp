@@ -1,4 +1,4 @@
-#include "ui/KdeAnimationSetting.h"
+#include "desktop/KdeAnimationSetting.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -3,8 +3,8 @@
 #include "Results.h"
 #include "ScriptedPlayer.h"
 #include "common/LogWatch.h"
-#include "speaker/CappedReader.h"
-#include "speaker/SonosDevice.h"
+#include "sonos/CappedReader.h"
+#include "sonos/SonosDevice.h"
 #include "support/Log.h"
 
 #include <QCoreApplication>

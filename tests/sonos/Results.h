@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/Wait.h"
-#include "speaker/SonosError.h"
+#include "sonos/SonosError.h"
 
 #include <QFuture>
 

@@ -1,6 +1,6 @@
-#include "keys/X11ClickWatch.h"
+#include "keys/x11/X11ClickWatch.h"
 
-#include "keys/X11Connection.h"
+#include "keys/x11/X11Connection.h"
 
 #include <QGuiApplication>
 #include <QScreen>

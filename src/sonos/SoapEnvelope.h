@@ -15,4 +15,8 @@ QByteArray actionHeader(const QString& serviceType, const QString& action);
 // ahead of `arguments`.
 QByteArray body(const QString& serviceType, const QString& action, const QString& arguments);
 
+// The body of an action that takes no arguments and no InstanceID (ZoneGroupTopology's
+// GetZoneGroupState): the action element is empty and self-closing.
+QByteArray emptyActionBody(const QString& serviceType, const QString& action);
+
 } // namespace SoapEnvelope

@@ -1,4 +1,4 @@
-#include "keys/X11Connection.h"
+#include "keys/x11/X11Connection.h"
 
 #include <QTimer>
 

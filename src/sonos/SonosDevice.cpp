@@ -1,10 +1,10 @@
-#include "speaker/SonosDevice.h"
+#include "sonos/SonosDevice.h"
 
-#include "speaker/CappedReader.h"
-#include "speaker/SoapAnswer.h"
-#include "speaker/SoapEnvelope.h"
-#include "speaker/SonosService.h"
-#include "speaker/Tags.h"
+#include "sonos/CappedReader.h"
+#include "sonos/SoapAnswer.h"
+#include "sonos/SoapEnvelope.h"
+#include "sonos/SonosService.h"
+#include "sonos/Tags.h"
 
 #include <QNetworkRequest>
 
@@ -115,13 +115,20 @@ QFuture<SonosResult<QString>> SonosDevice::soap(const QString& path, const QStri
                                                 const QString& action,
                                                 const QString& arguments) const
 {
+    return post(host, path, serviceType, action,
+                SoapEnvelope::body(serviceType, action, arguments));
+}
+
+QFuture<SonosResult<QString>> SonosDevice::post(const QString& host, const QString& path,
+                                                const QString& serviceType, const QString& action,
+                                                const QByteArray& body)
+{
     const SonosResult<QUrl> address = url(host, path);
     if (!address)
         return failed<QString>(address.error());
     QNetworkRequest request(*address);
     request.setRawHeader("Content-Type", "text/xml; charset=\"utf-8\"");
     request.setRawHeader("SOAPACTION", SoapEnvelope::actionHeader(serviceType, action));
-    const QByteArray body = SoapEnvelope::body(serviceType, action, arguments);
     return CappedReader::read(request, body)
         .then([](const SonosResult<CappedReader::Response>& response) -> SonosResult<QString> {
             if (!response)
@@ -238,6 +245,15 @@ QFuture<SonosResult<SonosDevice::NowPlaying>> SonosDevice::nowPlaying() const
 {
     return answer<NowPlaying>(call(*this, SonosServices::avTransport, "GetPositionInfo"),
                               nowPlayingAnswer);
+}
+
+QFuture<SonosResult<QString>> SonosDevice::zoneGroupState() const
+{
+    const auto& service = SonosServices::zoneGroupTopology;
+    const QString type = QLatin1String(service.type);
+    const QString action = QStringLiteral("GetZoneGroupState");
+    return post(host, QLatin1String(service.controlPath), type, action,
+                SoapEnvelope::emptyActionBody(type, action));
 }
 
 std::optional<QString> SonosDevice::airplayReceiverID() const

@@ -1,7 +1,7 @@
-#include "keys/X11Tap.h"
+#include "keys/x11/X11Tap.h"
 
 #include "keys/TapTexts.h"
-#include "keys/X11Connection.h"
+#include "keys/x11/X11Connection.h"
 #include "support/Log.h"
 
 #include <X11/XF86keysym.h>

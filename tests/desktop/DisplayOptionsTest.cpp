@@ -1,9 +1,9 @@
 // The desktop settings are read through the real gsettings tool, with GLib's key-file
 // back end in a private folder so the test owns every value.
-#include "ui/DisplayOptions.h"
+#include "desktop/DisplayOptions.h"
 
 #include "common/Wait.h"
-#include "ui/KdeAnimationSetting.h"
+#include "desktop/KdeAnimationSetting.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "speaker/SonosError.h"
+#include "sonos/SonosError.h"
 
 #include <QByteArray>
 #include <QFuture>

@@ -1,6 +1,6 @@
 // The wake watch against a private bus standing in for the system bus, with a connection of
 // the test's own playing logind.
-#include "app/SleepWatch.h"
+#include "desktop/SleepWatch.h"
 
 #include "common/Wait.h"
 
