@@ -3,15 +3,14 @@
 #include "app/AppController.h"
 #include "app/CommandLine.h"
 #include "app/QuitOnSignals.h"
+#include "app/WindowPlatform.h"
 #include "housekeeping/SingleInstance.h"
 
 #include <QApplication>
 
 int runApplicationMode(int argc, char** argv, const CommandLine& commandLine)
 {
-    // The overlay places itself, which Wayland does not allow a client to do; XWayland does.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
+    preferX11WindowPlatform();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("velotide"));
     QApplication::setApplicationVersion(QStringLiteral(VELOTIDE_VERSION));

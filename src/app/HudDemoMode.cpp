@@ -1,14 +1,13 @@
 #include "app/HudDemoMode.h"
 
+#include "app/WindowPlatform.h"
 #include "ui/HudDemo.h"
 
 #include <QApplication>
 
 int runHudDemoMode(int argc, char** argv)
 {
-    // The overlay places itself, which Wayland does not allow a client to do; XWayland does.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
+    preferX11WindowPlatform();
     QApplication app(argc, argv);
     return runHudDemo(app);
 }

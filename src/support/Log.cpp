@@ -14,7 +14,8 @@
 
 namespace {
 
-void writeAll(int fd, const QByteArray& bytes)
+// Writes every byte unless the descriptor refuses; false (with errno set) when it does.
+bool writeAll(int fd, const QByteArray& bytes)
 {
     const char* data = bytes.constData();
     qsizetype left = bytes.size();
@@ -23,21 +24,6 @@ void writeAll(int fd, const QByteArray& bytes)
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
-            return;
-        data += n;
-        left -= n;
-    }
-}
-
-bool writeAllReportingErrors(int fd, const QByteArray& bytes)
-{
-    const char* data = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, data, size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
             return false;
         data += n;
         left -= n;
@@ -83,7 +69,7 @@ void LogFile::append(const QByteArray& line)
     const QByteArray path = QFile::encodeName(m_path);
     const int fd = ::open(path.constData(), O_WRONLY | O_APPEND | O_CLOEXEC);
     if (fd >= 0) {
-        if (!writeAllReportingErrors(fd, line)) {
+        if (!writeAll(fd, line)) {
             const QByteArray why =
                 "could not write to the log: " + QByteArray(std::strerror(errno));
             writeAll(STDERR_FILENO, why + '\n');
@@ -99,7 +85,7 @@ void LogFile::append(const QByteArray& line)
     if (created < 0)
         return;
     ::fchmod(created, 0600);
-    writeAllReportingErrors(created, line);
+    writeAll(created, line);
     ::close(created);
 }
 
