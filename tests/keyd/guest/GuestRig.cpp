@@ -146,13 +146,6 @@ std::int64_t VirtualKeyboard::frame(const std::vector<input_event>& events)
     return before;
 }
 
-void VirtualKeyboard::raw(const std::vector<input_event>& events)
-{
-    const auto size = static_cast<ssize_t>(events.size() * sizeof(input_event));
-    if (write(libevdev_uinput_get_fd(m_device), events.data(), static_cast<size_t>(size)) != size)
-        throw std::runtime_error("cannot write to " + m_name);
-}
-
 Observer::Observer(const std::string& node)
 {
     m_fd = open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -282,14 +275,8 @@ Client::Client()
 
 Client::~Client()
 {
-    close();
-}
-
-void Client::close()
-{
     if (m_fd >= 0)
         ::close(m_fd);
-    m_fd = -1;
 }
 
 void Client::send(const keyd::ClientMessage& message)
@@ -321,8 +308,6 @@ void Client::pump(Millis timeout, std::size_t count)
                     this->health = health->devicesGrabbed;
                 else if (auto* report = std::get_if<keyd::KeyReport>(&*message))
                     reports.push_back(*report);
-                else if (auto* button = std::get_if<keyd::PointerButton>(&*message))
-                    buttons.push_back(*button);
             }
             continue;
         }

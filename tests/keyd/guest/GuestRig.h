@@ -40,8 +40,6 @@ public:
     // Writes the events and a SYN_REPORT in one go; returns the time just before the write.
     std::int64_t frame(const std::vector<input_event>& events);
     void key(unsigned code, int value) { frame({event(EV_KEY, code, value)}); }
-    // Writes the events exactly as given, in one write (several frames at once, say).
-    void raw(const std::vector<input_event>& events);
     const std::string& node() const { return m_node; }
     const std::string& name() const { return m_name; }
 
@@ -100,7 +98,6 @@ public:
     Client& operator=(const Client&) = delete;
 
     void send(const keyd::ClientMessage& message);
-    void close();
     // Reads what arrives within `timeout`; stops early once `count` key reports are waiting.
     void pump(Millis timeout, std::size_t count = SIZE_MAX);
     bool waitForHealth(int devices, Millis timeout);
@@ -108,9 +105,7 @@ public:
     std::optional<keyd::Hello> hello;
     int health = -1;
     std::vector<keyd::KeyReport> reports;
-    std::vector<keyd::PointerButton> buttons;
     bool hungUp = false;
-    int fd() const { return m_fd; }
 
 private:
     int m_fd = -1;
