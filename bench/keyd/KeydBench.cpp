@@ -7,13 +7,38 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <exception>
-#include <memory>
+#include <fstream>
+#include <string>
 #include <unistd.h>
 
 using namespace guest;
 
 namespace {
+
+std::int64_t monotonicNs()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000000000LL + now.tv_nsec;
+}
+
+std::int64_t stampNs(const input_event& event)
+{
+    return event.input_event_sec * 1000000000LL + event.input_event_usec * 1000LL;
+}
+
+long residentKb(pid_t pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::strtol(line.c_str() + 6, nullptr, 10);
+    return -1;
+}
 
 std::int64_t percentile(std::vector<std::int64_t> values, double p)
 {
@@ -43,7 +68,8 @@ int run()
     std::vector<std::int64_t> delays;
     for (int i = 0; i < 1000; ++i) {
         const int value = i % 2 == 0 ? 1 : 0;
-        const std::int64_t written = keyboard.frame({VirtualKeyboard::event(EV_KEY, KEY_A, value)});
+        const std::int64_t written = monotonicNs();
+        keyboard.frame({VirtualKeyboard::event(EV_KEY, KEY_A, value)});
         const auto out = clone.read(5000ms, KEY_A, value);
         if (out.empty()) {
             std::fprintf(stderr, "keyd bench: event %d never came out of the clone\n", i);
@@ -56,7 +82,7 @@ int run()
                 "resident memory %ld kB\n",
                 static_cast<long long>(percentile(delays, 0.5) / 1000),
                 static_cast<long long>(percentile(delays, 0.99) / 1000), delays.size(),
-                keyd.residentKb());
+                residentKb(keyd.pid()));
     return 0;
 }
 

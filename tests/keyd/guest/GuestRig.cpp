@@ -22,18 +22,6 @@
 
 namespace guest {
 
-std::int64_t monotonicNs()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000000000LL + now.tv_nsec;
-}
-
-std::int64_t stampNs(const input_event& event)
-{
-    return event.input_event_sec * 1000000000LL + event.input_event_usec * 1000LL;
-}
-
 namespace {
 
 std::string readLine(const std::string& path)
@@ -135,15 +123,13 @@ input_event VirtualKeyboard::event(unsigned type, unsigned code, int value)
     return e;
 }
 
-std::int64_t VirtualKeyboard::frame(const std::vector<input_event>& events)
+void VirtualKeyboard::frame(const std::vector<input_event>& events)
 {
     std::vector<input_event> all = events;
     all.push_back(event(EV_SYN, SYN_REPORT, 0));
-    const std::int64_t before = monotonicNs();
     const auto size = static_cast<ssize_t>(all.size() * sizeof(input_event));
     if (write(libevdev_uinput_get_fd(m_device), all.data(), static_cast<size_t>(size)) != size)
         throw std::runtime_error("cannot write to " + m_name);
-    return before;
 }
 
 Observer::Observer(const std::string& node)
@@ -231,16 +217,6 @@ int KeydProcess::stop()
     waitpid(m_pid, &status, 0);
     m_pid = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-long KeydProcess::residentKb() const
-{
-    std::ifstream in("/proc/" + std::to_string(m_pid) + "/status");
-    std::string line;
-    while (std::getline(in, line))
-        if (line.rfind("VmRSS:", 0) == 0)
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-    return -1;
 }
 
 std::string KeydProcess::log() const
