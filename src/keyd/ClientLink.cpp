@@ -57,9 +57,11 @@ Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::s
     if (link->m_listenFd < 0)
         return LinkError{std::string("cannot make a socket: ") + std::strerror(errno)};
     unlink(binding.c_str());
-    if (bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0 ||
-        chmod(binding.c_str(), 0666) < 0 || ::listen(link->m_listenFd, 4) < 0 ||
-        rename(binding.c_str(), path.c_str()) < 0) {
+    const bool bound =
+        bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (bound)
+        chmod(binding.c_str(), 0666);
+    if (!bound || ::listen(link->m_listenFd, 4) < 0 || rename(binding.c_str(), path.c_str()) < 0) {
         int error = errno;
         close(link->m_listenFd);
         link->m_listenFd = -1;
