@@ -4,23 +4,14 @@
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 using namespace keyd;
 using fed::Hardware;
+using fed::Triple;
+using fed::triples;
 
 namespace {
 
-using Triple = std::tuple<int, int, int>;
 const DeviceCaps kKeyboard{"keyboard", true, true, false};
-
-std::vector<Triple> triples(const std::vector<input_event>& events)
-{
-    std::vector<Triple> out;
-    for (const input_event& e : events)
-        out.emplace_back(e.type, e.code, e.value);
-    return out;
-}
 
 class KeydDevices : public ::testing::Test {
 protected:
@@ -76,7 +67,7 @@ TEST_F(KeydDevices, grabsAKeyboardOnlyOnceNoKeyIsDownAndThenRoutesThroughTheClon
     EXPECT_EQ(out.reports, (std::vector<KeyReport>{{MediaKey::soundUp, false, false}}));
 
     // The desktop's LED requests to the clone reach the keyboard; nothing else does.
-    kbd.toClone = {Hardware::event(EV_LED, LED_CAPSL, 1), Hardware::event(EV_KEY, KEY_A, 1)};
+    kbd.toClone = {fed::event(EV_LED, LED_CAPSL, 1), fed::event(EV_KEY, KEY_A, 1)};
     read("/dev/input/event1");
     EXPECT_EQ(triples(kbd.requests), (std::vector<Triple>{{EV_LED, LED_CAPSL, 1}}));
 }
@@ -85,7 +76,7 @@ TEST_F(KeydDevices, droppedEventsAreResyncedIntoTheCloneAndTheArmedPress)
 {
     Hardware& kbd = keyboard("/dev/input/event1");
     armed = true;
-    kbd.queue.emplace_back(Hardware::event(EV_KEY, KEY_C, 1), false); // a frame left open
+    kbd.queue.emplace_back(fed::event(EV_KEY, KEY_C, 1), false); // a frame left open
     kbd.down.set(KEY_C);
     read("/dev/input/event1");
     kbd.overflow({{KEY_B, 1}, {KEY_VOLUMEUP, 1}});

@@ -7,8 +7,28 @@
 
 #include <deque>
 #include <map>
+#include <tuple>
 
 namespace fed {
+
+inline input_event event(unsigned type, unsigned code, int value)
+{
+    input_event e{};
+    e.type = static_cast<unsigned short>(type);
+    e.code = static_cast<unsigned short>(code);
+    e.value = value;
+    return e;
+}
+
+// Events without their time stamps, for comparing.
+using Triple = std::tuple<int, int, int>;
+inline std::vector<Triple> triples(const std::vector<input_event>& events)
+{
+    std::vector<Triple> out;
+    for (const input_event& e : events)
+        out.emplace_back(e.type, e.code, e.value);
+    return out;
+}
 
 // One device as the kernel holds it: the events waiting to be read, the keys down, the grab.
 struct Hardware {
@@ -23,14 +43,6 @@ struct Hardware {
     std::vector<input_event> toClone;     // what the desktop writes to the clone
     bool cloned = false;
 
-    static input_event event(unsigned type, unsigned code, int value)
-    {
-        input_event e{};
-        e.type = static_cast<unsigned short>(type);
-        e.code = static_cast<unsigned short>(code);
-        e.value = value;
-        return e;
-    }
     // A key event and its SYN_REPORT, as a keyboard sends them.
     void key(unsigned code, int value)
     {

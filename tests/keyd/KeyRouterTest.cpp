@@ -1,20 +1,18 @@
 #include "keyd/KeyRouter.h"
 
+#include "FedInput.h"
+
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 using namespace keyd;
+using fed::Triple;
+using fed::triples;
 
 namespace {
 
 input_event ev(unsigned short type, unsigned short code, int value)
 {
-    input_event e{};
-    e.type = type;
-    e.code = code;
-    e.value = value;
-    return e;
+    return fed::event(type, code, value);
 }
 
 input_event key(unsigned short code, int value)
@@ -25,16 +23,6 @@ input_event key(unsigned short code, int value)
 input_event syn()
 {
     return ev(EV_SYN, SYN_REPORT, 0);
-}
-
-using Triple = std::tuple<int, int, int>;
-
-std::vector<Triple> triples(const std::vector<input_event>& events)
-{
-    std::vector<Triple> out;
-    for (const input_event& e : events)
-        out.emplace_back(e.type, e.code, e.value);
-    return out;
 }
 
 // A grabbed device fed one frame at a time, with the arming of the moment.
