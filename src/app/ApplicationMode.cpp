@@ -22,8 +22,7 @@ int runApplicationMode(int argc, char** argv, const CommandLine& commandLine)
 
     AppController::Options options;
     options.commandLine = commandLine;
-    // A key service of another name (a private one started by a test, or a development copy).
-    options.keyServicePath = qEnvironmentVariable("VELOTIDE_KEYD_SOCKET");
+    options.keyServicePath = commandLine.keyServicePath;
     AppController controller(std::move(options));
     quitOnSignals(app);
     controller.applicationDidFinishLaunching(&instance);

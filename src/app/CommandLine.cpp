@@ -9,6 +9,7 @@ const QString demoSetupAgainFlag = QStringLiteral("--demo-setup-again");
 const QString demoPanelFlag = QStringLiteral("--demo-panel");
 const QString demoFinishFlag = QStringLiteral("--demo-finish");
 const QString demoStepPrefix = QStringLiteral("--demo-step=");
+const QString keyServicePrefix = QStringLiteral("--key-service=");
 
 // Base 10, nothing else around it; anything that does not read as a number is 0.
 int demoStepNumber(QStringView text)
@@ -46,7 +47,9 @@ CommandLine CommandLine::parse(const QStringList& arguments)
         else if (argument.startsWith(demoStepPrefix)) {
             if (!line.demoStep)
                 line.demoStep = demoStepNumber(QStringView(argument).sliced(demoStepPrefix.size()));
-        } else if (i > 0)
+        } else if (argument.startsWith(keyServicePrefix))
+            line.keyServicePath = argument.sliced(keyServicePrefix.size());
+        else if (i > 0)
             line.unknownArguments.append(argument);
     }
     // The probe wins: it is the one mode meant to run beside everything else.

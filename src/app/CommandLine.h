@@ -25,6 +25,9 @@ struct CommandLine {
     // The setup step to stage, from the first "--demo-step=N"; an empty or non-numeric N
     // gives 0. Absent without the flag.
     std::optional<int> demoStep;
+    // The key service's socket from "--key-service=PATH" (a private service started by a
+    // test, or a development copy); empty for the usual one.
+    QString keyServicePath;
 
     // Arguments after the program path that mean nothing here. They are ignored; the entry
     // may log them.

@@ -1,18 +1,19 @@
 #include "app/ProbeMode.h"
 
+#include "app/CommandLine.h"
 #include "app/Probe.h"
 
 #include <QCoreApplication>
 
 #include <cstdio>
 
-int runProbeMode(int argc, char** argv)
+int runProbeMode(int argc, char** argv, const CommandLine& commandLine)
 {
     QCoreApplication app(argc, argv);
-    // The key service the application would use (a private one started by a test, or a
-    // development copy), so that the probe judges input access as the application does.
+    // The key service the application would use, so that the probe judges input access as
+    // the application does.
     Probe::Options options;
-    options.keyServicePath = qEnvironmentVariable("VELOTIDE_KEYD_SOCKET");
+    options.keyServicePath = commandLine.keyServicePath;
     Probe probe(
         [](const QStringList& lines) {
             for (const QString& line : lines) {

@@ -23,7 +23,7 @@ int main(int argc, char** argv)
     const CommandLine commandLine = CommandLine::parse(argumentList(argc, argv));
     switch (commandLine.mode) {
     case RunMode::probe:
-        return runProbeMode(argc, argv);
+        return runProbeMode(argc, argv, commandLine);
     case RunMode::hudDemo:
         return runHudDemoMode(argc, argv);
     case RunMode::application:

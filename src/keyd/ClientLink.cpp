@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,6 +22,8 @@ ClientLink::~ClientLink()
         close(m_listenFd);
         unlink(m_path.c_str());
     }
+    if (m_lockFd >= 0)
+        close(m_lockFd);
 }
 
 Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::string& path,
@@ -28,25 +32,42 @@ Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::s
     std::unique_ptr<ClientLink> link(new ClientLink);
     link->m_path = path;
     link->m_seatFile = seatFile;
+    // The socket is bound under a name of its own and renamed into place once it listens,
+    // so that a client that finds the file can always connect.
+    const std::string binding = path + ".new";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
+    if (binding.size() >= sizeof address.sun_path)
         return LinkError{"socket path too long: " + path};
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    std::memcpy(address.sun_path, binding.c_str(), binding.size() + 1);
+
+    // Whoever holds the lock owns the socket: a second service must neither take over nor
+    // delete the first one's. The kernel releases the lock when its holder ends, however.
+    const std::string lockPath = path + ".lock";
+    link->m_lockFd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (link->m_lockFd < 0)
+        return LinkError{"cannot open " + lockPath + ": " + std::strerror(errno)};
+    if (flock(link->m_lockFd, LOCK_EX | LOCK_NB) < 0) {
+        if (errno == EWOULDBLOCK)
+            return LinkError{"another instance is already running on " + path};
+        return LinkError{"cannot lock " + lockPath + ": " + std::strerror(errno)};
+    }
 
     link->m_listenFd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (link->m_listenFd < 0)
         return LinkError{std::string("cannot make a socket: ") + std::strerror(errno)};
-    unlink(path.c_str());
-    if (bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0) {
+    unlink(binding.c_str());
+    const bool bound =
+        bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (bound)
+        chmod(binding.c_str(), 0666);
+    if (!bound || ::listen(link->m_listenFd, 4) < 0 || rename(binding.c_str(), path.c_str()) < 0) {
         int error = errno;
         close(link->m_listenFd);
         link->m_listenFd = -1;
+        unlink(binding.c_str());
         return LinkError{"cannot listen on " + path + ": " + std::strerror(error)};
     }
-    chmod(path.c_str(), 0666);
-    if (::listen(link->m_listenFd, 4) < 0)
-        return LinkError{"cannot listen on " + path + ": " + std::strerror(errno)};
     return link;
 }
 

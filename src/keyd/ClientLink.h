@@ -24,8 +24,9 @@ public:
     ClientLink(const ClientLink&) = delete;
     ClientLink& operator=(const ClientLink&) = delete;
 
-    // Listens on `path` (replacing a stale socket file), open to every local user: who may
-    // stay is decided per connection from its peer credentials.
+    // Listens on `path` (replacing a stale socket file, never one another service still
+    // holds), open to every local user: who may stay is decided per connection from its peer
+    // credentials.
     static Expected<std::unique_ptr<ClientLink>, LinkError> listen(const std::string& path,
                                                                    const std::string& seatFile);
 
@@ -50,6 +51,7 @@ private:
 
     std::string m_path;
     std::string m_seatFile;
+    int m_lockFd = -1; // held while this service owns the socket
     int m_listenFd = -1;
     int m_clientFd = -1;
     uid_t m_clientUid = 0;

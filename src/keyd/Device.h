@@ -4,14 +4,11 @@
 // clone: the device is grabbed so that the desktop reads the clone instead, and the clone
 // carries everything the router passes on.
 
+#include "keyd/Input.h"
 #include "keyd/KeyRouter.h"
-#include "support/Expected.h"
 
 #include <memory>
 #include <string>
-
-struct libevdev;
-struct libevdev_uinput;
 
 namespace keyd {
 
@@ -25,40 +22,25 @@ enum class DeviceRole {
     pointer,   // has pointer buttons: read without grabbing while a client wants buttons
 };
 
-struct DeviceCaps {
-    std::string name;
-    bool volumeKeys = false;
-    bool shiftKeys = false;
-    bool pointerButtons = false;
-};
-
 DeviceRole roleOf(const DeviceCaps& caps);
-
-struct DeviceError {
-    std::string message;
-};
 
 class Device {
 public:
+    Device(std::string node, std::string syspath, std::unique_ptr<InputDevice> input);
     ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
-    // Opens the node, non-blocking, and reads its capabilities. Creates no clone yet.
-    static Expected<std::unique_ptr<Device>, DeviceError> open(const std::string& node,
-                                                               const std::string& syspath);
-
     const std::string& node() const { return m_node; }
     const std::string& syspath() const { return m_syspath; }
-    const std::string& name() const { return m_name; }
-    DeviceCaps caps() const;
+    const std::string& name() const { return m_caps.name; }
+    const DeviceCaps& caps() const { return m_caps; }
 
-    // Makes the uinput clone; the desktop sees it at once but nothing goes through it until
-    // the device is grabbed.
+    // Makes the clone; the desktop sees it at once but nothing goes through it until the
+    // device is grabbed.
     Expected<Done, DeviceError> createClone();
     bool hasClone() const { return m_clone != nullptr; }
     std::string cloneSyspath() const;
-    std::string cloneNode() const;
 
     // Grabs the device if none of its keys is held, as far as both the events read so far and
     // the kernel's key state say; a key that went down during the grab undoes it. True when
@@ -66,8 +48,8 @@ public:
     bool grabIfNeutral();
     bool isGrabbed() const { return m_router.isGrabbed(); }
 
-    // Reads every pending event (until EAGAIN, resyncing after SYN_DROPPED), routes each and
-    // writes the passed frames to the clone. Reports and buttons land in `out`.
+    // Reads every pending event (resyncing after SYN_DROPPED), routes each and writes the
+    // passed frames to the clone. Reports and buttons land in `out`.
     Expected<Done, DeviceError> drain(const RouteContext& context, RouteOutput& out);
 
     // Hands the desktop's LED and sound requests, written to the clone, to the device.
@@ -76,21 +58,17 @@ public:
     // True when the kernel says a Shift key of this device is down now.
     bool isShiftHeld() const;
 
-    int fd() const;
-    int cloneFd() const;
+    int fd() const { return m_input->fd(); }
+    int cloneFd() const { return m_clone ? m_clone->fd() : -1; }
 
 private:
-    Device() = default;
     bool isKernelNeutral() const;
-    Expected<Done, DeviceError> writeToClone(const std::vector<input_event>& frame);
 
     std::string m_node;
     std::string m_syspath;
-    std::string m_name;
-    int m_fd = -1;
-    int m_stateFd = -1; // only for asking which keys are down; never read
-    libevdev* m_evdev = nullptr;
-    libevdev_uinput* m_clone = nullptr;
+    std::unique_ptr<InputDevice> m_input;
+    DeviceCaps m_caps;
+    std::unique_ptr<Clone> m_clone;
     KeyRouter m_router;
 };
 

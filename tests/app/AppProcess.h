@@ -22,7 +22,7 @@ public:
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
         env.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/state"));
         env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
-        env.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"), home + QStringLiteral("/no-keyd"));
+        m_arguments << QStringLiteral("--key-service=") + home + QStringLiteral("/no-keyd");
         m_process.setProcessEnvironment(env);
         QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] { readErrors(); });
     }
@@ -40,7 +40,7 @@ public:
         m_process.setProcessEnvironment(env);
     }
 
-    void start() { m_process.start(m_program, {}); }
+    void start() { m_process.start(m_program, m_arguments); }
 
     // Ends it as a session ending would (SIGTERM), killing it only when that fails; answers
     // the exit code, or -1 when it did not end by itself.
@@ -119,6 +119,7 @@ private:
     }
 
     QString m_program;
+    QStringList m_arguments;
     QProcess m_process;
     QString m_stderr;
     qsizetype m_parsed = 0;

@@ -83,6 +83,10 @@ TEST(CommandLine, UnknownArgumentsAreSetAsideWithoutTheProgramPath)
         parse({"--frobnicate", "--probe=1", "--probe", "--demo-step=1", "--demo-step=2"});
     EXPECT_EQ(line.mode, RunMode::probe);
     EXPECT_EQ(line.unknownArguments, (QStringList{"--frobnicate", "--probe=1"}));
+
+    const CommandLine service = parse({"--key-service=/tmp/k.sock", "--key-service"});
+    EXPECT_EQ(service.keyServicePath, QStringLiteral("/tmp/k.sock"));
+    EXPECT_EQ(service.unknownArguments, QStringList{"--key-service"});
 }
 
 } // namespace

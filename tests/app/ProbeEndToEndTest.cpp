@@ -106,14 +106,16 @@ protected:
             environment.remove(QString::fromLatin1(name));
         // Input access comes from the key service alone: no X server to fall back on.
         environment.remove(QStringLiteral("DISPLAY"));
-        environment.insert(QStringLiteral("VELOTIDE_KEYD_SOCKET"),
-                           withInputAccess ? keyService() : m_state.filePath("no-keyd.sock"));
         if (!sessionBus.isEmpty())
             environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), sessionBus);
 
         QProcess process;
         process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(VELOTIDE_PROGRAM), arguments);
+        process.start(
+            QStringLiteral(VELOTIDE_PROGRAM),
+            arguments +
+                QStringList{QStringLiteral("--key-service=") +
+                            (withInputAccess ? keyService() : m_state.filePath("no-keyd.sock"))});
         ProbeRun run;
         const bool finished = process.waitForFinished(30000);
         if (!finished) {

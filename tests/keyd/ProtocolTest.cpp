@@ -24,17 +24,6 @@ TEST(KeydProtocol, everyMessageSurvivesTheRoundTrip)
     }
 }
 
-TEST(KeydProtocol, byteLayoutIsFixed)
-{
-    // The layout is the contract with the application's client: pin it byte by byte.
-    EXPECT_EQ(encode(Hello{1, HelloStatus::busy}), (Record{0x10, 2, 1, 0, 'V', 'K', 'Y', 'D'}));
-    EXPECT_EQ(encode(Health{0x0203}), (Record{0x11, 0, 3, 2, 0, 0, 0, 0}));
-    EXPECT_EQ(encode(KeyReport{MediaKey::mute, true, true}), (Record{0x12, 7, 3, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(encode(PointerButton{0x111}), (Record{0x13, 0, 0x11, 0x01, 0, 0, 0, 0}));
-    EXPECT_EQ(encode(SetArmed{true}), (Record{0x01, 1, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(encode(SetPointerButtons{false}), (Record{0x02, 0, 0, 0, 0, 0, 0, 0}));
-}
-
 TEST(KeydProtocol, malformedAndUnknownRecordsDecodeToNothing)
 {
     EXPECT_FALSE(decodeServiceMessage(Record{0x10, 0, 1, 0, 'X', 'K', 'Y', 'D'})); // bad magic

@@ -6,7 +6,6 @@
 #include <QLocalSocket>
 #include <QPointer>
 
-#include <optional>
 #include <vector>
 
 // A stand-in for velotide-keyd on a real Unix socket: it greets each client with `hello`
@@ -56,7 +55,6 @@ public:
     std::vector<keyd::ClientMessage> received;
     int connections = 0;
     keyd::Hello hello;
-    std::optional<keyd::Health> health = keyd::Health{1};
 
 private:
     void accept()
@@ -73,8 +71,7 @@ private:
                 next->disconnectFromServer();
                 continue;
             }
-            if (health)
-                send(*health);
+            send(keyd::Health{1});
         }
     }
 

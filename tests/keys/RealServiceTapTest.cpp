@@ -31,10 +31,13 @@ public:
     bool start()
     {
         m_process.setProcessChannelMode(QProcess::ForwardedChannels);
-        m_process.start(
-            qEnvironmentVariable("VELOTIDE_KEYD"),
-            {QStringLiteral("--socket=") + m_socket, QStringLiteral("--seat-file=") + m_seat});
+        m_process.start(qEnvironmentVariable("VELOTIDE_KEYD"), arguments());
+        // The service renames its socket into place once it listens: there, it answers.
         return spinUntil([&] { return QFile::exists(m_socket); });
+    }
+    QStringList arguments() const
+    {
+        return {QStringLiteral("--socket=") + m_socket, QStringLiteral("--seat-file=") + m_seat};
     }
     void stop()
     {
@@ -76,6 +79,14 @@ TEST(RealServiceTap, talksWithTheRealServiceThroughItsWholeLife)
                                         "connected) — keys stay with the desktop")) == 1;
     }));
     EXPECT_EQ(second.lastHealth(), std::pair(true, false));
+
+    // A second service on the same socket stops at once and leaves the first one's alone.
+    QProcess again;
+    again.start(qEnvironmentVariable("VELOTIDE_KEYD"), service.arguments());
+    ASSERT_TRUE(again.waitForFinished(10000));
+    EXPECT_EQ(again.exitCode(), 1);
+    EXPECT_TRUE(again.readAllStandardError().contains("another instance is already running"));
+    ASSERT_TRUE(QFile::exists(service.socketPath())) << "the first service's socket was deleted";
 
     // The service stops (its socket goes with it): input access is gone. It comes back: the
     // watchdog finds it again.

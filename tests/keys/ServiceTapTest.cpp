@@ -208,15 +208,6 @@ TEST_F(ServiceTapTest, aDeadServiceIsRebuiltByTheWatchdogAndPicksUpWhenItReturns
     EXPECT_TRUE(waitForHealth({true, true}));
 }
 
-TEST_F(ServiceTapTest, withoutServiceAndWithoutX11TheTapIsInactive)
-{
-    auto tap = makeTap(); // nothing listens at path()
-    EXPECT_EQ(tap->backendName(), QStringLiteral("none"));
-    EXPECT_FALSE(tap->install());
-    EXPECT_EQ(recorder.lastHealth(), std::pair(false, false));
-    EXPECT_FALSE(tap->setPointerButtonHandler([] {}));
-}
-
 TEST_F(ServiceTapTest, dismissMonitorUsesTheServicesPointerButtonsWithoutX11)
 {
     ASSERT_TRUE(service.start());

@@ -48,44 +48,12 @@ protected:
     LogWatch log;
 };
 
-TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndNeverReachTheWindow)
+TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndOnlyShiftChangesThem)
 {
     recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
     EXPECT_EQ(log.count(QStringLiteral("Volume keys now control the Sonos")), 1);
-
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up, down, mute}));
-    settle();
-
-    const std::vector<Key> expected{{MediaKey::soundUp, false, false},
-                                    {MediaKey::soundDown, false, false},
-                                    {MediaKey::mute, false, false}};
-    EXPECT_EQ(recorder.keys, expected);
-    EXPECT_EQ(windowSaw(Qt::Key_VolumeUp) + windowSaw(Qt::Key_VolumeDown) +
-                  windowSaw(Qt::Key_VolumeMute),
-              0);
-}
-
-TEST_F(X11TapTest, unarmedKeysReachTheFocusedWindowAndAreNotReported)
-{
-    recorder.armedAnswer = false;
-    ASSERT_TRUE(tap->install());
-
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up, mute}));
-    ASSERT_TRUE(spinUntil([&] {
-        return window.releases(Qt::Key_VolumeUp) == 1 && window.releases(Qt::Key_VolumeMute) == 1;
-    }));
-    EXPECT_EQ(window.presses(Qt::Key_VolumeUp), 1);
-    EXPECT_EQ(window.presses(Qt::Key_VolumeMute), 1);
-    EXPECT_GE(recorder.armedAsked, 2);
-    EXPECT_TRUE(recorder.keys.empty());
-}
-
-TEST_F(X11TapTest, shiftMakesAFineStepAndOtherModifiersAndLocksChangeNothing)
-{
-    recorder.armedAnswer = true;
-    ASSERT_TRUE(tap->install());
 
     ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("shift+") + up,
                          QStringLiteral("ctrl+") + down, QStringLiteral("alt+") + mute}));

@@ -22,18 +22,6 @@
 
 namespace guest {
 
-std::int64_t monotonicNs()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000000000LL + now.tv_nsec;
-}
-
-std::int64_t stampNs(const input_event& event)
-{
-    return event.input_event_sec * 1000000000LL + event.input_event_usec * 1000LL;
-}
-
 namespace {
 
 std::string readLine(const std::string& path)
@@ -135,21 +123,12 @@ input_event VirtualKeyboard::event(unsigned type, unsigned code, int value)
     return e;
 }
 
-std::int64_t VirtualKeyboard::frame(const std::vector<input_event>& events)
+void VirtualKeyboard::frame(const std::vector<input_event>& events)
 {
     std::vector<input_event> all = events;
     all.push_back(event(EV_SYN, SYN_REPORT, 0));
-    const std::int64_t before = monotonicNs();
     const auto size = static_cast<ssize_t>(all.size() * sizeof(input_event));
     if (write(libevdev_uinput_get_fd(m_device), all.data(), static_cast<size_t>(size)) != size)
-        throw std::runtime_error("cannot write to " + m_name);
-    return before;
-}
-
-void VirtualKeyboard::raw(const std::vector<input_event>& events)
-{
-    const auto size = static_cast<ssize_t>(events.size() * sizeof(input_event));
-    if (write(libevdev_uinput_get_fd(m_device), events.data(), static_cast<size_t>(size)) != size)
         throw std::runtime_error("cannot write to " + m_name);
 }
 
@@ -240,16 +219,6 @@ int KeydProcess::stop()
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-long KeydProcess::residentKb() const
-{
-    std::ifstream in("/proc/" + std::to_string(m_pid) + "/status");
-    std::string line;
-    while (std::getline(in, line))
-        if (line.rfind("VmRSS:", 0) == 0)
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-    return -1;
-}
-
 std::string KeydProcess::log() const
 {
     std::ifstream in(kLog);
@@ -282,14 +251,8 @@ Client::Client()
 
 Client::~Client()
 {
-    close();
-}
-
-void Client::close()
-{
     if (m_fd >= 0)
         ::close(m_fd);
-    m_fd = -1;
 }
 
 void Client::send(const keyd::ClientMessage& message)
@@ -321,8 +284,6 @@ void Client::pump(Millis timeout, std::size_t count)
                     this->health = health->devicesGrabbed;
                 else if (auto* report = std::get_if<keyd::KeyReport>(&*message))
                     reports.push_back(*report);
-                else if (auto* button = std::get_if<keyd::PointerButton>(&*message))
-                    buttons.push_back(*button);
             }
             continue;
         }

@@ -20,9 +20,6 @@ namespace guest {
 using namespace std::chrono_literals;
 using Millis = std::chrono::milliseconds;
 
-std::int64_t monotonicNs();
-std::int64_t stampNs(const input_event& event);
-
 // The node of the input device with this name, waiting up to `timeout` for it to appear;
 // empty if it does not.
 std::string waitForNode(const std::string& name, Millis timeout);
@@ -37,11 +34,9 @@ public:
 
     void plug();
     void unplug();
-    // Writes the events and a SYN_REPORT in one go; returns the time just before the write.
-    std::int64_t frame(const std::vector<input_event>& events);
+    // Writes the events and a SYN_REPORT in one go.
+    void frame(const std::vector<input_event>& events);
     void key(unsigned code, int value) { frame({event(EV_KEY, code, value)}); }
-    // Writes the events exactly as given, in one write (several frames at once, say).
-    void raw(const std::vector<input_event>& events);
     const std::string& node() const { return m_node; }
     const std::string& name() const { return m_name; }
 
@@ -81,7 +76,6 @@ public:
 
     // Sends SIGTERM and waits; returns the exit status.
     int stop();
-    long residentKb() const;
     std::string log() const;
     pid_t pid() const { return m_pid; }
 
@@ -100,7 +94,6 @@ public:
     Client& operator=(const Client&) = delete;
 
     void send(const keyd::ClientMessage& message);
-    void close();
     // Reads what arrives within `timeout`; stops early once `count` key reports are waiting.
     void pump(Millis timeout, std::size_t count = SIZE_MAX);
     bool waitForHealth(int devices, Millis timeout);
@@ -108,9 +101,7 @@ public:
     std::optional<keyd::Hello> hello;
     int health = -1;
     std::vector<keyd::KeyReport> reports;
-    std::vector<keyd::PointerButton> buttons;
     bool hungUp = false;
-    int fd() const { return m_fd; }
 
 private:
     int m_fd = -1;

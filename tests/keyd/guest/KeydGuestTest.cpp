@@ -12,7 +12,6 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -60,12 +59,6 @@ MediaKey mediaKey(unsigned code)
                                     : MediaKey::mute;
 }
 
-std::int64_t percentile(std::vector<std::int64_t> values, double p)
-{
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(p * static_cast<double>(values.size() - 1))];
-}
-
 // How many devices of the test machine itself the service grabs (its emulated PS/2 keyboard).
 int baseDevices()
 {
@@ -100,8 +93,6 @@ protected:
         keyd = std::make_unique<KeydProcess>();
         client = std::make_unique<Client>();
         ASSERT_TRUE(client->hello);
-        EXPECT_EQ(client->hello->status, keyd::HelloStatus::accepted);
-        EXPECT_EQ(client->hello->version, keyd::kProtocolVersion);
     }
 
     // Starts the service with a keyboard of every test key, waits until the service holds it
@@ -169,16 +160,13 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
                              KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE};
     std::map<unsigned, bool> held, swallowed;
     bool armed = false;
-    std::vector<std::int64_t> delays;
-    int written = 0, bursts = 0, flips = 0;
-    const std::int64_t began = monotonicNs();
+    int written = 0, bursts = 0;
 
     while (written < total) {
         if (random() % 8 == 0) {
             settleArming(!armed, held);
             ASSERT_FALSE(HasFatalFailure());
             armed = !armed;
-            ++flips;
         }
         std::vector<input_event> burst;
         const int frames = 1 + static_cast<int>(random() % 6);
@@ -213,7 +201,7 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
             }
         }
         keyboard->key(kMarker, 1);
-        const std::int64_t markerWritten = keyboard->frame({ev(EV_KEY, kMarker, 0)});
+        keyboard->key(kMarker, 0);
         burst.push_back(ev(EV_KEY, kMarker, 1));
         burst.push_back(ev(EV_SYN, SYN_REPORT, 0));
         burst.push_back(ev(EV_KEY, kMarker, 0));
@@ -221,12 +209,9 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
         auto out = clone->read(5000ms, kMarker, 0);
         ASSERT_EQ(triples(out), triples(burst))
             << "burst " << bursts << " after " << written << " events, armed " << armed;
-        delays.push_back(stampNs(out.back()) - markerWritten);
         client->pump(0ms);
         ++bursts;
     }
-    const double seconds = static_cast<double>(monotonicNs() - began) / 1e9;
-
     client->pump(5000ms, expected.size());
     ASSERT_EQ(client->reports.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -236,14 +221,6 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
         EXPECT_EQ(client->reports[i].isRepeat, expected[i].isRepeat) << "report " << i;
     }
     EXPECT_TRUE(device.read(0ms).empty()) << "the desktop read the grabbed device directly";
-
-    std::printf("keyd stream: %d random key events in %d bursts, %d arming changes, %zu "
-                "reports, %.1f s (%.0f events/s under emulation)\n",
-                written, bursts, flips, expected.size(), seconds, written / seconds);
-    std::printf("keyd stream: burst end delay median %lld us, p99 %lld us; resident memory "
-                "%ld kB\n",
-                static_cast<long long>(percentile(delays, 0.5) / 1000),
-                static_cast<long long>(percentile(delays, 0.99) / 1000), keyd->residentKb());
 }
 
 TEST_F(KeydGuest, grabWaitsUntilNoKeyIsHeld)
@@ -279,166 +256,19 @@ TEST_F(KeydGuest, grabWaitsUntilNoKeyIsHeld)
     EXPECT_TRUE(clone.heldKeys().empty());
 }
 
-TEST_F(KeydGuest, keyUpFollowsItsKeyDownAcrossArmingChanges)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test arming keyboard"));
-
-    // Down while disarmed, up while armed: both reach the desktop, nothing is reported.
-    keyboard->key(KEY_VOLUMEUP, 1);
-    EXPECT_TRUE(contains(throughMarker(), KEY_VOLUMEUP, 1));
-    settleArming(true, {{KEY_VOLUMEUP, true}});
-    keyboard->key(KEY_VOLUMEUP, 2);
-    keyboard->key(KEY_VOLUMEUP, 0);
-    auto out = throughMarker();
-    EXPECT_TRUE(contains(out, KEY_VOLUMEUP, 2) && contains(out, KEY_VOLUMEUP, 0));
-
-    // Down while armed, up while disarmed: neither reaches the desktop; the down is reported.
-    keyboard->key(KEY_VOLUMEDOWN, 1);
-    EXPECT_FALSE(contains(throughMarker(), KEY_VOLUMEDOWN, 1));
-    expected.push_back(KeyReport{MediaKey::soundDown, false, false});
-    settleArming(false, {{KEY_VOLUMEDOWN, true}});
-    keyboard->key(KEY_VOLUMEDOWN, 0);
-    EXPECT_FALSE(contains(throughMarker(), KEY_VOLUMEDOWN, 0));
-
-    client->pump(3000ms, expected.size());
-    ASSERT_EQ(client->reports.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(client->reports[i].key, expected[i].key);
-    EXPECT_TRUE(clone->heldKeys().empty());
-}
-
-TEST_F(KeydGuest, clientThatVanishesMidPressStrandsNoKey)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test vanish keyboard"));
-    settleArming(true);
-
-    keyboard->key(KEY_VOLUMEDOWN, 1);
-    client->pump(3000ms, expected.size() + 1);
-    ASSERT_EQ(client->reports.size(), expected.size() + 1);
-    client->close();
-    std::this_thread::sleep_for(300ms);
-    keyboard->key(KEY_VOLUMEDOWN, 2);
-    keyboard->key(KEY_VOLUMEDOWN, 0);
-    auto out = throughMarker();
-    EXPECT_FALSE(contains(out, KEY_VOLUMEDOWN, 2) || contains(out, KEY_VOLUMEDOWN, 0))
-        << "the rest of a swallowed press reached the desktop";
-
-    // Nobody armed: the next press is the desktop's.
-    keyboard->key(KEY_VOLUMEDOWN, 1);
-    keyboard->key(KEY_VOLUMEDOWN, 0);
-    out = throughMarker();
-    EXPECT_TRUE(contains(out, KEY_VOLUMEDOWN, 1) && contains(out, KEY_VOLUMEDOWN, 0));
-    EXPECT_TRUE(clone->heldKeys().empty());
-
-    // The place is free again.
-    Client next;
-    ASSERT_TRUE(next.hello);
-    EXPECT_EQ(next.hello->status, keyd::HelloStatus::accepted);
-}
-
-TEST_F(KeydGuest, overflowedDeviceIsResyncedWithoutStrandingOrLeakingKeys)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test flood keyboard"));
-    settleArming(true);
-
-    // Far more than the kernel keeps for a reader that has not read yet, in one write, so
-    // the service sees SYN_DROPPED and must rebuild the state: B and volume-up end up held.
-    std::vector<input_event> flood;
-    auto add = [&](unsigned code, int value) {
-        flood.push_back(ev(EV_KEY, code, value));
-        flood.push_back(ev(EV_SYN, SYN_REPORT, 0));
-    };
-    add(KEY_C, 1);
-    for (int i = 0; i < 200; ++i) {
-        add(KEY_A, 1);
-        add(KEY_A, 0);
-    }
-    add(KEY_C, 0);
-    add(KEY_B, 1);
-    add(KEY_VOLUMEUP, 1);
-    keyboard->raw(flood);
-    clone->read(5000ms, KEY_B, 1);
-    // The resynced volume key-down is a new press, decided by the arming: swallowed.
-    client->pump(3000ms, expected.size() + 1);
-    ASSERT_EQ(client->reports.size(), expected.size() + 1);
-    EXPECT_EQ(client->reports.back().key, MediaKey::soundUp);
-    EXPECT_EQ(clone->heldKeys(), (std::vector<unsigned>{KEY_B}));
-
-    keyboard->key(KEY_VOLUMEUP, 0);
-    keyboard->key(KEY_B, 0);
-    auto out = throughMarker();
-    EXPECT_FALSE(contains(out, KEY_VOLUMEUP, 0)) << "the release left its press";
-    EXPECT_TRUE(contains(out, KEY_B, 0));
-    EXPECT_TRUE(clone->heldKeys().empty());
-    EXPECT_NE(keyd->log().find("dropped by the kernel"), std::string::npos)
-        << "no overflow happened";
-}
-
-TEST_F(KeydGuest, secondClientIsTurnedAwayAndTheFirstKeepsWorking)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test second client keyboard"));
-
-    Client second;
-    ASSERT_TRUE(second.hello);
-    EXPECT_EQ(second.hello->status, keyd::HelloStatus::busy);
-    second.pump(2000ms);
-    EXPECT_TRUE(second.hungUp);
-
-    settleArming(true);
-    client->pump(3000ms, expected.size());
-    EXPECT_EQ(client->reports.size(), expected.size());
-}
-
-TEST_F(KeydGuest, clientThatStopsReadingIsDroppedAndTheKeysReturn)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test full keyboard"));
-    settleArming(true);
-
-    // From here the client reads nothing: every press is swallowed and reported until the
-    // service's send buffer is full; then the client is dropped and presses pass again.
-    // Four presses at a time stay well inside the kernel's 64-event buffer of each reader.
-    int presses = 0;
-    bool passed = false;
-    const auto end = std::chrono::steady_clock::now() + 120s;
-    while (!passed && std::chrono::steady_clock::now() < end) {
-        for (int i = 0; i < 4; ++i, ++presses) {
-            keyboard->key(KEY_MUTE, 1);
-            keyboard->key(KEY_MUTE, 0);
-        }
-        auto out = throughMarker();
-        passed = contains(out, KEY_MUTE, 1);
-        if (passed) {
-            EXPECT_TRUE(contains(out, KEY_MUTE, 0)) << "a press split when the client dropped";
-        }
-    }
-    ASSERT_TRUE(passed) << "the client was never dropped";
-    client->pump(3000ms);
-    EXPECT_TRUE(client->hungUp);
-    EXPECT_GT(client->reports.size(), 10u);
-    EXPECT_TRUE(clone->heldKeys().empty());
-    std::printf("keyd full client: dropped after %d presses, %zu reports were buffered\n", presses,
-                client->reports.size());
-}
-
 TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
 {
     start();
-    VirtualKeyboard steady("keyd-test steady keyboard", kAllKeys);
     VirtualKeyboard plugged("keyd-test replugged keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 2, 5000ms));
-    Observer steadyClone(waitForNode(cloneName(steady), 3000ms));
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
 
     plugged.key(KEY_A, 1); // unplugged with a key down
     plugged.unplug();
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+    ASSERT_TRUE(client->waitForHealth(baseDevices(), 5000ms));
     EXPECT_TRUE(waitForNoNode(cloneName(plugged), 3000ms)) << "the clone outlived its keyboard";
 
-    steady.key(KEY_B, 1);
-    steady.key(KEY_B, 0);
-    EXPECT_TRUE(contains(throughMarker(steady, steadyClone), KEY_B, 0));
-
     plugged.plug();
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 2, 5000ms));
+    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
     Observer clone(waitForNode(cloneName(plugged), 3000ms));
     ASSERT_TRUE(clone.isOpen());
     plugged.key(KEY_C, 1);
@@ -446,76 +276,6 @@ TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
     auto out = throughMarker(plugged, clone);
     EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
     EXPECT_TRUE(clone.heldKeys().empty());
-}
-
-TEST_F(KeydGuest, shiftOnAnotherKeyboardMakesTheStepFine)
-{
-    VirtualKeyboard letters("keyd-test letters", {KEY_A, KEY_LEFTSHIFT, KEY_RIGHTSHIFT});
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test consumer control",
-                                              {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker}));
-    Observer lettersDevice(letters.node());
-    settleArming(true);
-
-    letters.key(KEY_RIGHTSHIFT, 1);
-    EXPECT_TRUE(contains(lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 1), KEY_RIGHTSHIFT, 1))
-        << "the keyboard without volume keys is not grabbed";
-    keyboard->key(KEY_VOLUMEUP, 1);
-    keyboard->key(KEY_VOLUMEUP, 0);
-    // Shift counts as it is when the service reads the key, so it stays down until then.
-    client->pump(3000ms, expected.size() + 1);
-    letters.key(KEY_RIGHTSHIFT, 0);
-    lettersDevice.read(2000ms, KEY_RIGHTSHIFT, 0);
-    keyboard->key(KEY_VOLUMEDOWN, 1);
-    keyboard->key(KEY_VOLUMEDOWN, 0);
-
-    client->pump(3000ms, expected.size() + 2);
-    ASSERT_EQ(client->reports.size(), expected.size() + 2);
-    EXPECT_EQ(client->reports[expected.size()], (KeyReport{MediaKey::soundUp, true, false}));
-    EXPECT_EQ(client->reports[expected.size() + 1], (KeyReport{MediaKey::soundDown, false, false}));
-}
-
-TEST_F(KeydGuest, pointerButtonsAreReportedOnlyWhenAskedAndNeverGrabbed)
-{
-    start();
-    VirtualKeyboard mouse("keyd-test mouse", {BTN_LEFT, BTN_RIGHT});
-    Observer device(mouse.node());
-    client->pump(300ms);
-    mouse.key(BTN_LEFT, 1);
-    mouse.key(BTN_LEFT, 0);
-    client->pump(300ms);
-    EXPECT_TRUE(client->buttons.empty());
-
-    client->send(keyd::SetPointerButtons{true});
-    const auto end = std::chrono::steady_clock::now() + 5s;
-    while (client->buttons.empty() && std::chrono::steady_clock::now() < end) {
-        mouse.key(BTN_RIGHT, 1);
-        mouse.key(BTN_RIGHT, 0);
-        client->pump(100ms);
-    }
-    ASSERT_FALSE(client->buttons.empty());
-    EXPECT_EQ(client->buttons.front().button, BTN_RIGHT);
-    EXPECT_TRUE(contains(device.read(1000ms, BTN_RIGHT, 0), BTN_RIGHT, 1))
-        << "the pointer must stay the desktop's";
-    EXPECT_EQ(client->health, baseDevices());
-}
-
-TEST_F(KeydGuest, passThroughDelayAndMemory)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test bench keyboard"));
-    std::vector<std::int64_t> delays;
-    for (int i = 0; i < 1000; ++i) {
-        const int value = i % 2 == 0 ? 1 : 0;
-        const std::int64_t written = keyboard->frame({ev(EV_KEY, KEY_A, value)});
-        auto out = clone->read(5000ms, KEY_A, value);
-        ASSERT_FALSE(out.empty());
-        delays.push_back(stampNs(out.front()) - written);
-    }
-    std::printf("keyd bench: pass-through delay median %lld us, p99 %lld us over %zu events "
-                "(write into the keyboard to the clone's kernel time stamp, emulated CPU); "
-                "resident memory %ld kB\n",
-                static_cast<long long>(percentile(delays, 0.5) / 1000),
-                static_cast<long long>(percentile(delays, 0.99) / 1000), delays.size(),
-                keyd->residentKb());
 }
 
 TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
