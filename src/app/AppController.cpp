@@ -18,7 +18,6 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QMetaMethod>
-#include <QPointer>
 #include <QSysInfo>
 #include <QTimer>
 
@@ -62,10 +61,7 @@ AppController::AppController(Options options, QObject* parent)
     , m_options(std::move(options))
     , m_hud(std::make_unique<VolumeHUD>())
     , m_choicesStamp(QDateTime::fromMSecsSinceEpoch(0))
-    , m_networkMonitor(std::make_unique<NetworkWatch>([self = QPointer(this)] {
-        if (self)
-            self->m_speaker->reconnectNow(QStringLiteral("network changed"));
-    }))
+    , m_networkMonitor(std::make_unique<NetworkWatch>())
     , m_saves(std::make_unique<SerialQueue>())
 {
     m_audio = m_options.audio ? m_options.audio : std::make_shared<PulseAudio>();
@@ -74,6 +70,8 @@ AppController::AppController(Options options, QObject* parent)
     m_isFirstRun = loaded.isFirstRun;
     m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
     m_speaker->setKnownHost(m_settings.lastKnownHost);
+    connect(m_networkMonitor.get(), &NetworkWatch::changed, this,
+            [this] { m_speaker->reconnectNow(QStringLiteral("network changed")); });
 }
 
 AppController::~AppController()
@@ -88,43 +86,36 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     QApplication::setQuitOnLastWindowClosed(false);
     logStartLine();
 
-    QPointer self(this);
-    m_dismissMonitor = std::make_unique<DismissMonitor>([self](QPoint) {
-        if (!self)
-            return;
-        self->m_hud->dismiss();
-        self->updateDismissMonitor();
+    m_dismissMonitor = std::make_unique<DismissMonitor>();
+    connect(m_dismissMonitor.get(), &DismissMonitor::clicked, this, [this] {
+        m_hud->dismiss();
+        updateDismissMonitor();
     });
 
     m_status = std::make_unique<StatusItem>();
     connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
-    m_status->setCopyDiagnostics([self] {
-        if (self)
-            self->copyDiagnostics();
-    });
+    connect(m_status.get(), &StatusItem::copyDiagnosticsRequested, this,
+            &AppController::copyDiagnostics);
 
     if (instance)
-        instance->onShowRequest([self] {
-            if (self)
-                self->applicationShouldHandleReopen();
-        });
+        connect(instance, &SingleInstance::showRequested, this,
+                &AppController::applicationShouldHandleReopen);
 
-    m_sleepWatch = std::make_unique<SleepWatch>([self] {
-        if (self)
-            self->m_speaker->reconnectNow(QStringLiteral("woke from sleep"));
-    });
+    m_sleepWatch = std::make_unique<SleepWatch>();
+    connect(m_sleepWatch.get(), &SleepWatch::woke, this,
+            [this] { m_speaker->reconnectNow(QStringLiteral("woke from sleep")); });
     m_networkMonitor->start();
     scheduleDemonstrations();
 
+    // The tap is owned here and goes first in the destructor, so its callbacks may hold
+    // the controller plainly.
     EventTap::Callbacks callbacks;
-    callbacks.armed = [self] { return self && self->isArmed(); };
-    callbacks.onKey = [self](EventTap::MediaKey key, bool fine, bool isRepeat) {
-        if (self)
-            self->handle(key, fine, isRepeat);
+    callbacks.armed = [this] { return isArmed(); };
+    callbacks.onKey = [this](EventTap::MediaKey key, bool fine, bool isRepeat) {
+        handle(key, fine, isRepeat);
     };
-    callbacks.onHealthChange = [self](bool trusted, bool tapEnabled) {
-        if (self)
-            self->onHealthChange(trusted, tapEnabled);
+    callbacks.onHealthChange = [this](bool trusted, bool tapEnabled) {
+        onHealthChange(trusted, tapEnabled);
     };
     // Input access is a property of the key capture here, so the capture is made before the
     // question is asked, and installed after it.
@@ -174,18 +165,11 @@ void AppController::logStartLine() const
 // or the panel presented on its own.
 void AppController::scheduleDemonstrations()
 {
-    QPointer self(this);
     if (m_options.commandLine.demoSetupAgain)
         for (const auto delay : {1000ms, 2000ms})
-            QTimer::singleShot(delay, this, [self] {
-                if (self)
-                    self->showOnboarding();
-            });
+            QTimer::singleShot(delay, this, &AppController::showOnboarding);
     if (m_options.commandLine.demoPanel)
-        QTimer::singleShot(800ms, this, [self] {
-            if (self)
-                emit self->panelRequested();
-        });
+        QTimer::singleShot(800ms, this, &AppController::panelRequested);
 }
 
 void AppController::showOnboarding()
@@ -212,42 +196,31 @@ void AppController::explainInputAccess()
 
 void AppController::startUp()
 {
-    QPointer self(this);
     // Answers come back inside the speaker controller's own work: the refresh follows it,
     // and it began now, so a key pressed in between keeps the mirror's value.
-    m_speaker->onChange = [self] {
-        if (!self)
-            return;
-        QTimer::singleShot(0, self, [self, began = self->m_mirrorGeneration] {
-            if (self)
-                self->refreshConnection(began);
-        });
-    };
-    m_speaker->onHostLearned = [self](const QString& host) {
-        if (!self)
-            return;
-        self->m_settings.lastKnownHost = host;
-        self->saveSettings();
-    };
+    connect(m_speaker.get(), &SpeakerController::changed, this, [this] {
+        QTimer::singleShot(0, this,
+                           [this, began = m_mirrorGeneration] { refreshConnection(began); });
+    });
+    connect(m_speaker.get(), &SpeakerController::hostLearned, this, [this](const QString& host) {
+        m_settings.lastKnownHost = host;
+        saveSettings();
+    });
 
-    auto afterSetup = [self] {
-        if (!self)
-            return;
-        self->m_speaker->startSupervision();
-        self->refreshConnection(self->m_mirrorGeneration);
-        if (!self->m_choicesInFlight) {
-            self->m_choicesInFlight = true;
-            self->refreshChoices();
+    auto afterSetup = [this] {
+        m_speaker->startSupervision();
+        refreshConnection(m_mirrorGeneration);
+        if (!m_choicesInFlight) {
+            m_choicesInFlight = true;
+            refreshChoices();
         }
     };
     if (m_isFirstRun) {
         firstRunSetup(afterSetup);
     } else if (!m_settings.triggerConfigured && m_settings.triggerOutput.isEmpty()) {
         Log::info(QStringLiteral("no output recorded — looking again before deciding"));
-        whenAudioReady(m_audio.get(), this, [self, afterSetup] {
-            if (!self)
-                return;
-            self->detectTriggerOutput();
+        whenAudioReady(m_audio.get(), this, [this, afterSetup] {
+            detectTriggerOutput();
             afterSetup();
         });
     } else {
@@ -257,14 +230,9 @@ void AppController::startUp()
 
 void AppController::firstRunSetup(std::function<void()> done)
 {
-    QPointer self(this);
-    auto detectThenDone = [self, done] {
-        if (!self)
-            return;
-        whenAudioReady(self->m_audio.get(), self, [self, done] {
-            if (!self)
-                return;
-            self->detectTriggerOutput();
+    auto detectThenDone = [this, done] {
+        whenAudioReady(m_audio.get(), this, [this, done] {
+            detectTriggerOutput();
             done();
         });
     };
@@ -274,19 +242,12 @@ void AppController::firstRunSetup(std::function<void()> done)
     }
     SonosDiscovery::Coordinator::shared()
         .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [self, detectThenDone](const QList<SonosDevice>& zones) {
-            if (!self)
-                return;
-            ZoneTopology::visible(zones).then(
-                self, [self, detectThenDone](const QList<SonosDevice>& visible) {
-                    if (!self)
-                        return;
-                    ZoneTopology::states(visible).then(
-                        self, [self, detectThenDone](const QList<ZoneState>& states) {
-                            if (self)
-                                self->pickFromZones(states, detectThenDone);
-                        });
-                });
+        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
+        .unwrap()
+        .then(this, [](const QList<SonosDevice>& visible) { return ZoneTopology::states(visible); })
+        .unwrap()
+        .then(this, [this, detectThenDone](const QList<ZoneState>& states) {
+            pickFromZones(states, detectThenDone);
         });
 }
 
@@ -345,52 +306,42 @@ void AppController::refreshConnection(quint64 began)
 
 void AppController::refreshChoices()
 {
-    QPointer self(this);
     SonosDiscovery::Coordinator::shared()
         .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [self](const QList<SonosDevice>& zones) {
-            if (!self)
+        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
+        .unwrap()
+        .then(this, [](const QList<SonosDevice>& visible) { return ZoneTopology::states(visible); })
+        .unwrap()
+        .then(this, [this](const QList<ZoneState>& states) {
+            m_choicesInFlight = false;
+            if (states.isEmpty())
                 return;
-            ZoneTopology::visible(zones).then(self, [self](const QList<SonosDevice>& visible) {
-                if (!self)
-                    return;
-                ZoneTopology::states(visible).then(self, [self](const QList<ZoneState>& states) {
-                    if (!self)
-                        return;
-                    self->m_choicesInFlight = false;
-                    if (states.isEmpty())
-                        return;
-                    self->m_zoneStates = states;
-                    self->m_opticalCapable = ZoneTopology::opticalCapable(
-                        states, self->m_settings.speaker.isEmpty()
-                                    ? std::nullopt
-                                    : std::optional<QString>(self->m_settings.speaker));
-                    self->m_playingOverOptical = ZoneTopology::playingOverOptical(states);
-                    self->m_choicesStamp = QDateTime::currentDateTimeUtc();
-                    self->pollTrigger();
-                });
-            });
+            m_zoneStates = states;
+            m_opticalCapable = ZoneTopology::opticalCapable(
+                states, m_settings.speaker.isEmpty() ? std::nullopt
+                                                     : std::optional<QString>(m_settings.speaker));
+            m_playingOverOptical = ZoneTopology::playingOverOptical(states);
+            m_choicesStamp = QDateTime::currentDateTimeUtc();
+            pollTrigger();
         });
 }
 
 void AppController::saveSettings()
 {
     // The file is written on a worker, in order; the outcome comes back to the main thread.
-    QPointer self(this);
     const Settings copy = m_settings;
-    m_saves->async([self, copy] {
+    m_saves->async([this, copy] {
         const bool saved = copy.save();
+        // The queue is a member: the controller is still there while a job runs.
         QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, saved] {
-                if (!self)
-                    return;
+            this,
+            [this, saved] {
                 const bool failed = !saved;
-                if (failed == self->m_saveFailed)
+                if (failed == m_saveFailed)
                     return;
-                self->m_saveFailed = failed;
-                self->updateDismissMonitor();
-                self->pollTrigger();
+                m_saveFailed = failed;
+                updateDismissMonitor();
+                pollTrigger();
             },
             Qt::QueuedConnection);
     });
@@ -427,14 +378,11 @@ DiagnosticsState AppController::diagnosticsState() const
 void AppController::copyDiagnostics()
 {
     // The log is read off the main thread; the text reaches the clipboard back on it.
-    QPointer self(this);
-    m_saves->async([self, state = diagnosticsState()] {
+    m_saves->async([this, state = diagnosticsState()] {
         const QString text = diagnosticsText(state, Log::tail(kDiagnosticsLogLines));
         QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, text] {
-                if (!self)
-                    return;
+            this,
+            [text] {
                 QGuiApplication::clipboard()->setText(text);
                 Log::info(diagnosticsCopiedLogLine(text));
             },
@@ -453,12 +401,8 @@ void AppController::pollTrigger()
     if (m_pollInFlight)
         return;
     m_pollInFlight = true;
-    QPointer self(this);
     const quint64 generation = m_pollGeneration;
-    QTimer::singleShot(0, this, [self, generation] {
-        if (self)
-            self->deliver(self->buildSnapshot(generation));
-    });
+    QTimer::singleShot(0, this, [this, generation] { deliver(buildSnapshot(generation)); });
 }
 
 AppStatus AppController::buildSnapshot(quint64 generation) const
@@ -554,17 +498,11 @@ void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
 
     if (m_dismissMonitor)
         m_dismissMonitor->start();
-    QPointer self(this);
-    QTimer::singleShot(kDismissRedecision, this, [self] {
-        if (self)
-            self->updateDismissMonitor();
-    });
+    QTimer::singleShot(kDismissRedecision, this, &AppController::updateDismissMonitor);
 
     m_hud->show(m_mirrorVolume, m_mirrorMuted, !m_connected, m_settings.speaker);
     // The key path returns before any network work starts; the speaker controller keeps
     // the order of these hand-offs and coalesces them.
-    QTimer::singleShot(0, this, [self, sent = mirror] {
-        if (self)
-            self->m_speaker->apply(sent.volume, sent.muted);
-    });
+    QTimer::singleShot(0, this,
+                       [this, sent = mirror] { m_speaker->apply(sent.volume, sent.muted); });
 }

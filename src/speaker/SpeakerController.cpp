@@ -32,7 +32,7 @@ SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule
     , m_backoff(schedule.firstBackoff)
 {
     m_supervisor.setSingleShot(true);
-    QObject::connect(&m_supervisor, &QTimer::timeout, this, &SpeakerController::superviseStep);
+    connect(&m_supervisor, &QTimer::timeout, this, &SpeakerController::superviseStep);
 }
 
 SpeakerController::Snapshot SpeakerController::snapshot() const
@@ -43,8 +43,7 @@ SpeakerController::Snapshot SpeakerController::snapshot() const
 
 void SpeakerController::notify()
 {
-    if (onChange)
-        onChange();
+    emit changed();
 }
 
 // ---- Local changes -----------------------------------------------------------------------
@@ -139,7 +138,7 @@ void SpeakerController::sendToDevice(const Change& change, std::function<void()>
 
 // ---- Connecting --------------------------------------------------------------------------
 
-void SpeakerController::connect(Finish finish)
+void SpeakerController::connectToSpeaker(Finish finish)
 {
     const int attempt = ++m_connectGeneration;
     if (m_wantedName.isEmpty()) {
@@ -238,8 +237,7 @@ void SpeakerController::establish(const SonosDevice& device, const Levels& level
     m_resyncsSinceGroupCheck = 0;
     adopt(levels, false);
     m_knownHost = device.host;
-    if (onHostLearned)
-        onHostLearned(device.host);
+    emit hostLearned(device.host);
     notify();
 }
 
@@ -340,7 +338,7 @@ void SpeakerController::resync(std::function<void()> done)
         if (!levels) {
             Log::info("health check failed: " + describe(levels.error()));
             m_lastError = text("Speaker unreachable");
-            disconnect();
+            dropConnection();
             notify();
             return done();
         }
@@ -362,7 +360,7 @@ void SpeakerController::resync(std::function<void()> done)
     });
 }
 
-void SpeakerController::disconnect()
+void SpeakerController::dropConnection()
 {
     m_device.reset();
     m_coordinator.reset();
@@ -413,7 +411,7 @@ void SpeakerController::superviseStep()
     const bool quick = m_quickRetry || m_wakeRequested;
     m_quickRetry = false;
     m_wakeRequested = false;
-    connect([this, quick](Outcome outcome) {
+    connectToSpeaker([this, quick](Outcome outcome) {
         m_stepRunning = false;
         if (outcome == Outcome::Connected || (outcome == Outcome::Stale && m_device)) {
             m_backoff = m_schedule.firstBackoff;
@@ -430,7 +428,7 @@ void SpeakerController::switchTo(const QString& speakerName)
 {
     m_wantedName = speakerName;
     ++m_connectGeneration; // whatever was being connected is no longer wanted
-    disconnect();
+    dropConnection();
     m_knownHost.clear();
     m_lastError.clear();
     m_emptySweeps = 0;
@@ -444,7 +442,7 @@ void SpeakerController::switchTo(const QString& speakerName)
         if (!m_stepRunning)
             return scheduleStep(RetrySchedule::Duration::zero());
     }
-    connect([](Outcome) {});
+    connectToSpeaker([](Outcome) {});
 }
 
 void SpeakerController::reconnectNow(const QString& reason)
@@ -455,5 +453,5 @@ void SpeakerController::reconnectNow(const QString& reason)
         return;
     }
     Log::info("reconnecting immediately (" + reason + ")");
-    connect([](Outcome) {});
+    connectToSpeaker([](Outcome) {});
 }

@@ -58,8 +58,12 @@ public:
     // Where zone sweeps come from; the process-wide coordinator unless told otherwise.
     void setDiscovery(SonosDiscovery::Coordinator& discovery) { m_discovery = &discovery; }
 
-    std::function<void()> onChange;
-    std::function<void(const QString& host)> onHostLearned;
+signals:
+    // The snapshot may have changed; emitted inside the controller's own work, so a receiver
+    // that calls back into it should queue the call.
+    void changed();
+    // The chosen speaker answered at `host`.
+    void hostLearned(const QString& host);
 
 private:
     struct Levels {
@@ -79,7 +83,7 @@ private:
     void send(const Change& change, std::function<void()> done);
     void sendToDevice(const Change& change, std::function<void()> done);
 
-    void connect(Finish finish);
+    void connectToSpeaker(Finish finish);
     void connectByName(int attempt, const Finish& finish);
     void connectTo(const SonosDevice& device, bool remembered, int attempt,
                    const std::optional<QList<SonosDevice>>& visibleZones, const Finish& finish);
@@ -91,7 +95,7 @@ private:
     void readLevels(std::function<void(SonosResult<Levels>)> done);
     void adopt(const Levels& levels, bool fromElsewhere);
     void resync(std::function<void()> done);
-    void disconnect();
+    void dropConnection();
 
     void superviseStep();
     void scheduleStep(RetrySchedule::Duration delay);

@@ -106,8 +106,10 @@ protected:
         speaker = std::make_unique<SpeakerController>(name, quickSchedule());
         speaker->setDiscovery(*discovery);
         speaker->setKnownHost(knownHost);
-        speaker->onChange = [this] { seen.append(speaker->snapshot()); };
-        speaker->onHostLearned = [this](const QString& host) { learned.append(host); };
+        QObject::connect(speaker.get(), &SpeakerController::changed,
+                         [this] { seen.append(speaker->snapshot()); });
+        QObject::connect(speaker.get(), &SpeakerController::hostLearned,
+                         [this](const QString& host) { learned.append(host); });
         return *speaker;
     }
 
