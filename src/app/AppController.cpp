@@ -371,7 +371,8 @@ DiagnosticsState AppController::diagnosticsState() const
     d.speaker.connected = speaker.connected;
     d.speaker.volume = speaker.volume;
     d.speaker.muted = speaker.muted;
-    d.speaker.lastError = speaker.error;
+    if (speaker.problem)
+        d.speaker.lastError = speakerProblemText(*speaker.problem);
     return d;
 }
 
@@ -415,7 +416,7 @@ AppStatus AppController::buildSnapshot(quint64 generation) const
     status.connected = speaker.connected;
     status.volume = m_mirrorVolume;
     status.muted = m_mirrorMuted;
-    status.error = speaker.error;
+    status.problem = speaker.problem;
     status.saveFailed = m_saveFailed;
     return status;
 }

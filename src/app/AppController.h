@@ -7,6 +7,7 @@
 #include "app/VolumeMirror.h"
 #include "discovery/ZoneState.h"
 #include "keys/EventTap.h"
+#include "speaker/SpeakerProblem.h"
 #include "support/Settings.h"
 
 #include <QDateTime>
@@ -38,7 +39,7 @@ struct AppStatus {
     bool connected = false;
     int volume = 50;
     bool muted = false;
-    QString error;
+    std::optional<SpeakerProblem> problem;
     bool saveFailed = false;
 };
 

@@ -5,17 +5,11 @@
 #include "discovery/ZoneTopology.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
-#include "support/UiText.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace {
-
-QString text(const char* english)
-{
-    return uiText(english);
-}
 
 QString withMute(int volume, bool muted)
 {
@@ -38,7 +32,7 @@ SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule
 SpeakerController::Snapshot SpeakerController::snapshot() const
 {
     return {m_device ? m_device->name : m_wantedName, m_cachedVolume, m_cachedMuted,
-            m_device.has_value(), m_lastError};
+            m_device.has_value(), m_problem};
 }
 
 void SpeakerController::notify()
@@ -127,7 +121,7 @@ void SpeakerController::sendToDevice(const Change& change, std::function<void()>
     request.then(this, [this, done = std::move(done)](SonosResult<Done> result) {
         if (!result) {
             Log::info("send failed (" + describe(result.error()) + "); will retry after reconnect");
-            m_lastError = text("Speaker unreachable");
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::unreachable, {}};
             m_wakeRequested = true;
             wakeSupervision();
             notify();
@@ -142,7 +136,7 @@ void SpeakerController::connectToSpeaker(Finish finish)
 {
     const int attempt = ++m_connectGeneration;
     if (m_wantedName.isEmpty()) {
-        m_lastError = text("No speaker chosen");
+        m_problem = SpeakerProblem{SpeakerProblem::Kind::noSpeakerChosen, {}};
         notify();
         return finish(Outcome::Failed);
     }
@@ -171,8 +165,9 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
             const QString name = m_wantedName;
             if (zones.isEmpty()) {
                 ++m_emptySweeps;
-                m_lastError = m_emptySweeps < 2 ? text("Looking for ") + name
-                                                : uiText(PlatformText::noSpeakersFound);
+                m_problem = m_emptySweeps < 2
+                                ? SpeakerProblem{SpeakerProblem::Kind::looking, name}
+                                : SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}};
                 Log::info(QStringLiteral("no zones discovered (sweep %1) — ").arg(m_emptySweeps) +
                           platformText(PlatformText::noZonesPersistHint));
                 notify();
@@ -181,7 +176,7 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
             const auto found = std::find_if(zones.begin(), zones.end(),
                                             [&](const SonosDevice& z) { return z.name == name; });
             if (found == zones.end()) {
-                m_lastError = text("Speaker '") + name + text("' not found");
+                m_problem = SpeakerProblem{SpeakerProblem::Kind::notFound, name};
                 Log::info(QStringLiteral("Speaker '%1' not among %2 discovered zones; will retry")
                               .arg(name)
                               .arg(zones.size()));
@@ -211,7 +206,7 @@ void SpeakerController::connectTo(const SonosDevice& device, bool remembered, in
         if (!levels) {
             if (remembered)
                 return connectByName(attempt, finish); // the address now belongs to another
-            m_lastError = text("Speaker '") + device.name + text("' unreachable");
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::answeredDiscoveryOnly, device.name};
             Log::info("Speaker '" + device.name +
                       "' answered discovery but not control: " + describe(levels.error()));
             notify();
@@ -232,7 +227,7 @@ void SpeakerController::establish(const SonosDevice& device, const Levels& level
 {
     m_device = device;
     m_coordinator.reset();
-    m_lastError.clear();
+    m_problem.reset();
     m_emptySweeps = 0;
     m_resyncsSinceGroupCheck = 0;
     adopt(levels, false);
@@ -337,7 +332,7 @@ void SpeakerController::resync(std::function<void()> done)
             return done(); // reconnected or switched meanwhile
         if (!levels) {
             Log::info("health check failed: " + describe(levels.error()));
-            m_lastError = text("Speaker unreachable");
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::unreachable, {}};
             dropConnection();
             notify();
             return done();
@@ -348,8 +343,7 @@ void SpeakerController::resync(std::function<void()> done)
         if (!localChangeMeanwhile) {
             const Snapshot before = snapshot();
             adopt(*levels, true);
-            if (!m_lastError.isEmpty()) // a send failed but the speaker answers again
-                m_lastError.clear();
+            m_problem.reset(); // a send may have failed, but the speaker answers again
             if (snapshot() != before)
                 notify();
         }
@@ -403,8 +397,8 @@ void SpeakerController::superviseStep()
     }
     if (m_wantedName.isEmpty()) {
         m_stepRunning = false;
-        const QString reason = text("No speaker chosen");
-        if (std::exchange(m_lastError, reason) != reason)
+        const SpeakerProblem reason{SpeakerProblem::Kind::noSpeakerChosen, {}};
+        if (std::exchange(m_problem, reason) != reason)
             notify();
         return scheduleStep(m_schedule.idleInterval);
     }
@@ -430,7 +424,7 @@ void SpeakerController::switchTo(const QString& speakerName)
     ++m_connectGeneration; // whatever was being connected is no longer wanted
     dropConnection();
     m_knownHost.clear();
-    m_lastError.clear();
+    m_problem.reset();
     m_emptySweeps = 0;
     m_everConnected = false;
     m_pendingVolume.reset();
@@ -447,7 +441,7 @@ void SpeakerController::switchTo(const QString& speakerName)
 
 void SpeakerController::reconnectNow(const QString& reason)
 {
-    const bool healthy = m_device && m_lastError.isEmpty();
+    const bool healthy = m_device && !m_problem;
     if (healthy) {
         Log::info(reason + "; connection is healthy, leaving it alone");
         return;

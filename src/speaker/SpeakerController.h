@@ -2,6 +2,7 @@
 
 #include "sonos/SonosDevice.h"
 #include "speaker/RetrySchedule.h"
+#include "speaker/SpeakerProblem.h"
 
 #include <QObject>
 #include <QTimer>
@@ -30,7 +31,7 @@ public:
         int volume = 50;
         bool muted = false;
         bool connected = false;
-        QString error; // user-facing reason of the last failure; empty when healthy
+        std::optional<SpeakerProblem> problem; // why the last attempt failed; none when healthy
         bool operator==(const Snapshot&) const = default;
     };
 
@@ -109,7 +110,7 @@ private:
     QString m_wantedName;
     int m_cachedVolume = 50;
     bool m_cachedMuted = false;
-    QString m_lastError;
+    std::optional<SpeakerProblem> m_problem;
     std::optional<int> m_pendingVolume;
     std::optional<bool> m_pendingMute;
     quint64 m_generation = 0;

@@ -128,8 +128,7 @@ TEST(Arming, NoTextOfTheDecisionNamesAnotherPlatform)
         Case::noOutputChosen,
         ArmedState::wrongOutput(std::nullopt, QStringLiteral("Optical Out"))};
     for (const ArmedState& state : states) {
-        const PanelFix fix =
-            state.fix(QStringLiteral("No speakers found — allow local network access?"));
+        const PanelFix fix = state.fix(SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}});
         const QStringList texts{state.reason(), state.panelMessage(),
                                 callToAction(fix).value_or(QString()),
                                 panelFixAction(fix).criticalWarning};
@@ -142,7 +141,7 @@ TEST(Arming, NoTextOfTheDecisionNamesAnotherPlatform)
 
 TEST(Arming, FixForEachState)
 {
-    const std::optional<QString> noSnapshot;
+    const std::optional<SpeakerProblem> noSnapshot;
     EXPECT_EQ(ArmedState(Case::armed).fix(noSnapshot), PanelFix::none);
     EXPECT_EQ(ArmedState(Case::paused).fix(noSnapshot), PanelFix::resumeKeys);
     EXPECT_EQ(ArmedState(Case::noAccessibility).fix(noSnapshot),
@@ -153,18 +152,18 @@ TEST(Arming, FixForEachState)
               PanelFix::openSoundSettings);
 }
 
-TEST(Arming, NetworkSettingsOfferedOnlyWhenTheSpeakerErrorSuggestsBlockedDiscovery)
+TEST(Arming, NetworkSettingsOfferedOnlyWhenSweepsKeepComingBackEmpty)
 {
+    using Kind = SpeakerProblem::Kind;
     const ArmedState state(Case::speakerNotConnected);
     EXPECT_EQ(state.fix(std::nullopt), PanelFix::none) << "no snapshot yet";
-    EXPECT_EQ(state.fix(QStringLiteral("Speaker 'Den' unreachable")), PanelFix::none);
-    EXPECT_EQ(state.fix(QStringLiteral("No speakers found — is a firewall blocking discovery?")),
+    EXPECT_EQ(state.fix(SpeakerProblem{Kind::answeredDiscoveryOnly, QStringLiteral("Den")}),
+              PanelFix::none);
+    EXPECT_EQ(state.fix(SpeakerProblem{Kind::looking, QStringLiteral("Den")}), PanelFix::none);
+    EXPECT_EQ(state.fix(SpeakerProblem{Kind::noSpeakersFound, {}}),
               PanelFix::openLocalNetworkSettings);
-    EXPECT_EQ(state.fix(QStringLiteral("No speakers found — allow local network access?")),
-              PanelFix::openLocalNetworkSettings);
-    // The same error text means nothing in another state.
-    EXPECT_EQ(ArmedState(Case::tapInactive)
-                  .fix(QStringLiteral("No speakers found — is a firewall blocking discovery?")),
+    // The same problem means nothing in another state.
+    EXPECT_EQ(ArmedState(Case::tapInactive).fix(SpeakerProblem{Kind::noSpeakersFound, {}}),
               PanelFix::none);
 }
 
@@ -201,13 +200,6 @@ TEST_F(ArmingTranslated, PanelMessagesAreLookedUpAndReasonsAreNot)
     EXPECT_EQ(nowhere.panelMessage(),
               QStringLiteral("«VOLUME KEYS INACTIVE — PLAYING TO «ANOTHER OUTPUT»»"));
     EXPECT_EQ(nowhere.reason(), QStringLiteral("output is unknown, not T"));
-}
-
-TEST_F(ArmingTranslated, TranslatedDiscoveryHintStillOffersTheNetworkSettings)
-{
-    EXPECT_EQ(ArmedState(Case::speakerNotConnected)
-                  .fix(QStringLiteral("KEINE LAUTSPRECHER — «IS A FIREWALL BLOCKING DISCOVERY?»")),
-              PanelFix::openLocalNetworkSettings);
 }
 
 } // namespace

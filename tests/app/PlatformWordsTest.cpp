@@ -35,12 +35,10 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
     for (const PlatformWord& word : platformWords()) {
         const QString elsewhere = QString::fromUtf8(word.elsewhere);
         const QString here = QString::fromUtf8(word.here);
-        // Two rows describe the other platform without naming it: a fragment of a sentence,
-        // and the steps through its permission list.
-        if (word.id != PlatformText::discoveryBlockedHint &&
-            word.id != PlatformText::inputAccessAlreadyListed) {
+        // One row describes the other platform without naming it: the steps through its
+        // permission list.
+        if (word.id != PlatformText::inputAccessAlreadyListed)
             EXPECT_TRUE(namesForeignPlatform(elsewhere)) << word.elsewhere;
-        }
         EXPECT_FALSE(namesForeignPlatform(here)) << word.here;
         EXPECT_FALSE(here.contains(QStringLiteral("%@"))) << "Qt placeholders here: " << word.here;
         EXPECT_EQ(placeholderCount(elsewhere), placeholderCount(here)) << word.here;

@@ -62,6 +62,11 @@ Fault fault(Fault::Kind kind, const QString& only, int delayMs = 0, int status =
     return f;
 }
 
+QString problemText(const SpeakerController::Snapshot& snapshot)
+{
+    return snapshot.problem ? speakerProblemText(*snapshot.problem) : QString();
+}
+
 bool containsLine(const QStringList& lines, const QString& part)
 {
     return std::any_of(lines.begin(), lines.end(),
@@ -119,7 +124,7 @@ protected:
         SpeakerController& controller = make(name, knownHost);
         controller.startSupervision();
         const bool up = spinUntil([&] { return controller.snapshot().connected; }, 10s);
-        EXPECT_TRUE(up) << controller.snapshot().error.toStdString();
+        EXPECT_TRUE(up) << problemText(controller.snapshot()).toStdString();
         return controller;
     }
 
@@ -194,7 +199,7 @@ TEST_F(ControllerTest, ChangesAreClampedAndMuteTravelsWithVolume)
     ASSERT_TRUE(spinUntil([] { return (*players)->volume(livingRoom) == 0; }));
     EXPECT_EQ(sent(livingRoom, "SetMute").last().argument("DesiredMute"), "1");
     EXPECT_TRUE(controller.snapshot().connected);
-    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_EQ(controller.snapshot().problem, std::nullopt);
 }
 
 TEST_F(ControllerTest, GroupedVolumeGoesToTheLeaderAndFallsBackToThePlayer)
@@ -215,7 +220,7 @@ TEST_F(ControllerTest, GroupedVolumeGoesToTheLeaderAndFallsBackToThePlayer)
     EXPECT_EQ(sent(diningRoom, "SetVolume")[0].argument("DesiredVolume"), "33");
     EXPECT_TRUE(spinUntil([] { return (*players)->volume(diningRoom) == 33; }));
     EXPECT_EQ(log.count("group volume failed (HTTP 500); falling back to this player"), 1);
-    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_EQ(controller.snapshot().problem, std::nullopt);
 }
 
 TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
@@ -233,11 +238,11 @@ TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
 
     const QString looking = "Looking for Office";
     const QString hint = uiText(PlatformText::noSpeakersFound);
-    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == hint; }));
+    ASSERT_TRUE(spinUntil([&] { return problemText(controller.snapshot()) == hint; }));
     QStringList reasons;
     for (const SpeakerController::Snapshot& s : seen)
-        if (reasons.isEmpty() || reasons.last() != s.error)
-            reasons.append(s.error);
+        if (reasons.isEmpty() || reasons.last() != problemText(s))
+            reasons.append(problemText(s));
     EXPECT_EQ(reasons.first(), looking);
     EXPECT_TRUE(reasons.contains(hint));
     EXPECT_TRUE(containsLine(log.lines(), "no zones discovered (sweep 1)"));
@@ -246,7 +251,7 @@ TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)
     for (const QString& host : allHosts)
         (*players)->setQuirks(host, {});
     ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }, 10s));
-    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_EQ(controller.snapshot().problem, std::nullopt);
     EXPECT_EQ(controller.snapshot().name, "Office");
 }
 
@@ -259,14 +264,14 @@ TEST_F(ControllerTest, APlayerThatDisappearsIsReportedAndReconnectedWhenItReturn
     ASSERT_TRUE(spinUntil([&] { return !controller.snapshot().connected; }));
     const auto unreachable =
         std::find_if(seen.begin(), seen.end(), [](const SpeakerController::Snapshot& s) {
-            return !s.connected && s.error == "Speaker unreachable";
+            return !s.connected && problemText(s) == "Speaker unreachable";
         });
     EXPECT_NE(unreachable, seen.end());
     EXPECT_TRUE(containsLine(log.lines(), "health check failed: "));
 
     (*players)->setOnline(office, true);
     ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }, 10s));
-    EXPECT_EQ(controller.snapshot().error, "");
+    EXPECT_EQ(controller.snapshot().problem, std::nullopt);
     EXPECT_TRUE(spinUntil([&] { return log.count("Reconnected to Office at 127.0.0.14") == 1; }));
 }
 
@@ -293,8 +298,8 @@ TEST_F(ControllerTest, ASpeakerThatAnswersDiscoveryButNotControlIsUnreachable)
     (*players)->setFault(office, fault(Fault::Kind::Status, "/MediaRenderer"));
     SpeakerController& controller = make("Office");
     controller.startSupervision();
-    ASSERT_TRUE(
-        spinUntil([&] { return controller.snapshot().error == "Speaker 'Office' unreachable"; }));
+    ASSERT_TRUE(spinUntil(
+        [&] { return problemText(controller.snapshot()) == "Speaker 'Office' unreachable"; }));
     EXPECT_FALSE(controller.snapshot().connected);
     EXPECT_TRUE(
         containsLine(log.lines(), "Speaker 'Office' answered discovery but not control: HTTP 500"));
@@ -338,7 +343,8 @@ TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)
     EXPECT_TRUE(sent(office, "SetVolume").isEmpty());
 
     controller.switchTo(QString());
-    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error == "No speaker chosen"; }));
+    ASSERT_TRUE(
+        spinUntil([&] { return problemText(controller.snapshot()) == "No speaker chosen"; }));
     EXPECT_FALSE(controller.snapshot().connected);
 }
 
@@ -400,13 +406,13 @@ TEST_F(ControllerTest, AFailedSendIsReportedAndClearedWhenTheSpeakerAnswersAgain
     // snapshot handed out rather than at the latest.
     ASSERT_TRUE(spinUntil([&] {
         return std::any_of(seen.begin(), seen.end(), [](const SpeakerController::Snapshot& s) {
-            return s.error == "Speaker unreachable";
+            return problemText(s) == "Speaker unreachable";
         });
     }));
     EXPECT_EQ(log.count("send failed (HTTP 500); will retry after reconnect"), 1);
 
     (*players)->clearFaults();
-    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().error.isEmpty(); }));
+    ASSERT_TRUE(spinUntil([&] { return !controller.snapshot().problem; }));
     EXPECT_TRUE(controller.snapshot().connected);
     // The speaker never took the change, and the controller now shows what it has.
     EXPECT_EQ(controller.snapshot().volume, 20);
