@@ -1,18 +1,18 @@
 #include "app/AppController.h"
 
-#include "app/OpticalZonePick.h"
+#include "app/SettingsSaver.h"
+#include "app/StartUp.h"
 #include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
 #include "desktop/NetworkWatch.h"
 #include "desktop/SleepWatch.h"
-#include "discovery/Coordinator.h"
-#include "discovery/ZoneTopology.h"
+#include "discovery/ZoneScan.h"
 #include "housekeeping/SingleInstance.h"
 #include "keys/DismissMonitor.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
-#include "support/SerialQueue.h"
+#include "support/UiText.h"
 #include "ui/VolumeHUD.h"
 
 #include <QApplication>
@@ -25,53 +25,50 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// How long first-run detection waits for the sound server's first report.
-constexpr auto kAudioReadyWait = 3s;
-constexpr double kFirstRunDiscoveryTimeout = 3.0;
+constexpr double kChoicesDiscoveryTimeout = 3.0;
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
 constexpr qint64 kChoicesLifetimeSeconds = 60;
-
-// Runs `then` once the sound server has reported its state, or after a bounded wait.
-void whenAudioReady(AudioDevice* audio, QObject* context, std::function<void()> then)
-{
-    if (audio->state().connected) {
-        then();
-        return;
-    }
-    auto pending = std::make_shared<std::function<void()>>(std::move(then));
-    auto fire = [pending] {
-        if (*pending) {
-            auto run = std::move(*pending);
-            *pending = nullptr;
-            run();
-        }
-    };
-    QObject::connect(audio, &AudioDevice::changed, context, [audio, fire] {
-        if (audio->state().connected)
-            fire();
-    });
-    QTimer::singleShot(kAudioReadyWait, context, fire);
-}
 
 } // namespace
 
 AppController::AppController(Options options, QObject* parent)
     : QObject(parent)
     , m_options(std::move(options))
+    , m_audio(m_options.audio ? m_options.audio : std::make_shared<PulseAudio>())
+    , m_saver(std::make_unique<SettingsSaver>())
+    , m_publisher(std::make_unique<StatusPublisher>())
     , m_hud(std::make_unique<VolumeHUD>())
+    , m_networkWatch(std::make_unique<NetworkWatch>())
     , m_choicesStamp(QDateTime::fromMSecsSinceEpoch(0))
-    , m_networkMonitor(std::make_unique<NetworkWatch>())
-    , m_saves(std::make_unique<SerialQueue>())
 {
-    m_audio = m_options.audio ? m_options.audio : std::make_shared<PulseAudio>();
-    Settings::Loaded loaded = Settings::load();
+    const Settings::Loaded loaded = Settings::load();
     m_settings = loaded.settings;
-    m_isFirstRun = loaded.isFirstRun;
     m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
     m_speaker->setKnownHost(m_settings.lastKnownHost);
-    connect(m_networkMonitor.get(), &NetworkWatch::changed, this,
+    m_startUp = std::make_unique<StartUp>(m_settings, *m_audio, *m_speaker, loaded.isFirstRun);
+
+    connect(m_networkWatch.get(), &NetworkWatch::changed, this,
             [this] { m_speaker->reconnectNow(QStringLiteral("network changed")); });
+    // Answers come back inside the speaker controller's own work: the refresh follows it,
+    // and it began now, so a key pressed in between keeps the mirror's value.
+    connect(m_speaker.get(), &SpeakerController::changed, this, [this] {
+        QTimer::singleShot(0, this,
+                           [this, began = m_mirrorGeneration] { refreshConnection(began); });
+    });
+    connect(m_speaker.get(), &SpeakerController::hostLearned, this, [this](const QString& host) {
+        m_settings.lastKnownHost = host;
+        saveSettings();
+    });
+    connect(m_startUp.get(), &StartUp::settingsChanged, this, [this] {
+        saveSettings();
+        armingInputsChanged();
+    });
+    connect(m_startUp.get(), &StartUp::finished, this, &AppController::startSupervision);
+    connect(m_saver.get(), &SettingsSaver::failedChanged, this, &AppController::tick);
+    connect(m_publisher.get(), &StatusPublisher::buildRequested, this,
+            [this](quint64 generation) { m_publisher->publish(buildStatus(generation)); });
+    connect(m_publisher.get(), &StatusPublisher::published, this, &AppController::showStatus);
 }
 
 AppController::~AppController()
@@ -96,7 +93,6 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
     connect(m_status.get(), &StatusItem::copyDiagnosticsRequested, this,
             &AppController::copyDiagnostics);
-
     if (instance)
         connect(instance, &SingleInstance::showRequested, this,
                 &AppController::applicationShouldHandleReopen);
@@ -104,7 +100,7 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     m_sleepWatch = std::make_unique<SleepWatch>();
     connect(m_sleepWatch.get(), &SleepWatch::woke, this,
             [this] { m_speaker->reconnectNow(QStringLiteral("woke from sleep")); });
-    m_networkMonitor->start();
+    m_networkWatch->start();
     scheduleDemonstrations();
 
     // The tap is owned here and goes first in the destructor, so its callbacks may hold
@@ -121,7 +117,7 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     // question is asked, and installed after it.
     m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
     m_trusted = m_tap->isTrusted();
-    if (m_options.commandLine.demoOnboarding || m_isFirstRun)
+    if (m_options.commandLine.demoOnboarding || m_startUp->isFirstRun())
         showOnboarding();
     else if (!m_trusted)
         explainInputAccess();
@@ -132,7 +128,7 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
     armingInputsChanged();
 
-    QTimer::singleShot(0, this, &AppController::startUp);
+    QTimer::singleShot(0, m_startUp.get(), &StartUp::run);
 }
 
 void AppController::applicationShouldHandleReopen()
@@ -194,97 +190,14 @@ void AppController::explainInputAccess()
         m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), uiText(how));
 }
 
-void AppController::startUp()
+void AppController::startSupervision()
 {
-    // Answers come back inside the speaker controller's own work: the refresh follows it,
-    // and it began now, so a key pressed in between keeps the mirror's value.
-    connect(m_speaker.get(), &SpeakerController::changed, this, [this] {
-        QTimer::singleShot(0, this,
-                           [this, began = m_mirrorGeneration] { refreshConnection(began); });
-    });
-    connect(m_speaker.get(), &SpeakerController::hostLearned, this, [this](const QString& host) {
-        m_settings.lastKnownHost = host;
-        saveSettings();
-    });
-
-    auto afterSetup = [this] {
-        m_speaker->startSupervision();
-        refreshConnection(m_mirrorGeneration);
-        if (!m_choicesInFlight) {
-            m_choicesInFlight = true;
-            refreshChoices();
-        }
-    };
-    if (m_isFirstRun) {
-        firstRunSetup(afterSetup);
-    } else if (!m_settings.triggerConfigured && m_settings.triggerOutput.isEmpty()) {
-        Log::info(QStringLiteral("no output recorded — looking again before deciding"));
-        whenAudioReady(m_audio.get(), this, [this, afterSetup] {
-            detectTriggerOutput();
-            afterSetup();
-        });
-    } else {
-        afterSetup();
+    m_speaker->startSupervision();
+    refreshConnection(m_mirrorGeneration);
+    if (!m_choicesInFlight) {
+        m_choicesInFlight = true;
+        refreshChoices();
     }
-}
-
-void AppController::firstRunSetup(std::function<void()> done)
-{
-    auto detectThenDone = [this, done] {
-        whenAudioReady(m_audio.get(), this, [this, done] {
-            detectTriggerOutput();
-            done();
-        });
-    };
-    if (!m_settings.speaker.isEmpty()) {
-        detectThenDone();
-        return;
-    }
-    SonosDiscovery::Coordinator::shared()
-        .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
-        .unwrap()
-        .then(this, [](const QList<SonosDevice>& visible) { return ZoneTopology::states(visible); })
-        .unwrap()
-        .then(this, [this, detectThenDone](const QList<ZoneState>& states) {
-            pickFromZones(states, detectThenDone);
-        });
-}
-
-void AppController::pickFromZones(const QList<ZoneState>& states, std::function<void()> done)
-{
-    m_zoneStates = states;
-    const std::optional<QString> picked = pickOpticalZone(states);
-    if (picked && !m_settings.speaker.isEmpty()) {
-        Log::info(QStringLiteral("Auto-detect found ") + *picked + QStringLiteral(", but '") +
-                  m_settings.speaker + QStringLiteral("' ") +
-                  QStringLiteral("was chosen while it was looking — keeping the choice"));
-    } else if (picked) {
-        m_speaker->switchTo(*picked);
-        m_settings.speaker = *picked;
-        Log::info(QStringLiteral("Auto-detected ") + *picked +
-                  QStringLiteral(" as the speaker connected by optical cable"));
-        saveSettings();
-        armingInputsChanged();
-    }
-    done();
-}
-
-void AppController::detectTriggerOutput()
-{
-    if (!m_settings.triggerOutput.isEmpty())
-        return;
-    const std::optional<QString> found = m_audio->detectTriggerOutput();
-    if (found) {
-        m_settings.rememberTrigger(*found, m_settings.route);
-        m_settings.triggerOutput = *found;
-        m_settings.triggerConfigured = true;
-        Log::info(QStringLiteral("Auto-detected trigger output: ") + *found);
-    } else {
-        Log::info(QString::fromUtf8(platformText(PlatformText::keysStayWithDesktop)));
-    }
-    saveSettings();
-    armingInputsChanged();
 }
 
 void AppController::refreshConnection(quint64 began)
@@ -294,57 +207,24 @@ void AppController::refreshConnection(quint64 began)
     const SpeakerController::Snapshot snapshot = m_speaker->snapshot();
     const bool wasConnected = m_connected;
     m_connected = snapshot.connected;
-    if (m_mirrorGeneration == began) {
-        m_mirrorVolume = snapshot.volume;
-        m_mirrorMuted = snapshot.muted;
-    }
+    if (m_mirrorGeneration == began)
+        m_mirror = {snapshot.volume, snapshot.muted};
     if (wasConnected != m_connected)
         armingInputsChanged();
-    updateDismissMonitor();
-    pollTrigger();
+    tick();
 }
 
 void AppController::refreshChoices()
 {
-    SonosDiscovery::Coordinator::shared()
-        .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
-        .unwrap()
-        .then(this, [](const QList<SonosDevice>& visible) { return ZoneTopology::states(visible); })
-        .unwrap()
+    ZoneScan::zoneStates(SonosDiscovery::Coordinator::shared(), kChoicesDiscoveryTimeout)
         .then(this, [this](const QList<ZoneState>& states) {
             m_choicesInFlight = false;
             if (states.isEmpty())
                 return;
-            m_zoneStates = states;
-            m_opticalCapable = ZoneTopology::opticalCapable(
-                states, m_settings.speaker.isEmpty() ? std::nullopt
-                                                     : std::optional<QString>(m_settings.speaker));
-            m_playingOverOptical = ZoneTopology::playingOverOptical(states);
+            m_choices = states;
             m_choicesStamp = QDateTime::currentDateTimeUtc();
-            pollTrigger();
+            m_publisher->request();
         });
-}
-
-void AppController::saveSettings()
-{
-    // The file is written on a worker, in order; the outcome comes back to the main thread.
-    const Settings copy = m_settings;
-    m_saves->async([this, copy] {
-        const bool saved = copy.save();
-        // The queue is a member: the controller is still there while a job runs.
-        QMetaObject::invokeMethod(
-            this,
-            [this, saved] {
-                const bool failed = !saved;
-                if (failed == m_saveFailed)
-                    return;
-                m_saveFailed = failed;
-                updateDismissMonitor();
-                pollTrigger();
-            },
-            Qt::QueuedConnection);
-    });
 }
 
 void AppController::choicesNeeded()
@@ -354,6 +234,11 @@ void AppController::choicesNeeded()
         return;
     m_choicesInFlight = true;
     refreshChoices();
+}
+
+void AppController::saveSettings()
+{
+    m_saver->save(m_settings);
 }
 
 DiagnosticsState AppController::diagnosticsState() const
@@ -378,8 +263,9 @@ DiagnosticsState AppController::diagnosticsState() const
 
 void AppController::copyDiagnostics()
 {
-    // The log is read off the main thread; the text reaches the clipboard back on it.
-    m_saves->async([this, state = diagnosticsState()] {
+    // The log is read off the main thread; the text reaches the clipboard back on it. The
+    // worker is a member, so the controller is still there while the job runs.
+    m_logReader.async([this, state = diagnosticsState()] {
         const QString text = diagnosticsText(state, Log::tail(kDiagnosticsLogLines));
         QMetaObject::invokeMethod(
             this,
@@ -391,22 +277,18 @@ void AppController::copyDiagnostics()
     });
 }
 
+std::optional<AppStatus> AppController::lastStatus() const
+{
+    return m_publisher->last();
+}
+
 void AppController::tick()
 {
     updateDismissMonitor();
-    pollTrigger();
+    m_publisher->request();
 }
 
-void AppController::pollTrigger()
-{
-    if (m_pollInFlight)
-        return;
-    m_pollInFlight = true;
-    const quint64 generation = m_pollGeneration;
-    QTimer::singleShot(0, this, [this, generation] { deliver(buildSnapshot(generation)); });
-}
-
-AppStatus AppController::buildSnapshot(quint64 generation) const
+AppStatus AppController::buildStatus(quint64 generation) const
 {
     const SpeakerController::Snapshot speaker = m_speaker->snapshot();
     AppStatus status;
@@ -414,19 +296,15 @@ AppStatus AppController::buildSnapshot(quint64 generation) const
     status.armedState = keyContext().evaluate();
     status.speaker = m_settings.speaker;
     status.connected = speaker.connected;
-    status.volume = m_mirrorVolume;
-    status.muted = m_mirrorMuted;
+    status.volume = m_mirror.volume;
+    status.muted = m_mirror.muted;
     status.problem = speaker.problem;
-    status.saveFailed = m_saveFailed;
+    status.saveFailed = m_saver->hasFailed();
     return status;
 }
 
-void AppController::deliver(const AppStatus& status)
+void AppController::showStatus(const AppStatus& status)
 {
-    m_pollInFlight = false;
-    if (status.generation < m_pollGeneration)
-        return;
-    m_lastSnapshot = status;
     if (m_status) {
         QString line;
         if (status.armedState.isArmed())
@@ -473,7 +351,7 @@ void AppController::armingInputsChanged()
         m_lastArmedState = state;
         Log::info(state.isArmed() ? QStringLiteral("volume keys armed")
                                   : QStringLiteral("volume keys not armed — ") + state.reason());
-        pollTrigger();
+        m_publisher->request();
     }
 }
 
@@ -484,24 +362,22 @@ void AppController::onHealthChange(bool trusted, bool tapEnabled)
     m_tapEnabled = tapEnabled;
     if (changed)
         armingInputsChanged();
-    updateDismissMonitor();
-    pollTrigger();
+    tick();
 }
 
 void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
 {
-    VolumeMirror mirror{m_mirrorVolume, m_mirrorMuted};
+    VolumeMirror mirror = m_mirror;
     if (!mirror.press(key, fine, isRepeat))
         return;
-    m_mirrorVolume = mirror.volume;
-    m_mirrorMuted = mirror.muted;
+    m_mirror = mirror;
     ++m_mirrorGeneration;
 
     if (m_dismissMonitor)
         m_dismissMonitor->start();
     QTimer::singleShot(kDismissRedecision, this, &AppController::updateDismissMonitor);
 
-    m_hud->show(m_mirrorVolume, m_mirrorMuted, !m_connected, m_settings.speaker);
+    m_hud->show(m_mirror.volume, m_mirror.muted, !m_connected, m_settings.speaker);
     // The key path returns before any network work starts; the speaker controller keeps
     // the order of these hand-offs and coalesces them.
     QTimer::singleShot(0, this,

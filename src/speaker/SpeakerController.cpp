@@ -2,6 +2,7 @@
 
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneScan.h"
 #include "discovery/ZoneTopology.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
@@ -156,9 +157,7 @@ void SpeakerController::connectToSpeaker(Finish finish)
 
 void SpeakerController::connectByName(int attempt, const Finish& finish)
 {
-    m_discovery->zones(m_schedule.sweepSeconds)
-        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
-        .unwrap()
+    ZoneScan::visibleZones(*m_discovery, m_schedule.sweepSeconds)
         .then(this, [this, attempt, finish](const QList<SonosDevice>& zones) {
             if (attempt != m_connectGeneration)
                 return finish(Outcome::Stale);
@@ -276,23 +275,21 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     // Without a fresh sweep at hand the player's own group state usually settles it: a
     // player alone or leading its group needs nobody else's address. Only a player grouped
     // under another needs the sweep, to find where its leader lives.
-    ZoneTopology::zoneGroupState(device).then(this, [this, device,
-                                                     apply](const std::optional<QString>& answer) {
-        if (!answer)
-            return apply({device, false});
-        const auto info = ZoneTopology::groupInfo(device.uid, ZoneTopology::unescape(*answer));
-        if (!info || info->coordinator.toUpper() == device.uid.toUpper())
-            return apply(ZoneTopology::groupTarget(device, {device}, *answer));
-        m_discovery->zones(m_schedule.sweepSeconds)
-            .then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
-            .unwrap()
-            .then(this,
-                  [device](const QList<SonosDevice>& visible) {
-                      return ZoneTopology::group(device, visible);
-                  })
-            .unwrap()
-            .then(this, apply);
-    });
+    ZoneTopology::zoneGroupState(device).then(
+        this, [this, device, apply](const std::optional<QString>& answer) {
+            if (!answer)
+                return apply({device, false});
+            const auto info = ZoneTopology::groupInfo(device.uid, ZoneTopology::unescape(*answer));
+            if (!info || info->coordinator.toUpper() == device.uid.toUpper())
+                return apply(ZoneTopology::groupTarget(device, {device}, *answer));
+            ZoneScan::visibleZones(*m_discovery, m_schedule.sweepSeconds)
+                .then(this,
+                      [device](const QList<SonosDevice>& visible) {
+                          return ZoneTopology::group(device, visible);
+                      })
+                .unwrap()
+                .then(this, apply);
+        });
 }
 
 // ---- Following the speaker ---------------------------------------------------------------
