@@ -37,22 +37,14 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
         const QString here = QString::fromUtf8(word.here);
         // One row describes the other platform without naming it: the steps through its
         // permission list.
-        if (word.id != PlatformText::inputAccessAlreadyListed)
+        if (word.id != PlatformText::inputAccessAlreadyListed) {
             EXPECT_TRUE(namesForeignPlatform(elsewhere)) << word.elsewhere;
+        }
         EXPECT_FALSE(namesForeignPlatform(here)) << word.here;
         EXPECT_FALSE(here.contains(QStringLiteral("%@"))) << "Qt placeholders here: " << word.here;
         EXPECT_EQ(placeholderCount(elsewhere), placeholderCount(here)) << word.here;
         EXPECT_EQ(platformText(word.id), word.here);
     }
-}
-
-TEST(PlatformWords, RemarksNamedByThePlatformPageAreExchanged)
-{
-    EXPECT_STREQ(platformText(PlatformText::probeInputAccessRemark),
-                 "    (input access comes from the key service, velotide-keyd)");
-    EXPECT_STREQ(platformText(PlatformText::probeInputAccess), "  Input access: ");
-    EXPECT_STREQ(platformText(PlatformText::openAtLoginBlocked),
-                 "Open at Login (blocked in Settings)");
 }
 
 class UpperCaseTranslator : public QTranslator {
