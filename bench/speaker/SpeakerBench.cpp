@@ -129,7 +129,10 @@ int main(int argc, char** argv)
     speaker.setKnownHost(livingRoom);
     speaker.startSupervision();
     if (!spinUntil([&] { return speaker.snapshot().connected; })) {
-        std::fprintf(stderr, "could not connect: %s\n", qPrintable(speaker.snapshot().error));
+        std::fprintf(stderr, "could not connect: %s\n",
+                     qPrintable(speaker.snapshot().problem
+                                    ? speakerProblemText(*speaker.snapshot().problem)
+                                    : QString()));
         return 1;
     }
     spinFor(200ms);

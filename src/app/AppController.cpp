@@ -1,24 +1,23 @@
 #include "app/AppController.h"
 
-#include "app/OpticalZonePick.h"
+#include "app/SettingsSaver.h"
+#include "app/StartUp.h"
 #include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
 #include "desktop/NetworkWatch.h"
 #include "desktop/SleepWatch.h"
-#include "discovery/Coordinator.h"
-#include "discovery/ZoneTopology.h"
+#include "discovery/ZoneScan.h"
 #include "housekeeping/SingleInstance.h"
 #include "keys/DismissMonitor.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
-#include "support/SerialQueue.h"
+#include "support/UiText.h"
 #include "ui/VolumeHUD.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QMetaMethod>
-#include <QPointer>
 #include <QSysInfo>
 #include <QTimer>
 
@@ -26,54 +25,50 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// How long first-run detection waits for the sound server's first report.
-constexpr auto kAudioReadyWait = 3s;
-constexpr double kFirstRunDiscoveryTimeout = 3.0;
+constexpr double kChoicesDiscoveryTimeout = 3.0;
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
 constexpr qint64 kChoicesLifetimeSeconds = 60;
-
-// Runs `then` once the sound server has reported its state, or after a bounded wait.
-void whenAudioReady(AudioDevice* audio, QObject* context, std::function<void()> then)
-{
-    if (audio->state().connected) {
-        then();
-        return;
-    }
-    auto pending = std::make_shared<std::function<void()>>(std::move(then));
-    auto fire = [pending] {
-        if (*pending) {
-            auto run = std::move(*pending);
-            *pending = nullptr;
-            run();
-        }
-    };
-    QObject::connect(audio, &AudioDevice::changed, context, [audio, fire] {
-        if (audio->state().connected)
-            fire();
-    });
-    QTimer::singleShot(kAudioReadyWait, context, fire);
-}
 
 } // namespace
 
 AppController::AppController(Options options, QObject* parent)
     : QObject(parent)
     , m_options(std::move(options))
+    , m_audio(m_options.audio ? m_options.audio : std::make_shared<PulseAudio>())
+    , m_saver(std::make_unique<SettingsSaver>())
+    , m_publisher(std::make_unique<StatusPublisher>())
     , m_hud(std::make_unique<VolumeHUD>())
+    , m_networkWatch(std::make_unique<NetworkWatch>())
     , m_choicesStamp(QDateTime::fromMSecsSinceEpoch(0))
-    , m_networkMonitor(std::make_unique<NetworkWatch>([self = QPointer(this)] {
-        if (self)
-            self->m_speaker->reconnectNow(QStringLiteral("network changed"));
-    }))
-    , m_saves(std::make_unique<SerialQueue>())
 {
-    m_audio = m_options.audio ? m_options.audio : std::make_shared<PulseAudio>();
-    Settings::Loaded loaded = Settings::load();
+    const Settings::Loaded loaded = Settings::load();
     m_settings = loaded.settings;
-    m_isFirstRun = loaded.isFirstRun;
     m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
     m_speaker->setKnownHost(m_settings.lastKnownHost);
+    m_startUp = std::make_unique<StartUp>(m_settings, *m_audio, *m_speaker, loaded.isFirstRun);
+
+    connect(m_networkWatch.get(), &NetworkWatch::changed, this,
+            [this] { m_speaker->reconnectNow(QStringLiteral("network changed")); });
+    // Answers come back inside the speaker controller's own work: the refresh follows it,
+    // and it began now, so a key pressed in between keeps the mirror's value.
+    connect(m_speaker.get(), &SpeakerController::changed, this, [this] {
+        QTimer::singleShot(0, this,
+                           [this, began = m_mirrorGeneration] { refreshConnection(began); });
+    });
+    connect(m_speaker.get(), &SpeakerController::hostLearned, this, [this](const QString& host) {
+        m_settings.lastKnownHost = host;
+        saveSettings();
+    });
+    connect(m_startUp.get(), &StartUp::settingsChanged, this, [this] {
+        saveSettings();
+        armingInputsChanged();
+    });
+    connect(m_startUp.get(), &StartUp::finished, this, &AppController::startSupervision);
+    connect(m_saver.get(), &SettingsSaver::failedChanged, this, &AppController::tick);
+    connect(m_publisher.get(), &StatusPublisher::buildRequested, this,
+            [this](quint64 generation) { m_publisher->publish(buildStatus(generation)); });
+    connect(m_publisher.get(), &StatusPublisher::published, this, &AppController::showStatus);
 }
 
 AppController::~AppController()
@@ -88,49 +83,41 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     QApplication::setQuitOnLastWindowClosed(false);
     logStartLine();
 
-    QPointer self(this);
-    m_dismissMonitor = std::make_unique<DismissMonitor>([self](QPoint) {
-        if (!self)
-            return;
-        self->m_hud->dismiss();
-        self->updateDismissMonitor();
+    m_dismissMonitor = std::make_unique<DismissMonitor>();
+    connect(m_dismissMonitor.get(), &DismissMonitor::clicked, this, [this] {
+        m_hud->dismiss();
+        updateDismissMonitor();
     });
 
     m_status = std::make_unique<StatusItem>();
     connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
-    m_status->setCopyDiagnostics([self] {
-        if (self)
-            self->copyDiagnostics();
-    });
-
+    connect(m_status.get(), &StatusItem::copyDiagnosticsRequested, this,
+            &AppController::copyDiagnostics);
     if (instance)
-        instance->onShowRequest([self] {
-            if (self)
-                self->applicationShouldHandleReopen();
-        });
+        connect(instance, &SingleInstance::showRequested, this,
+                &AppController::applicationShouldHandleReopen);
 
-    m_sleepWatch = std::make_unique<SleepWatch>([self] {
-        if (self)
-            self->m_speaker->reconnectNow(QStringLiteral("woke from sleep"));
-    });
-    m_networkMonitor->start();
+    m_sleepWatch = std::make_unique<SleepWatch>();
+    connect(m_sleepWatch.get(), &SleepWatch::woke, this,
+            [this] { m_speaker->reconnectNow(QStringLiteral("woke from sleep")); });
+    m_networkWatch->start();
     scheduleDemonstrations();
 
+    // The tap is owned here and goes first in the destructor, so its callbacks may hold
+    // the controller plainly.
     EventTap::Callbacks callbacks;
-    callbacks.armed = [self] { return self && self->isArmed(); };
-    callbacks.onKey = [self](EventTap::MediaKey key, bool fine, bool isRepeat) {
-        if (self)
-            self->handle(key, fine, isRepeat);
+    callbacks.armed = [this] { return isArmed(); };
+    callbacks.onKey = [this](EventTap::MediaKey key, bool fine, bool isRepeat) {
+        handle(key, fine, isRepeat);
     };
-    callbacks.onHealthChange = [self](bool trusted, bool tapEnabled) {
-        if (self)
-            self->onHealthChange(trusted, tapEnabled);
+    callbacks.onHealthChange = [this](bool trusted, bool tapEnabled) {
+        onHealthChange(trusted, tapEnabled);
     };
     // Input access is a property of the key capture here, so the capture is made before the
     // question is asked, and installed after it.
     m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
     m_trusted = m_tap->isTrusted();
-    if (m_options.commandLine.demoOnboarding || m_isFirstRun)
+    if (m_options.commandLine.demoOnboarding || m_startUp->isFirstRun())
         showOnboarding();
     else if (!m_trusted)
         explainInputAccess();
@@ -141,7 +128,7 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
     armingInputsChanged();
 
-    QTimer::singleShot(0, this, &AppController::startUp);
+    QTimer::singleShot(0, m_startUp.get(), &StartUp::run);
 }
 
 void AppController::applicationShouldHandleReopen()
@@ -174,18 +161,11 @@ void AppController::logStartLine() const
 // or the panel presented on its own.
 void AppController::scheduleDemonstrations()
 {
-    QPointer self(this);
     if (m_options.commandLine.demoSetupAgain)
         for (const auto delay : {1000ms, 2000ms})
-            QTimer::singleShot(delay, this, [self] {
-                if (self)
-                    self->showOnboarding();
-            });
+            QTimer::singleShot(delay, this, &AppController::showOnboarding);
     if (m_options.commandLine.demoPanel)
-        QTimer::singleShot(800ms, this, [self] {
-            if (self)
-                emit self->panelRequested();
-        });
+        QTimer::singleShot(800ms, this, &AppController::panelRequested);
 }
 
 void AppController::showOnboarding()
@@ -210,120 +190,14 @@ void AppController::explainInputAccess()
         m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), uiText(how));
 }
 
-void AppController::startUp()
+void AppController::startSupervision()
 {
-    QPointer self(this);
-    // Answers come back inside the speaker controller's own work: the refresh follows it,
-    // and it began now, so a key pressed in between keeps the mirror's value.
-    m_speaker->onChange = [self] {
-        if (!self)
-            return;
-        QTimer::singleShot(0, self, [self, began = self->m_mirrorGeneration] {
-            if (self)
-                self->refreshConnection(began);
-        });
-    };
-    m_speaker->onHostLearned = [self](const QString& host) {
-        if (!self)
-            return;
-        self->m_settings.lastKnownHost = host;
-        self->saveSettings();
-    };
-
-    auto afterSetup = [self] {
-        if (!self)
-            return;
-        self->m_speaker->startSupervision();
-        self->refreshConnection(self->m_mirrorGeneration);
-        if (!self->m_choicesInFlight) {
-            self->m_choicesInFlight = true;
-            self->refreshChoices();
-        }
-    };
-    if (m_isFirstRun) {
-        firstRunSetup(afterSetup);
-    } else if (!m_settings.triggerConfigured && m_settings.triggerOutput.isEmpty()) {
-        Log::info(QStringLiteral("no output recorded — looking again before deciding"));
-        whenAudioReady(m_audio.get(), this, [self, afterSetup] {
-            if (!self)
-                return;
-            self->detectTriggerOutput();
-            afterSetup();
-        });
-    } else {
-        afterSetup();
+    m_speaker->startSupervision();
+    refreshConnection(m_mirrorGeneration);
+    if (!m_choicesInFlight) {
+        m_choicesInFlight = true;
+        refreshChoices();
     }
-}
-
-void AppController::firstRunSetup(std::function<void()> done)
-{
-    QPointer self(this);
-    auto detectThenDone = [self, done] {
-        if (!self)
-            return;
-        whenAudioReady(self->m_audio.get(), self, [self, done] {
-            if (!self)
-                return;
-            self->detectTriggerOutput();
-            done();
-        });
-    };
-    if (!m_settings.speaker.isEmpty()) {
-        detectThenDone();
-        return;
-    }
-    SonosDiscovery::Coordinator::shared()
-        .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [self, detectThenDone](const QList<SonosDevice>& zones) {
-            if (!self)
-                return;
-            ZoneTopology::visible(zones).then(
-                self, [self, detectThenDone](const QList<SonosDevice>& visible) {
-                    if (!self)
-                        return;
-                    ZoneTopology::states(visible).then(
-                        self, [self, detectThenDone](const QList<ZoneState>& states) {
-                            if (self)
-                                self->pickFromZones(states, detectThenDone);
-                        });
-                });
-        });
-}
-
-void AppController::pickFromZones(const QList<ZoneState>& states, std::function<void()> done)
-{
-    m_zoneStates = states;
-    const std::optional<QString> picked = pickOpticalZone(states);
-    if (picked && !m_settings.speaker.isEmpty()) {
-        Log::info(QStringLiteral("Auto-detect found ") + *picked + QStringLiteral(", but '") +
-                  m_settings.speaker + QStringLiteral("' ") +
-                  QStringLiteral("was chosen while it was looking — keeping the choice"));
-    } else if (picked) {
-        m_speaker->switchTo(*picked);
-        m_settings.speaker = *picked;
-        Log::info(QStringLiteral("Auto-detected ") + *picked +
-                  QStringLiteral(" as the speaker connected by optical cable"));
-        saveSettings();
-        armingInputsChanged();
-    }
-    done();
-}
-
-void AppController::detectTriggerOutput()
-{
-    if (!m_settings.triggerOutput.isEmpty())
-        return;
-    const std::optional<QString> found = m_audio->detectTriggerOutput();
-    if (found) {
-        m_settings.rememberTrigger(*found, m_settings.route);
-        m_settings.triggerOutput = *found;
-        m_settings.triggerConfigured = true;
-        Log::info(QStringLiteral("Auto-detected trigger output: ") + *found);
-    } else {
-        Log::info(QString::fromUtf8(platformText(PlatformText::keysStayWithDesktop)));
-    }
-    saveSettings();
-    armingInputsChanged();
 }
 
 void AppController::refreshConnection(quint64 began)
@@ -333,67 +207,24 @@ void AppController::refreshConnection(quint64 began)
     const SpeakerController::Snapshot snapshot = m_speaker->snapshot();
     const bool wasConnected = m_connected;
     m_connected = snapshot.connected;
-    if (m_mirrorGeneration == began) {
-        m_mirrorVolume = snapshot.volume;
-        m_mirrorMuted = snapshot.muted;
-    }
+    if (m_mirrorGeneration == began)
+        m_mirror = {snapshot.volume, snapshot.muted};
     if (wasConnected != m_connected)
         armingInputsChanged();
-    updateDismissMonitor();
-    pollTrigger();
+    tick();
 }
 
 void AppController::refreshChoices()
 {
-    QPointer self(this);
-    SonosDiscovery::Coordinator::shared()
-        .zones(kFirstRunDiscoveryTimeout)
-        .then(this, [self](const QList<SonosDevice>& zones) {
-            if (!self)
+    ZoneScan::zoneStates(SonosDiscovery::Coordinator::shared(), kChoicesDiscoveryTimeout)
+        .then(this, [this](const QList<ZoneState>& states) {
+            m_choicesInFlight = false;
+            if (states.isEmpty())
                 return;
-            ZoneTopology::visible(zones).then(self, [self](const QList<SonosDevice>& visible) {
-                if (!self)
-                    return;
-                ZoneTopology::states(visible).then(self, [self](const QList<ZoneState>& states) {
-                    if (!self)
-                        return;
-                    self->m_choicesInFlight = false;
-                    if (states.isEmpty())
-                        return;
-                    self->m_zoneStates = states;
-                    self->m_opticalCapable = ZoneTopology::opticalCapable(
-                        states, self->m_settings.speaker.isEmpty()
-                                    ? std::nullopt
-                                    : std::optional<QString>(self->m_settings.speaker));
-                    self->m_playingOverOptical = ZoneTopology::playingOverOptical(states);
-                    self->m_choicesStamp = QDateTime::currentDateTimeUtc();
-                    self->pollTrigger();
-                });
-            });
+            m_choices = states;
+            m_choicesStamp = QDateTime::currentDateTimeUtc();
+            m_publisher->request();
         });
-}
-
-void AppController::saveSettings()
-{
-    // The file is written on a worker, in order; the outcome comes back to the main thread.
-    QPointer self(this);
-    const Settings copy = m_settings;
-    m_saves->async([self, copy] {
-        const bool saved = copy.save();
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, saved] {
-                if (!self)
-                    return;
-                const bool failed = !saved;
-                if (failed == self->m_saveFailed)
-                    return;
-                self->m_saveFailed = failed;
-                self->updateDismissMonitor();
-                self->pollTrigger();
-            },
-            Qt::QueuedConnection);
-    });
 }
 
 void AppController::choicesNeeded()
@@ -403,6 +234,11 @@ void AppController::choicesNeeded()
         return;
     m_choicesInFlight = true;
     refreshChoices();
+}
+
+void AppController::saveSettings()
+{
+    m_saver->save(m_settings);
 }
 
 DiagnosticsState AppController::diagnosticsState() const
@@ -420,21 +256,20 @@ DiagnosticsState AppController::diagnosticsState() const
     d.speaker.connected = speaker.connected;
     d.speaker.volume = speaker.volume;
     d.speaker.muted = speaker.muted;
-    d.speaker.lastError = speaker.error;
+    if (speaker.problem)
+        d.speaker.lastError = speakerProblemText(*speaker.problem);
     return d;
 }
 
 void AppController::copyDiagnostics()
 {
-    // The log is read off the main thread; the text reaches the clipboard back on it.
-    QPointer self(this);
-    m_saves->async([self, state = diagnosticsState()] {
+    // The log is read off the main thread; the text reaches the clipboard back on it. The
+    // worker is a member, so the controller is still there while the job runs.
+    m_logReader.async([this, state = diagnosticsState()] {
         const QString text = diagnosticsText(state, Log::tail(kDiagnosticsLogLines));
         QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, text] {
-                if (!self)
-                    return;
+            this,
+            [text] {
                 QGuiApplication::clipboard()->setText(text);
                 Log::info(diagnosticsCopiedLogLine(text));
             },
@@ -442,26 +277,18 @@ void AppController::copyDiagnostics()
     });
 }
 
+std::optional<AppStatus> AppController::lastStatus() const
+{
+    return m_publisher->last();
+}
+
 void AppController::tick()
 {
     updateDismissMonitor();
-    pollTrigger();
+    m_publisher->request();
 }
 
-void AppController::pollTrigger()
-{
-    if (m_pollInFlight)
-        return;
-    m_pollInFlight = true;
-    QPointer self(this);
-    const quint64 generation = m_pollGeneration;
-    QTimer::singleShot(0, this, [self, generation] {
-        if (self)
-            self->deliver(self->buildSnapshot(generation));
-    });
-}
-
-AppStatus AppController::buildSnapshot(quint64 generation) const
+AppStatus AppController::buildStatus(quint64 generation) const
 {
     const SpeakerController::Snapshot speaker = m_speaker->snapshot();
     AppStatus status;
@@ -469,19 +296,15 @@ AppStatus AppController::buildSnapshot(quint64 generation) const
     status.armedState = keyContext().evaluate();
     status.speaker = m_settings.speaker;
     status.connected = speaker.connected;
-    status.volume = m_mirrorVolume;
-    status.muted = m_mirrorMuted;
-    status.error = speaker.error;
-    status.saveFailed = m_saveFailed;
+    status.volume = m_mirror.volume;
+    status.muted = m_mirror.muted;
+    status.problem = speaker.problem;
+    status.saveFailed = m_saver->hasFailed();
     return status;
 }
 
-void AppController::deliver(const AppStatus& status)
+void AppController::showStatus(const AppStatus& status)
 {
-    m_pollInFlight = false;
-    if (status.generation < m_pollGeneration)
-        return;
-    m_lastSnapshot = status;
     if (m_status) {
         QString line;
         if (status.armedState.isArmed())
@@ -528,7 +351,7 @@ void AppController::armingInputsChanged()
         m_lastArmedState = state;
         Log::info(state.isArmed() ? QStringLiteral("volume keys armed")
                                   : QStringLiteral("volume keys not armed — ") + state.reason());
-        pollTrigger();
+        m_publisher->request();
     }
 }
 
@@ -539,32 +362,24 @@ void AppController::onHealthChange(bool trusted, bool tapEnabled)
     m_tapEnabled = tapEnabled;
     if (changed)
         armingInputsChanged();
-    updateDismissMonitor();
-    pollTrigger();
+    tick();
 }
 
 void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
 {
-    VolumeMirror mirror{m_mirrorVolume, m_mirrorMuted};
+    VolumeMirror mirror = m_mirror;
     if (!mirror.press(key, fine, isRepeat))
         return;
-    m_mirrorVolume = mirror.volume;
-    m_mirrorMuted = mirror.muted;
+    m_mirror = mirror;
     ++m_mirrorGeneration;
 
     if (m_dismissMonitor)
         m_dismissMonitor->start();
-    QPointer self(this);
-    QTimer::singleShot(kDismissRedecision, this, [self] {
-        if (self)
-            self->updateDismissMonitor();
-    });
+    QTimer::singleShot(kDismissRedecision, this, &AppController::updateDismissMonitor);
 
-    m_hud->show(m_mirrorVolume, m_mirrorMuted, !m_connected, m_settings.speaker);
+    m_hud->show(m_mirror.volume, m_mirror.muted, !m_connected, m_settings.speaker);
     // The key path returns before any network work starts; the speaker controller keeps
     // the order of these hand-offs and coalesces them.
-    QTimer::singleShot(0, this, [self, sent = mirror] {
-        if (self)
-            self->m_speaker->apply(sent.volume, sent.muted);
-    });
+    QTimer::singleShot(0, this,
+                       [this, sent = mirror] { m_speaker->apply(sent.volume, sent.muted); });
 }

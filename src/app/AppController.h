@@ -1,51 +1,38 @@
 #pragma once
 
-#include "app/ArmedState.h"
 #include "app/CommandLine.h"
 #include "app/DiagnosticsText.h"
 #include "app/KeyContext.h"
+#include "app/StatusPublisher.h"
 #include "app/VolumeMirror.h"
 #include "discovery/ZoneState.h"
 #include "keys/EventTap.h"
+#include "support/SerialQueue.h"
 #include "support/Settings.h"
 
 #include <QDateTime>
 #include <QList>
 #include <QObject>
-#include <QSet>
 #include <QString>
 
-#include <functional>
 #include <memory>
 #include <optional>
 
 class AudioDevice;
 class DismissMonitor;
 class NetworkWatch;
-class SerialQueue;
+class SettingsSaver;
 class SingleInstance;
 class SleepWatch;
 class SpeakerController;
+class StartUp;
 class StatusItem;
 class VolumeHUD;
 
-// What the application shows about itself at one moment: delivered to the tray now, and
-// to the panel once it exists.
-struct AppStatus {
-    quint64 generation = 0;
-    ArmedState armedState = ArmedState::Case::armed;
-    QString speaker;
-    bool connected = false;
-    int volume = 50;
-    bool muted = false;
-    QString error;
-    bool saveFailed = false;
-};
-
 // The application: owns every long-lived object (settings, speaker controller, overlay, key
-// capture, dismiss monitor, tray icon, wake and network watches), runs the start-up
-// sequence, wires their callbacks, keeps the flags the arming decision reads, and saves the
-// settings. Main thread only; every callback held elsewhere holds the controller weakly.
+// capture, dismiss monitor, tray icon, wake and network watches), wires their signals, and
+// keeps the flags the arming decision reads. Main thread only; what it owns reports to it
+// through signals whose connections end with it.
 class AppController : public QObject {
     Q_OBJECT
 public:
@@ -73,10 +60,10 @@ public:
     void handle(EventTap::MediaKey key, bool fine, bool isRepeat);
 
     const Settings& settings() const { return m_settings; }
-    VolumeMirror mirror() const { return {m_mirrorVolume, m_mirrorMuted}; }
-    bool isConnected() const { return m_connected; }
-    bool hasSaveFailed() const { return m_saveFailed; }
-    std::optional<AppStatus> lastSnapshot() const { return m_lastSnapshot; }
+    // The status last handed to the tray (and the panel), absent before the first.
+    std::optional<AppStatus> lastStatus() const;
+    // The zones the panel offers as speakers, from the latest choices refresh.
+    const QList<ZoneState>& speakerChoices() const { return m_choices; }
     // The state "Copy Diagnostics" describes, without the log's lines.
     DiagnosticsState diagnosticsState() const;
     // Puts the diagnostics text on the clipboard.
@@ -96,51 +83,45 @@ signals:
     void panelRequested();
 
 private:
-    void firstRunSetup(std::function<void()> done);
-    void pickFromZones(const QList<ZoneState>& states, std::function<void()> done);
-    void detectTriggerOutput();
+    void startSupervision();
     // `began` is the mirror generation when the refresh was asked for.
     void refreshConnection(quint64 began);
     void refreshChoices();
     void saveSettings();
-    void pollTrigger();
-    AppStatus buildSnapshot(quint64 generation) const;
-    void deliver(const AppStatus& status);
+    AppStatus buildStatus(quint64 generation) const;
+    void showStatus(const AppStatus& status);
     void updateDismissMonitor();
     void scheduleDemonstrations();
     void showOnboarding();
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
-    void startUp();
     void logStartLine() const;
 
     Options m_options;
     Settings m_settings;
-    bool m_isFirstRun = true;
-    std::unique_ptr<SpeakerController> m_speaker;
-    std::unique_ptr<VolumeHUD> m_hud;
     std::shared_ptr<AudioDevice> m_audio;
+    std::unique_ptr<SpeakerController> m_speaker;
+    std::unique_ptr<SettingsSaver> m_saver;
+    std::unique_ptr<StartUp> m_startUp;
+    std::unique_ptr<StatusPublisher> m_publisher;
+    std::unique_ptr<VolumeHUD> m_hud;
     std::unique_ptr<EventTap> m_tap;
     std::unique_ptr<StatusItem> m_status;
-    bool m_tapEnabled = false;
-    bool m_trusted = false;
-    bool m_connected = false;
-    bool m_pollInFlight = false;
-    quint64 m_pollGeneration = 0;
-    bool m_choicesInFlight = false;
-    QDateTime m_choicesStamp;
-    std::optional<AppStatus> m_lastSnapshot;
-    QSet<QString> m_opticalCapable;
-    std::optional<QString> m_playingOverOptical;
-    QList<ZoneState> m_zoneStates;
     std::unique_ptr<DismissMonitor> m_dismissMonitor;
-    std::unique_ptr<NetworkWatch> m_networkMonitor;
+    std::unique_ptr<NetworkWatch> m_networkWatch;
     std::unique_ptr<SleepWatch> m_sleepWatch;
-    int m_mirrorVolume = 50;
-    bool m_mirrorMuted = false;
-    quint64 m_mirrorGeneration = 0;
-    bool m_saveFailed = false;
-    std::unique_ptr<SerialQueue> m_saves;
+    bool m_trusted = false;
+    bool m_tapEnabled = false;
+    bool m_connected = false;
     std::optional<ArmedState> m_lastArmedState;
+    // The overlay's level, moved by the keys at once; `m_mirrorGeneration` counts the
+    // presses, so that a speaker answer older than the latest press does not undo it.
+    VolumeMirror m_mirror;
+    quint64 m_mirrorGeneration = 0;
+    QList<ZoneState> m_choices;
+    QDateTime m_choicesStamp;
+    bool m_choicesInFlight = false;
+    // Last, so that a diagnostics job still running finds everything else in place.
+    SerialQueue m_logReader;
 };

@@ -3,20 +3,6 @@
 #include "support/PlatformWords.h"
 #include "support/UiText.h"
 
-namespace {
-
-// The speaker controller's error when discovery keeps coming back empty suggests that
-// something blocks it; only then is the network settings worth offering. The hint counts in
-// English, translated, and in the wording it had before it was adapted to this platform.
-bool suggestsBlockedDiscovery(const QString& error)
-{
-    return error.contains(QLatin1String(platformText(PlatformText::discoveryBlockedHint))) ||
-           error.contains(uiText(PlatformText::discoveryBlockedHint)) ||
-           error.contains(QLatin1String("local network"));
-}
-
-} // namespace
-
 ArmedState::ArmedState(Case c)
     : m_case(c)
 {
@@ -74,7 +60,7 @@ QString ArmedState::panelMessage() const
     return {};
 }
 
-PanelFix ArmedState::fix(const std::optional<QString>& lastSnapshotError) const
+PanelFix ArmedState::fix(const std::optional<SpeakerProblem>& speakerProblem) const
 {
     switch (m_case) {
     case Case::armed:
@@ -85,7 +71,8 @@ PanelFix ArmedState::fix(const std::optional<QString>& lastSnapshotError) const
     case Case::noAccessibility:
         return PanelFix::openAccessibilitySettings;
     case Case::speakerNotConnected:
-        return lastSnapshotError && suggestsBlockedDiscovery(*lastSnapshotError)
+        // Only sweeps that keep coming back empty suggest that something blocks discovery.
+        return speakerProblem && speakerProblem->kind == SpeakerProblem::Kind::noSpeakersFound
                    ? PanelFix::openLocalNetworkSettings
                    : PanelFix::none;
     case Case::noOutputChosen:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "speaker/SpeakerProblem.h"
 #include "ui/PanelFix.h"
 
 #include <QString>
@@ -36,9 +37,9 @@ public:
     QString reason() const;
     // For the panel, looked up in the string table; empty when armed.
     QString panelMessage() const;
-    // The remedy the panel offers. `lastSnapshotError` is the error text of the last
-    // snapshot the panel was given, absent when there was none yet.
-    PanelFix fix(const std::optional<QString>& lastSnapshotError) const;
+    // The remedy the panel offers. `speakerProblem` is the speaker's problem in the last
+    // status the panel was given, absent when there was none (or no status yet).
+    PanelFix fix(const std::optional<SpeakerProblem>& speakerProblem) const;
 
     bool operator==(const ArmedState&) const = default;
 

@@ -14,6 +14,9 @@ StatusItem::StatusItem(QObject* parent)
     , m_menu(std::make_unique<QMenu>())
     , m_tray(std::make_unique<QSystemTrayIcon>())
 {
+    QAction* copy = m_menu->addAction(QStringLiteral("Copy Diagnostics"));
+    connect(copy, &QAction::triggered, this, &StatusItem::copyDiagnosticsRequested);
+    m_menu->addSeparator();
     QAction* quit = m_menu->addAction(QStringLiteral("Quit Velotide"));
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
     m_tray->setContextMenu(m_menu.get());
@@ -38,16 +41,6 @@ void StatusItem::setState(bool armed, const QString& status)
         return;
     m_armed = armed;
     paint();
-}
-
-void StatusItem::setCopyDiagnostics(std::function<void()> action)
-{
-    if (!action || m_copyDiagnostics)
-        return;
-    m_copyDiagnostics = new QAction(QStringLiteral("Copy Diagnostics"), m_menu.get());
-    connect(m_copyDiagnostics, &QAction::triggered, this, std::move(action));
-    m_menu->insertAction(m_menu->actions().value(0), m_copyDiagnostics);
-    m_menu->insertSeparator(m_menu->actions().value(1));
 }
 
 void StatusItem::notify(const QString& title, const QString& message)

@@ -6,10 +6,8 @@
 #include <QObject>
 #include <QString>
 
-#include <functional>
 #include <memory>
 
-class QAction;
 class QMenu;
 class QSystemTrayIcon;
 
@@ -26,8 +24,6 @@ public:
     // `status` is the tooltip's second line: the reason keys are inactive, or the speaker's
     // level.
     void setState(bool armed, const QString& status);
-    // Adds "Copy Diagnostics" above "Quit"; does nothing with an empty action.
-    void setCopyDiagnostics(std::function<void()> action);
     // A passing message from the tray (a notification where the desktop shows them).
     void notify(const QString& title, const QString& message);
 
@@ -40,6 +36,8 @@ public:
 signals:
     // The icon itself was clicked (where the panel will open).
     void activated();
+    // "Copy Diagnostics" was chosen from the menu.
+    void copyDiagnosticsRequested();
 
 private:
     void paint();
@@ -47,7 +45,6 @@ private:
     SymbolIcons m_symbols;
     std::unique_ptr<QMenu> m_menu;
     std::unique_ptr<QSystemTrayIcon> m_tray;
-    QAction* m_copyDiagnostics = nullptr;
     bool m_armed = false;
     bool m_painted = false;
 };

@@ -10,9 +10,8 @@ bool isUsable(QNetworkInformation::Reachability reachability)
 }
 } // namespace
 
-NetworkWatch::NetworkWatch(std::function<void()> onChange, QObject* parent)
+NetworkWatch::NetworkWatch(QObject* parent)
     : QObject(parent)
-    , m_onChange(std::move(onChange))
 {
 }
 
@@ -38,6 +37,5 @@ void NetworkWatch::report(bool usable)
             return;
         }
     }
-    if (m_onChange)
-        m_onChange();
+    emit changed();
 }

@@ -2,7 +2,6 @@
 
 #include <QObject>
 
-#include <functional>
 #include <mutex>
 
 // Reports each change of the network the computer is on, from the platform's reachability
@@ -12,15 +11,17 @@
 class NetworkWatch : public QObject {
     Q_OBJECT
 public:
-    explicit NetworkWatch(std::function<void()> onChange, QObject* parent = nullptr);
+    explicit NetworkWatch(QObject* parent = nullptr);
 
     void start();
 
     // One reachability report (public so the rule can be exercised without a backend).
     void report(bool usable);
 
+signals:
+    void changed();
+
 private:
-    std::function<void()> m_onChange;
     std::mutex m_lock;
     bool m_seenFirst = false;
 };

@@ -10,14 +10,13 @@ const QString kPath = QStringLiteral("/org/freedesktop/login1");
 const QString kInterface = QStringLiteral("org.freedesktop.login1.Manager");
 } // namespace
 
-SleepWatch::SleepWatch(std::function<void()> onWake, QObject* parent)
-    : SleepWatch(std::move(onWake), &QDBusConnection::systemBus, parent)
+SleepWatch::SleepWatch(QObject* parent)
+    : SleepWatch(&QDBusConnection::systemBus, parent)
 {
 }
 
-SleepWatch::SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent)
+SleepWatch::SleepWatch(Bus bus, QObject* parent)
     : QObject(parent)
-    , m_onWake(std::move(onWake))
 {
     // Connecting to the bus is a socket handshake: a pool thread does it, and the
     // subscription is made back on the main thread once the bus is there.
@@ -39,6 +38,6 @@ SleepWatch::SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent)
 
 void SleepWatch::prepareForSleep(bool sleeping)
 {
-    if (!sleeping && m_onWake)
-        m_onWake();
+    if (!sleeping)
+        emit woke();
 }

@@ -12,17 +12,19 @@ class SleepWatch : public QObject {
 public:
     using Bus = std::function<QDBusConnection()>;
 
-    explicit SleepWatch(std::function<void()> onWake, QObject* parent = nullptr);
+    explicit SleepWatch(QObject* parent = nullptr);
     // Listens on the bus `bus` answers (tests use a private one).
-    SleepWatch(std::function<void()> onWake, Bus bus, QObject* parent = nullptr);
+    explicit SleepWatch(Bus bus, QObject* parent = nullptr);
 
     // Whether the subscription to logind's signal is in place.
     bool isListening() const { return m_listening; }
+
+signals:
+    void woke();
 
 private slots:
     void prepareForSleep(bool sleeping);
 
 private:
-    std::function<void()> m_onWake;
     bool m_listening = false;
 };

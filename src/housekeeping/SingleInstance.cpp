@@ -4,6 +4,7 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QMetaMethod>
 
 namespace {
 // How long the second launch waits for the running copy to take its request.
@@ -46,19 +47,19 @@ bool SingleInstance::claim()
     return false;
 }
 
-void SingleInstance::onShowRequest(std::function<void()> handler)
-{
-    m_handler = std::move(handler);
-    if (m_handler && m_pending) {
-        m_pending = false;
-        m_handler();
-    }
-}
-
 void SingleInstance::Show()
 {
-    if (m_handler)
-        m_handler();
+    if (isSignalConnected(QMetaMethod::fromSignal(&SingleInstance::showRequested)))
+        emit showRequested();
     else
         m_pending = true;
+}
+
+void SingleInstance::connectNotify(const QMetaMethod& signal)
+{
+    if (signal != QMetaMethod::fromSignal(&SingleInstance::showRequested) || !m_pending)
+        return;
+    m_pending = false;
+    // The connection is complete only once this returns.
+    QMetaObject::invokeMethod(this, &SingleInstance::showRequested, Qt::QueuedConnection);
 }

@@ -3,8 +3,6 @@
 #include <QDBusConnection>
 #include <QObject>
 
-#include <functional>
-
 // Keeps one running copy of the application per login session. The running copy owns the
 // name com.brindlewerk.velotide on the session bus and answers its Show method; a second
 // launch finds the name taken, logs the other copy's pid, asks it to show itself and goes.
@@ -24,15 +22,18 @@ public:
     // when another copy runs and has been asked to show itself.
     bool claim();
 
-    // Runs `handler` on the main thread for every show request, including one that came
-    // before the handler was set.
-    void onShowRequest(std::function<void()> handler);
+signals:
+    // Another launch asked this copy to show itself. A request that came while nobody was
+    // connected is emitted, queued, to the first receiver that connects.
+    void showRequested();
 
 public slots:
     Q_SCRIPTABLE void Show();
 
+protected:
+    void connectNotify(const QMetaMethod& signal) override;
+
 private:
     QDBusConnection m_bus;
-    std::function<void()> m_handler;
     bool m_pending = false;
 };

@@ -17,8 +17,8 @@ bool sessionRunsOnX11()
 
 } // namespace
 
-DismissMonitor::DismissMonitor(OnClick onClick)
-    : m_onClick(std::move(onClick))
+DismissMonitor::DismissMonitor(QObject* parent)
+    : QObject(parent)
 {
 }
 
@@ -41,13 +41,13 @@ void DismissMonitor::start()
     if (isRunning())
         return;
     if (sessionRunsOnX11()) {
-        m_x11 = X11ClickWatch::start([this](QPoint position) { clicked(position); });
+        m_x11 = X11ClickWatch::start([this](QPoint position) { emit clicked(position); });
         if (m_x11)
             return;
     }
     if (m_tap) {
         m_viaTap = m_tap->setPointerButtonHandler(
-            [this] { clicked(qGuiApp ? QCursor::pos() : QPoint()); });
+            [this] { emit clicked(qGuiApp ? QCursor::pos() : QPoint()); });
     }
 }
 
@@ -62,10 +62,4 @@ void DismissMonitor::stop()
 bool DismissMonitor::isRunning() const
 {
     return m_x11 != nullptr || m_viaTap;
-}
-
-void DismissMonitor::clicked(QPoint position) const
-{
-    if (m_onClick)
-        m_onClick(position);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <QObject>
 #include <QPoint>
 
-#include <functional>
 #include <memory>
 
 class EventTap;
@@ -14,14 +14,11 @@ class X11ClickWatch;
 //
 // On X11 (XWayland included) the presses come from the X server; elsewhere from the key
 // service, through the tap's connection to it, with the last known pointer position.
-class DismissMonitor {
+class DismissMonitor : public QObject {
+    Q_OBJECT
 public:
-    using OnClick = std::function<void(QPoint screenPosition)>;
-
-    explicit DismissMonitor(OnClick onClick);
-    ~DismissMonitor();
-    DismissMonitor(const DismissMonitor&) = delete;
-    DismissMonitor& operator=(const DismissMonitor&) = delete;
+    explicit DismissMonitor(QObject* parent = nullptr);
+    ~DismissMonitor() override;
 
     // The tap whose key service reports pointer buttons where there is no X server. The tap
     // must outlive this monitor, or be unset (nullptr) before it goes.
@@ -33,10 +30,10 @@ public:
     // Whether presses are being reported now (start() can find no source at all).
     bool isRunning() const;
 
-private:
-    void clicked(QPoint position) const;
+signals:
+    void clicked(QPoint screenPosition);
 
-    OnClick m_onClick;
+private:
     EventTap* m_tap = nullptr;
     std::unique_ptr<X11ClickWatch> m_x11;
     bool m_viaTap = false;

@@ -2,20 +2,15 @@
 
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneScan.h"
 #include "discovery/ZoneTopology.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
-#include "support/UiText.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace {
-
-QString text(const char* english)
-{
-    return uiText(english);
-}
 
 QString withMute(int volume, bool muted)
 {
@@ -32,19 +27,18 @@ SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule
     , m_backoff(schedule.firstBackoff)
 {
     m_supervisor.setSingleShot(true);
-    QObject::connect(&m_supervisor, &QTimer::timeout, this, &SpeakerController::superviseStep);
+    connect(&m_supervisor, &QTimer::timeout, this, &SpeakerController::superviseStep);
 }
 
 SpeakerController::Snapshot SpeakerController::snapshot() const
 {
     return {m_device ? m_device->name : m_wantedName, m_cachedVolume, m_cachedMuted,
-            m_device.has_value(), m_lastError};
+            m_device.has_value(), m_problem};
 }
 
 void SpeakerController::notify()
 {
-    if (onChange)
-        onChange();
+    emit changed();
 }
 
 // ---- Local changes -----------------------------------------------------------------------
@@ -128,7 +122,7 @@ void SpeakerController::sendToDevice(const Change& change, std::function<void()>
     request.then(this, [this, done = std::move(done)](SonosResult<Done> result) {
         if (!result) {
             Log::info("send failed (" + describe(result.error()) + "); will retry after reconnect");
-            m_lastError = text("Speaker unreachable");
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::unreachable, {}};
             m_wakeRequested = true;
             wakeSupervision();
             notify();
@@ -139,11 +133,11 @@ void SpeakerController::sendToDevice(const Change& change, std::function<void()>
 
 // ---- Connecting --------------------------------------------------------------------------
 
-void SpeakerController::connect(Finish finish)
+void SpeakerController::connectToSpeaker(Finish finish)
 {
     const int attempt = ++m_connectGeneration;
     if (m_wantedName.isEmpty()) {
-        m_lastError = text("No speaker chosen");
+        m_problem = SpeakerProblem{SpeakerProblem::Kind::noSpeakerChosen, {}};
         notify();
         return finish(Outcome::Failed);
     }
@@ -163,17 +157,16 @@ void SpeakerController::connect(Finish finish)
 
 void SpeakerController::connectByName(int attempt, const Finish& finish)
 {
-    m_discovery->zones(m_schedule.sweepSeconds)
-        .then(this, [](const QList<SonosDevice>& zones) { return ZoneTopology::visible(zones); })
-        .unwrap()
+    ZoneScan::visibleZones(*m_discovery, m_schedule.sweepSeconds)
         .then(this, [this, attempt, finish](const QList<SonosDevice>& zones) {
             if (attempt != m_connectGeneration)
                 return finish(Outcome::Stale);
             const QString name = m_wantedName;
             if (zones.isEmpty()) {
                 ++m_emptySweeps;
-                m_lastError = m_emptySweeps < 2 ? text("Looking for ") + name
-                                                : uiText(PlatformText::noSpeakersFound);
+                m_problem = m_emptySweeps < 2
+                                ? SpeakerProblem{SpeakerProblem::Kind::looking, name}
+                                : SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}};
                 Log::info(QStringLiteral("no zones discovered (sweep %1) — ").arg(m_emptySweeps) +
                           platformText(PlatformText::noZonesPersistHint));
                 notify();
@@ -182,7 +175,7 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
             const auto found = std::find_if(zones.begin(), zones.end(),
                                             [&](const SonosDevice& z) { return z.name == name; });
             if (found == zones.end()) {
-                m_lastError = text("Speaker '") + name + text("' not found");
+                m_problem = SpeakerProblem{SpeakerProblem::Kind::notFound, name};
                 Log::info(QStringLiteral("Speaker '%1' not among %2 discovered zones; will retry")
                               .arg(name)
                               .arg(zones.size()));
@@ -212,7 +205,7 @@ void SpeakerController::connectTo(const SonosDevice& device, bool remembered, in
         if (!levels) {
             if (remembered)
                 return connectByName(attempt, finish); // the address now belongs to another
-            m_lastError = text("Speaker '") + device.name + text("' unreachable");
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::answeredDiscoveryOnly, device.name};
             Log::info("Speaker '" + device.name +
                       "' answered discovery but not control: " + describe(levels.error()));
             notify();
@@ -233,13 +226,12 @@ void SpeakerController::establish(const SonosDevice& device, const Levels& level
 {
     m_device = device;
     m_coordinator.reset();
-    m_lastError.clear();
+    m_problem.reset();
     m_emptySweeps = 0;
     m_resyncsSinceGroupCheck = 0;
     adopt(levels, false);
     m_knownHost = device.host;
-    if (onHostLearned)
-        onHostLearned(device.host);
+    emit hostLearned(device.host);
     notify();
 }
 
@@ -283,23 +275,21 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     // Without a fresh sweep at hand the player's own group state usually settles it: a
     // player alone or leading its group needs nobody else's address. Only a player grouped
     // under another needs the sweep, to find where its leader lives.
-    ZoneTopology::zoneGroupState(device).then(this, [this, device,
-                                                     apply](const std::optional<QString>& answer) {
-        if (!answer)
-            return apply({device, false});
-        const auto info = ZoneTopology::groupInfo(device.uid, ZoneTopology::unescape(*answer));
-        if (!info || info->coordinator.toUpper() == device.uid.toUpper())
-            return apply(ZoneTopology::groupTarget(device, {device}, *answer));
-        m_discovery->zones(m_schedule.sweepSeconds)
-            .then(this, [](const QList<SonosDevice>& all) { return ZoneTopology::visible(all); })
-            .unwrap()
-            .then(this,
-                  [device](const QList<SonosDevice>& visible) {
-                      return ZoneTopology::group(device, visible);
-                  })
-            .unwrap()
-            .then(this, apply);
-    });
+    ZoneTopology::zoneGroupState(device).then(
+        this, [this, device, apply](const std::optional<QString>& answer) {
+            if (!answer)
+                return apply({device, false});
+            const auto info = ZoneTopology::groupInfo(device.uid, ZoneTopology::unescape(*answer));
+            if (!info || info->coordinator.toUpper() == device.uid.toUpper())
+                return apply(ZoneTopology::groupTarget(device, {device}, *answer));
+            ZoneScan::visibleZones(*m_discovery, m_schedule.sweepSeconds)
+                .then(this,
+                      [device](const QList<SonosDevice>& visible) {
+                          return ZoneTopology::group(device, visible);
+                      })
+                .unwrap()
+                .then(this, apply);
+        });
 }
 
 // ---- Following the speaker ---------------------------------------------------------------
@@ -339,8 +329,8 @@ void SpeakerController::resync(std::function<void()> done)
             return done(); // reconnected or switched meanwhile
         if (!levels) {
             Log::info("health check failed: " + describe(levels.error()));
-            m_lastError = text("Speaker unreachable");
-            disconnect();
+            m_problem = SpeakerProblem{SpeakerProblem::Kind::unreachable, {}};
+            dropConnection();
             notify();
             return done();
         }
@@ -350,8 +340,7 @@ void SpeakerController::resync(std::function<void()> done)
         if (!localChangeMeanwhile) {
             const Snapshot before = snapshot();
             adopt(*levels, true);
-            if (!m_lastError.isEmpty()) // a send failed but the speaker answers again
-                m_lastError.clear();
+            m_problem.reset(); // a send may have failed, but the speaker answers again
             if (snapshot() != before)
                 notify();
         }
@@ -362,7 +351,7 @@ void SpeakerController::resync(std::function<void()> done)
     });
 }
 
-void SpeakerController::disconnect()
+void SpeakerController::dropConnection()
 {
     m_device.reset();
     m_coordinator.reset();
@@ -405,15 +394,15 @@ void SpeakerController::superviseStep()
     }
     if (m_wantedName.isEmpty()) {
         m_stepRunning = false;
-        const QString reason = text("No speaker chosen");
-        if (std::exchange(m_lastError, reason) != reason)
+        const SpeakerProblem reason{SpeakerProblem::Kind::noSpeakerChosen, {}};
+        if (std::exchange(m_problem, reason) != reason)
             notify();
         return scheduleStep(m_schedule.idleInterval);
     }
     const bool quick = m_quickRetry || m_wakeRequested;
     m_quickRetry = false;
     m_wakeRequested = false;
-    connect([this, quick](Outcome outcome) {
+    connectToSpeaker([this, quick](Outcome outcome) {
         m_stepRunning = false;
         if (outcome == Outcome::Connected || (outcome == Outcome::Stale && m_device)) {
             m_backoff = m_schedule.firstBackoff;
@@ -430,9 +419,9 @@ void SpeakerController::switchTo(const QString& speakerName)
 {
     m_wantedName = speakerName;
     ++m_connectGeneration; // whatever was being connected is no longer wanted
-    disconnect();
+    dropConnection();
     m_knownHost.clear();
-    m_lastError.clear();
+    m_problem.reset();
     m_emptySweeps = 0;
     m_everConnected = false;
     m_pendingVolume.reset();
@@ -444,16 +433,16 @@ void SpeakerController::switchTo(const QString& speakerName)
         if (!m_stepRunning)
             return scheduleStep(RetrySchedule::Duration::zero());
     }
-    connect([](Outcome) {});
+    connectToSpeaker([](Outcome) {});
 }
 
 void SpeakerController::reconnectNow(const QString& reason)
 {
-    const bool healthy = m_device && m_lastError.isEmpty();
+    const bool healthy = m_device && !m_problem;
     if (healthy) {
         Log::info(reason + "; connection is healthy, leaving it alone");
         return;
     }
     Log::info("reconnecting immediately (" + reason + ")");
-    connect([](Outcome) {});
+    connectToSpeaker([](Outcome) {});
 }

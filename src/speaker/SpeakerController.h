@@ -2,6 +2,7 @@
 
 #include "sonos/SonosDevice.h"
 #include "speaker/RetrySchedule.h"
+#include "speaker/SpeakerProblem.h"
 
 #include <QObject>
 #include <QTimer>
@@ -30,7 +31,7 @@ public:
         int volume = 50;
         bool muted = false;
         bool connected = false;
-        QString error; // user-facing reason of the last failure; empty when healthy
+        std::optional<SpeakerProblem> problem; // why the last attempt failed; none when healthy
         bool operator==(const Snapshot&) const = default;
     };
 
@@ -58,8 +59,12 @@ public:
     // Where zone sweeps come from; the process-wide coordinator unless told otherwise.
     void setDiscovery(SonosDiscovery::Coordinator& discovery) { m_discovery = &discovery; }
 
-    std::function<void()> onChange;
-    std::function<void(const QString& host)> onHostLearned;
+signals:
+    // The snapshot may have changed; emitted inside the controller's own work, so a receiver
+    // that calls back into it should queue the call.
+    void changed();
+    // The chosen speaker answered at `host`.
+    void hostLearned(const QString& host);
 
 private:
     struct Levels {
@@ -79,7 +84,7 @@ private:
     void send(const Change& change, std::function<void()> done);
     void sendToDevice(const Change& change, std::function<void()> done);
 
-    void connect(Finish finish);
+    void connectToSpeaker(Finish finish);
     void connectByName(int attempt, const Finish& finish);
     void connectTo(const SonosDevice& device, bool remembered, int attempt,
                    const std::optional<QList<SonosDevice>>& visibleZones, const Finish& finish);
@@ -91,7 +96,7 @@ private:
     void readLevels(std::function<void(SonosResult<Levels>)> done);
     void adopt(const Levels& levels, bool fromElsewhere);
     void resync(std::function<void()> done);
-    void disconnect();
+    void dropConnection();
 
     void superviseStep();
     void scheduleStep(RetrySchedule::Duration delay);
@@ -105,7 +110,7 @@ private:
     QString m_wantedName;
     int m_cachedVolume = 50;
     bool m_cachedMuted = false;
-    QString m_lastError;
+    std::optional<SpeakerProblem> m_problem;
     std::optional<int> m_pendingVolume;
     std::optional<bool> m_pendingMute;
     quint64 m_generation = 0;

@@ -39,10 +39,6 @@ constexpr std::array words{
                  SHOWN("Open network settings")},
     PlatformWord{noSpeakersFound, shown, "No speakers found — allow local network access?",
                  SHOWN("No speakers found — is a firewall blocking discovery?")},
-    // The part of a speaker error that says discovery may be blocked; the panel offers the
-    // network settings when the error contains it.
-    PlatformWord{discoveryBlockedHint, shown, "local network",
-                 SHOWN("is a firewall blocking discovery?")},
     PlatformWord{noZonesPersistHint, log,
                  "if this persists, check Privacy & Security > Local Network",
                  "if this persists, is a firewall blocking discovery?"},

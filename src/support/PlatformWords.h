@@ -27,7 +27,6 @@ enum class PlatformText {
     // Discovery (no local network permission here: a firewall is what blocks discovery)
     openNetworkSettings,
     noSpeakersFound,
-    discoveryBlockedHint,
     noZonesPersistHint,
     // Output routing (the sound server stands where Control Center and CoreAudio were)
     soundServerNotRunning,

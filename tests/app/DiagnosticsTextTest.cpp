@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace {
 
 // A healthy household: keys armed on the optical output, speaker answering.
@@ -58,58 +56,21 @@ TEST(DiagnosticsText, HealthySetupLineByLine)
     EXPECT_FALSE(text.endsWith(QLatin1Char('\n')));
 }
 
-TEST(DiagnosticsText, ArmedLineGivesTheReasonOfTheDecision)
-{
-    struct Row {
-        const char* what;
-        std::function<void(DiagnosticsState&)> change;
-        QString armedLine;
-    };
-    const Row rows[] = {
-        {"paused wins over missing access",
-         [](DiagnosticsState& s) {
-             s.settings.paused = true;
-             s.trusted = false;
-         },
-         "armed: false  paused"},
-        {"no input access", [](DiagnosticsState& s) { s.trusted = false; },
-         "armed: false  input access missing"},
-        {"capture not working", [](DiagnosticsState& s) { s.tapEnabled = false; },
-         "armed: false  event tap inactive"},
-        {"no default output", [](DiagnosticsState& s) { s.currentOutput.reset(); },
-         "armed: false  output is unknown, not Built-in Audio Digital Stereo (IEC958)"},
-        {"controller not connected, snapshot says connected",
-         [](DiagnosticsState& s) { s.speakerConnected = false; },
-         "armed: false  speaker not connected"},
-        {"trigger question not settled",
-         [](DiagnosticsState& s) {
-             s.settings.triggerOutput.clear();
-             s.settings.triggerConfigured = false;
-         },
-         "armed: false  no output chosen"},
-    };
-    for (const Row& row : rows) {
-        DiagnosticsState state = armedState();
-        row.change(state);
-        EXPECT_EQ(linesOf(diagnosticsText(state, {})).at(4), row.armedLine) << row.what;
-    }
-}
-
-TEST(DiagnosticsText, SpeakerLineFollowsTheSnapshotAndShowsItsError)
+TEST(DiagnosticsText, TheReasonOfTheDecisionAndTheSpeakersErrorWhenThereIsOne)
 {
     DiagnosticsState state = armedState();
-    state.settings.route = Settings::Route::Airplay;
-    state.speaker = {false, 0, true, QStringLiteral("Can't reach Living Room")};
-    const QStringList lines = linesOf(diagnosticsText(state, {}));
+    state.settings.paused = true;
+    state.speaker = {false, 0, true, QStringLiteral("Speaker unreachable")};
+    QStringList lines = linesOf(diagnosticsText(state, {}));
+    EXPECT_EQ(lines.at(4), "armed: false  paused");
     EXPECT_EQ(lines.at(6),
-              "speaker: 'Living Room' route=airplay connected=false volume=0 muted=true");
-    EXPECT_EQ(lines.at(7), "last error: Can't reach Living Room");
-    EXPECT_EQ(lines.at(8), "trigger output: 'Built-in Audio Digital Stereo (IEC958)'");
+              "speaker: 'Living Room' route=optical connected=false volume=0 muted=true");
+    EXPECT_EQ(lines.at(7), "last error: Speaker unreachable");
 
     // Without an error there is no error line at all, not an empty one.
     state.speaker.lastError.clear();
-    for (const QString& line : linesOf(diagnosticsText(state, {})))
-        EXPECT_FALSE(line.startsWith(QStringLiteral("last error"))) << line.toStdString();
+    lines = linesOf(diagnosticsText(state, {}));
+    EXPECT_EQ(lines.at(7), "trigger output: 'Built-in Audio Digital Stereo (IEC958)'");
 }
 
 TEST(DiagnosticsText, MissingFactsHaveTheirOwnWording)
@@ -147,12 +108,7 @@ TEST(DiagnosticsText, CopiedLineCountsAndPreviewCutsAtFourThousand)
     const QString longText = QString(9999, QLatin1Char('x')) + QLatin1Char('y');
     EXPECT_EQ(diagnosticsCopiedLogLine(longText),
               "diagnostics copied to clipboard (10000 characters)");
-    const QString preview = diagnosticsPreview(longText);
-    EXPECT_EQ(preview.size(), 4000);
-    EXPECT_TRUE(longText.startsWith(preview));
-
-    const QString text = diagnosticsText(armedState(), QStringLiteral("(no log file yet)"));
-    EXPECT_EQ(diagnosticsPreview(text), text);
+    EXPECT_EQ(diagnosticsPreview(longText), longText.left(4000));
 }
 
 } // namespace

@@ -35,10 +35,9 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
     for (const PlatformWord& word : platformWords()) {
         const QString elsewhere = QString::fromUtf8(word.elsewhere);
         const QString here = QString::fromUtf8(word.here);
-        // Two rows describe the other platform without naming it: a fragment of a sentence,
-        // and the steps through its permission list.
-        if (word.id != PlatformText::discoveryBlockedHint &&
-            word.id != PlatformText::inputAccessAlreadyListed) {
+        // One row describes the other platform without naming it: the steps through its
+        // permission list.
+        if (word.id != PlatformText::inputAccessAlreadyListed) {
             EXPECT_TRUE(namesForeignPlatform(elsewhere)) << word.elsewhere;
         }
         EXPECT_FALSE(namesForeignPlatform(here)) << word.here;
@@ -46,15 +45,6 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
         EXPECT_EQ(placeholderCount(elsewhere), placeholderCount(here)) << word.here;
         EXPECT_EQ(platformText(word.id), word.here);
     }
-}
-
-TEST(PlatformWords, RemarksNamedByThePlatformPageAreExchanged)
-{
-    EXPECT_STREQ(platformText(PlatformText::probeInputAccessRemark),
-                 "    (input access comes from the key service, velotide-keyd)");
-    EXPECT_STREQ(platformText(PlatformText::probeInputAccess), "  Input access: ");
-    EXPECT_STREQ(platformText(PlatformText::openAtLoginBlocked),
-                 "Open at Login (blocked in Settings)");
 }
 
 class UpperCaseTranslator : public QTranslator {

@@ -39,7 +39,8 @@ TEST(SleepWatch, ReportsEachWakeFromLogindAndNothingElse)
         QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("impostor"));
 
     int wakes = 0;
-    SleepWatch watch([&wakes] { ++wakes; }, &testBus);
+    SleepWatch watch(&testBus);
+    QObject::connect(&watch, &SleepWatch::woke, [&wakes] { ++wakes; });
     ASSERT_TRUE(spinUntil([&] { return watch.isListening(); }, 5s));
 
     ASSERT_TRUE(sendPrepareForSleep(logind, true));
@@ -64,11 +65,11 @@ TEST(SleepWatch, ReportsEachWakeFromLogindAndNothingElse)
 TEST(SleepWatch, WithoutABusNothingIsReported)
 {
     int wakes = 0;
-    SleepWatch watch([&wakes] { ++wakes; },
-                     [] {
-                         return QDBusConnection::connectToBus(
-                             QStringLiteral("unix:path=/nonexistent/bus"), QStringLiteral("none"));
-                     });
+    SleepWatch watch([] {
+        return QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
+                                             QStringLiteral("none"));
+    });
+    QObject::connect(&watch, &SleepWatch::woke, [&wakes] { ++wakes; });
     spinFor(300ms);
     EXPECT_FALSE(watch.isListening());
     EXPECT_EQ(wakes, 0);

@@ -6,6 +6,7 @@
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
+#include "discovery/ZoneScan.h"
 #include "discovery/ZoneTopology.h"
 #include "emulator/Emulator.h"
 
@@ -222,6 +223,16 @@ TEST_F(HouseholdDiscovery, ZoneStatesTellTheSoundbarPlayingItsTVInput)
     const QList<ZoneState> withSatellites = resultOf(ZoneTopology::states(discovered));
     EXPECT_EQ(withSatellites.size(), 5);
     EXPECT_EQ(ZoneTopology::playingOverOptical(withSatellites), std::nullopt);
+}
+
+TEST_F(HouseholdDiscovery, AZoneScanIsOneSweepOfTheVisibleZonesWithWhatTheyPlay)
+{
+    SonosDiscovery::Coordinator coordinator;
+    const QList<ZoneState> states = resultOf(ZoneScan::zoneStates(coordinator, window));
+    EXPECT_EQ(states, (QList<ZoneState>{ZoneState{discovered[0], false, false},
+                                        ZoneState{discovered[1], true, false},
+                                        ZoneState{discovered[4], false, false}}));
+    EXPECT_EQ(coordinator.sweepsStarted(), 1);
 }
 
 } // namespace

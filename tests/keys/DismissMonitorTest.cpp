@@ -30,7 +30,9 @@ protected:
 
     FocusedWindow window;
     std::vector<QPoint> clicks;
-    DismissMonitor monitor{[this](QPoint at) { clicks.push_back(at); }};
+    DismissMonitor monitor;
+    QMetaObject::Connection recording = QObject::connect(
+        &monitor, &DismissMonitor::clicked, [this](QPoint at) { clicks.push_back(at); });
 };
 
 TEST_F(DismissMonitorTest, whileStartedEveryButtonPressIsReportedWithItsPositionAndNothingElse)

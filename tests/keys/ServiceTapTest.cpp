@@ -216,7 +216,8 @@ TEST_F(ServiceTapTest, dismissMonitorUsesTheServicesPointerButtonsWithoutX11)
     ASSERT_TRUE(waitForHealth({true, true}));
 
     int clicks = 0;
-    DismissMonitor monitor([&](QPoint) { ++clicks; });
+    DismissMonitor monitor;
+    QObject::connect(&monitor, &DismissMonitor::clicked, [&] { ++clicks; });
     monitor.start();
     EXPECT_FALSE(monitor.isRunning()) << "no source yet";
     monitor.setKeyServiceTap(tap.get());

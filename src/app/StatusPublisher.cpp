@@ -1,0 +1,27 @@
+#include "app/StatusPublisher.h"
+
+#include <QTimer>
+
+void StatusPublisher::request()
+{
+    ++m_generation;
+    if (m_inFlight)
+        return;
+    m_inFlight = true;
+    // Built on the next turn of the event loop, so that a burst of requests costs one build.
+    QTimer::singleShot(0, this, &StatusPublisher::build);
+}
+
+void StatusPublisher::build()
+{
+    emit buildRequested(m_generation);
+}
+
+void StatusPublisher::publish(AppStatus status)
+{
+    if (status.generation < m_generation)
+        return build();
+    m_inFlight = false;
+    m_last = status;
+    emit published(*m_last);
+}

@@ -1,0 +1,90 @@
+// The status handed to the tray and the settings file written behind the controller's back.
+#include "app/SettingsSaver.h"
+#include "app/StatusPublisher.h"
+#include "common/Wait.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using testing_support::spinFor;
+using testing_support::spinUntil;
+
+namespace {
+
+class StatusPublisherTest : public ::testing::Test {
+protected:
+    StatusPublisherTest()
+    {
+        QObject::connect(&publisher, &StatusPublisher::buildRequested,
+                         [this](quint64 generation) { builds.append(generation); });
+        QObject::connect(&publisher, &StatusPublisher::published,
+                         [this](const AppStatus& status) { shown.append(status.generation); });
+    }
+
+    static AppStatus builtFor(quint64 generation)
+    {
+        AppStatus status;
+        status.generation = generation;
+        return status;
+    }
+
+    StatusPublisher publisher;
+    QList<quint64> builds;
+    QList<quint64> shown;
+};
+
+TEST_F(StatusPublisherTest, ABurstOfRequestsIsOneBuildForTheNewest)
+{
+    publisher.request();
+    publisher.request();
+    publisher.request();
+    ASSERT_TRUE(spinUntil([&] { return !builds.isEmpty(); }));
+    spinFor(50ms);
+    EXPECT_EQ(builds, QList<quint64>{3});
+    publisher.publish(builtFor(3));
+    EXPECT_EQ(shown, QList<quint64>{3});
+}
+
+TEST_F(StatusPublisherTest, AStatusBegunBeforeTheNewestRequestIsDroppedAndBuiltAgain)
+{
+    publisher.request();
+    ASSERT_TRUE(spinUntil([&] { return !builds.isEmpty(); }));
+    publisher.request(); // while the first is being built
+    publisher.publish(builtFor(1));
+    EXPECT_TRUE(shown.isEmpty());
+    EXPECT_EQ(builds, (QList<quint64>{1, 2}));
+    publisher.publish(builtFor(2));
+    EXPECT_EQ(shown, QList<quint64>{2});
+    EXPECT_EQ(publisher.last()->generation, 2u);
+}
+
+TEST(SettingsSaver, AFailedSaveIsFlaggedUntilTheNextOneSucceedsAndTheLastSaveWins)
+{
+    QTemporaryDir dir;
+    // A file where the settings folder should be makes every save fail.
+    const QString folder = dir.filePath(QStringLiteral("velotide"));
+    ASSERT_TRUE(QFile(folder).open(QIODevice::WriteOnly));
+    const QString path = folder + QStringLiteral("/settings.json");
+    SettingsSaver saver(path);
+    QList<bool> flags;
+    QObject::connect(&saver, &SettingsSaver::failedChanged,
+                     [&flags](bool failed) { flags.append(failed); });
+    Settings settings;
+    saver.save(settings);
+    ASSERT_TRUE(spinUntil([&] { return saver.hasFailed(); }));
+
+    ASSERT_TRUE(QFile::remove(folder));
+    for (const char* speaker : {"Kitchen", "Den", "Office"}) {
+        settings.speaker = QString::fromUtf8(speaker);
+        saver.save(settings);
+    }
+    ASSERT_TRUE(spinUntil([&] { return !saver.hasFailed(); }));
+    EXPECT_EQ(flags, (QList<bool>{true, false}));
+    EXPECT_TRUE(spinUntil(
+        [&] { return Settings::peek(path).settings.speaker == QStringLiteral("Office"); }));
+}
+
+} // namespace
