@@ -5,6 +5,7 @@
 #include "sonos/SoapEnvelope.h"
 #include "sonos/SonosService.h"
 #include "sonos/Tags.h"
+#include "sonos/XmlText.h"
 
 #include <QNetworkRequest>
 
@@ -76,13 +77,15 @@ SonosResult<bool> playingAnswer(const QString& body)
 
 SonosResult<SonosDevice::NowPlaying> nowPlayingAnswer(const QString& body)
 {
-    const QString metadata =
-        SoapAnswer::unescapeMetadata(Tags::element(u"TrackMetaData", body).value_or(QString()));
-    auto field = [&metadata](QStringView name) {
-        return Tags::element(name, metadata).value_or(QString());
+    // Every value travels escaped; the track's metadata is an escaped document whose own
+    // values are escaped once more.
+    auto value = [](QStringView name, QStringView in) {
+        return XmlText::unescape(Tags::element(name, in).value_or(QString()));
     };
+    const QString metadata = value(u"TrackMetaData", body);
+    auto field = [&](QStringView name) { return value(name, metadata); };
     SonosDevice::NowPlaying playing;
-    playing.uri = Tags::element(u"TrackURI", body).value_or(QString());
+    playing.uri = value(u"TrackURI", body);
     playing.title = field(u"dc:title");
     playing.artist = field(u"dc:creator");
     playing.album = field(u"upnp:album");
