@@ -223,6 +223,44 @@ QFuture<SonosResult<Done>> SonosDevice::setEQ(const QString& type, bool on) cons
                         doneAnswer);
 }
 
+namespace {
+
+const QString speechSwitch = QStringLiteral("SpeechEnhanceEnabled");
+const QString dialogLevel = QStringLiteral("DialogLevel");
+
+// A player without the asked EQ type refuses it with a SOAP fault; one that is unreachable
+// or answers nonsense has not said anything about its EQ types.
+template <typename T>
+bool refused(const SonosResult<T>& result)
+{
+    if (result)
+        return false;
+    const auto* error = std::get_if<SonosError>(&result.error());
+    return error && error->kind == SonosError::Kind::Http && error->status >= 400;
+}
+
+} // namespace
+
+QFuture<SonosResult<bool>> SonosDevice::speechEnhancement() const
+{
+    const SonosDevice device = *this;
+    return eqBool(speechSwitch)
+        .then([device](const SonosResult<bool>& on) {
+            return refused(on) ? device.eqBool(dialogLevel) : QtFuture::makeReadyFuture(on);
+        })
+        .unwrap();
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setSpeechEnhancement(bool on) const
+{
+    const SonosDevice device = *this;
+    return setEQ(speechSwitch, on)
+        .then([device, on](const SonosResult<Done>& done) {
+            return refused(done) ? device.setEQ(dialogLevel, on) : QtFuture::makeReadyFuture(done);
+        })
+        .unwrap();
+}
+
 QFuture<SonosResult<bool>> SonosDevice::isPlaying() const
 {
     return answer<bool>(call(*this, SonosServices::avTransport, "GetTransportInfo"), playingAnswer);

@@ -32,7 +32,9 @@ const QByteArray household = R"({
     {"host": "127.0.0.13", "uid": "RINCON_000E58A0B1C401400", "room": "Office",
      "model": "Sonos One"},
     {"host": "127.0.0.14", "uid": "RINCON_000E58A0B1C501400", "room": "Bedroom",
-     "model": "Sonos One"}
+     "model": "Sonos One"},
+    {"host": "127.0.0.15", "uid": "RINCON_000E58A0B1C601400", "room": "Den",
+     "model": "Sonos Arc Ultra", "eq": {"SpeechEnhanceEnabled": false, "DialogLevel": 3}}
   ]
 })";
 
@@ -205,6 +207,24 @@ TEST_F(DeviceTest, EqSettingsReadBackAndAMissingOneIsAnError)
     EXPECT_FALSE(settle(device().eqBool(QStringLiteral("DialogLevel"))).valueOr(true));
     // A speaker without speech enhancement does not answer as if it were off.
     EXPECT_FALSE(settle(device(hosts[1]).eqBool(QStringLiteral("DialogLevel"))));
+}
+
+TEST_F(DeviceTest, SpeechEnhancementUsesTheSwitchThePlayerHas)
+{
+    const QString ultraHost = QStringLiteral("127.0.0.15");
+    const SonosDevice ultra = device(ultraHost);
+    // The newer switch is off although its dialogue level is not zero.
+    EXPECT_EQ(settle(ultra.speechEnhancement()).valueOr(true), false);
+    ASSERT_TRUE(succeeded(settle(ultra.setSpeechEnhancement(true))));
+    EXPECT_EQ((*players)->eq(ultraHost, QStringLiteral("SpeechEnhanceEnabled")), true);
+    EXPECT_EQ(settle(ultra.speechEnhancement()).valueOr(false), true);
+
+    // The older soundbar refuses the newer switch; its dialogue level is the switch.
+    ASSERT_TRUE(succeeded(settle(device().setSpeechEnhancement(true))));
+    EXPECT_EQ((*players)->eq(arcHost, QStringLiteral("DialogLevel")), true);
+    EXPECT_EQ(settle(device().speechEnhancement()).valueOr(false), true);
+    // A player with neither has no speech enhancement, which is not "off".
+    EXPECT_FALSE(settle(device(hosts[1]).speechEnhancement()));
 }
 
 TEST_F(DeviceTest, PlayPauseAsksFirstAndThenSendsTheOpposite)
