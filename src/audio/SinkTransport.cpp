@@ -2,6 +2,8 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace {
 
 bool contains(const QString& text, QLatin1StringView part)
@@ -18,6 +20,16 @@ bool namesDisplayPort(const QString& alsaName)
            dp.match(alsaName).hasMatch();
 }
 
+// PipeWire's AirPlay sinks say so only through their own "raop.*" properties (the receiver's
+// address and name); they carry no device.api and call themselves virtual nodes.
+bool hasRaopProperties(const QHash<QString, QString>& properties)
+{
+    const auto keys = properties.keys();
+    return std::any_of(keys.begin(), keys.end(), [](const QString& key) {
+        return key.startsWith(QLatin1StringView("raop."));
+    });
+}
+
 } // namespace
 
 QString transportWord(const SinkFacts& sink)
@@ -30,7 +42,8 @@ QString transportWord(const SinkFacts& sink)
     const QString profile = property("device.profile.name");
     const QString deviceClass = property("device.class");
 
-    if (api == QLatin1StringView("raop") || contains(sink.driver, QLatin1StringView("raop")))
+    if (api == QLatin1StringView("raop") || contains(sink.driver, QLatin1StringView("raop")) ||
+        hasRaopProperties(sink.properties))
         return QStringLiteral("airplay");
     if (bus == QLatin1StringView("bluetooth") || api.startsWith(QLatin1StringView("bluez")))
         return QStringLiteral("bluetooth");

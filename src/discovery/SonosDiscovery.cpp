@@ -3,6 +3,7 @@
 #include "discovery/SsdpSearch.h"
 #include "sonos/CappedReader.h"
 #include "sonos/Tags.h"
+#include "sonos/XmlText.h"
 #include "support/ReadyFuture.h"
 
 #include <QNetworkRequest>
@@ -118,8 +119,8 @@ SonosResult<SonosDevice> parseDescription(const QString& host, const QByteArray&
     SonosDevice device;
     device.host = host;
     device.uid = QString(*udn).remove(QStringLiteral("uuid:"));
-    device.name = *roomName;
-    device.model = *modelName;
+    device.name = XmlText::unescape(*roomName);
+    device.model = XmlText::unescape(*modelName);
     return device;
 }
 

@@ -13,6 +13,10 @@
 namespace {
 
 constexpr QByteArrayView zonePlayerType = "urn:schemas-upnp-org:device:ZonePlayer:1";
+// Multicast over Wi-Fi is sent without acknowledgement and is lost now and then; one lost
+// search must not make a whole sweep come back empty, so it goes out a few times.
+constexpr int kRounds = 3;
+constexpr std::chrono::milliseconds kRoundGap{100};
 
 bool hasIPv4(const QNetworkInterface& interface)
 {
@@ -69,12 +73,15 @@ QFuture<SsdpSearch::Result> Search::start(const std::shared_ptr<Search>& self)
     m_buffer.resize(SsdpSearch::maxDatagram + 1);
     m_result.counters.bufferBytes = m_buffer.size();
     QObject::connect(&m_socket, &QUdpSocket::readyRead, &m_socket, [this] { readPending(); });
+    // The socket is the context: a round due after the window closed is never sent.
+    for (int round = 1; round < kRounds; ++round)
+        QTimer::singleShot(kRoundGap * round, &m_socket, [this] { sendProbe(); });
     QTimer::singleShot(m_window, [self] { self->finish(); });
     return future;
 }
 
-// Sets the outgoing interface before each send: a machine with Wi-Fi, a wired link, a VPN
-// and container bridges has its speakers behind any one of them.
+// One round: sets the outgoing interface before each send: a machine with Wi-Fi, a wired link, a
+// VPN and container bridges has its speakers behind any one of them.
 bool Search::sendProbe()
 {
     const QByteArray probe = SsdpSearch::probe();

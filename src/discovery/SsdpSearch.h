@@ -10,9 +10,9 @@
 
 #include <chrono>
 
-// One SSDP search for zone players: the M-SEARCH goes out once on every usable interface
-// from one UDP socket on an ephemeral port, and the same socket collects the unicast
-// answers until the listening window closes. Everything runs on the calling thread's event
+// One SSDP search for zone players: the M-SEARCH goes out three times, 100 ms apart, on every
+// usable interface from one UDP socket on an ephemeral port, and the same socket collects the
+// unicast answers until the listening window closes. Everything runs on the calling thread's event
 // loop. Whatever arrives, the search holds one fixed receive buffer and at most `maxHosts`
 // addresses, so a flood of datagrams from the network cannot swell the process.
 class SsdpSearch {
@@ -23,7 +23,7 @@ public:
 
     // What one search saw, for the log of a curious developer and for tests.
     struct Counters {
-        int probesSent = 0;     // one per interface the M-SEARCH left on
+        int probesSent = 0;     // one per interface and round the M-SEARCH left on
         int datagrams = 0;      // every datagram read, kept or not
         int ignored = 0;        // empty, oversized, not UTF-8, or not from a zone player
         int hostsRefused = 0;   // zone player answers from new hosts beyond `maxHosts`

@@ -1,15 +1,12 @@
 #include "discovery/TopologyScan.h"
 
+#include "sonos/XmlText.h"
+
 namespace ZoneTopology {
 
 QString unescape(QString text)
 {
-    text.replace(QLatin1String("&lt;"), QLatin1String("<"));
-    text.replace(QLatin1String("&gt;"), QLatin1String(">"));
-    text.replace(QLatin1String("&quot;"), QLatin1String("\""));
-    text.replace(QLatin1String("&apos;"), QLatin1String("'"));
-    text.replace(QLatin1String("&amp;"), QLatin1String("&"));
-    return text;
+    return XmlText::unescape(text);
 }
 
 QStringList tags(QStringView name, QStringView text)

@@ -17,7 +17,7 @@ struct GroupInfo {
     bool operator==(const GroupInfo&) const = default;
 };
 
-// "&lt;", "&gt;", "&quot;", "&apos;", then "&amp;" — that order, and nothing else.
+// The zone group state as a document: it travels escaped inside the SOAP answer.
 QString unescape(QString text);
 
 // Every opening tag "<name " … ">" in document order. A tag without attributes does not match.

@@ -26,12 +26,4 @@ std::optional<qint64> decimalInteger(QStringView text)
     return value;
 }
 
-QString unescapeMetadata(QString text)
-{
-    text.replace(QLatin1String("&lt;"), QLatin1String("<"));
-    text.replace(QLatin1String("&gt;"), QLatin1String(">"));
-    text.replace(QLatin1String("&amp;"), QLatin1String("&"));
-    return text;
-}
-
 } // namespace SoapAnswer

@@ -12,8 +12,4 @@ namespace SoapAnswer {
 // 64-bit range. Anything else (empty, blanks, letters, overflow) is absent.
 std::optional<qint64> decimalInteger(QStringView text);
 
-// Track metadata arrives as escaped DIDL-Lite. Undoes one level of escaping, "&amp;" last,
-// so that a doubly escaped "&amp;lt;" keeps one level ("&lt;"). No other entity is touched.
-QString unescapeMetadata(QString text);
-
 } // namespace SoapAnswer

@@ -5,6 +5,7 @@
 #include "sonos/SoapEnvelope.h"
 #include "sonos/SonosService.h"
 #include "sonos/Tags.h"
+#include "sonos/XmlText.h"
 
 #include <QNetworkRequest>
 
@@ -76,13 +77,15 @@ SonosResult<bool> playingAnswer(const QString& body)
 
 SonosResult<SonosDevice::NowPlaying> nowPlayingAnswer(const QString& body)
 {
-    const QString metadata =
-        SoapAnswer::unescapeMetadata(Tags::element(u"TrackMetaData", body).value_or(QString()));
-    auto field = [&metadata](QStringView name) {
-        return Tags::element(name, metadata).value_or(QString());
+    // Every value travels escaped; the track's metadata is an escaped document whose own
+    // values are escaped once more.
+    auto value = [](QStringView name, QStringView in) {
+        return XmlText::unescape(Tags::element(name, in).value_or(QString()));
     };
+    const QString metadata = value(u"TrackMetaData", body);
+    auto field = [&](QStringView name) { return value(name, metadata); };
     SonosDevice::NowPlaying playing;
-    playing.uri = Tags::element(u"TrackURI", body).value_or(QString());
+    playing.uri = value(u"TrackURI", body);
     playing.title = field(u"dc:title");
     playing.artist = field(u"dc:creator");
     playing.album = field(u"upnp:album");
@@ -218,6 +221,44 @@ QFuture<SonosResult<Done>> SonosDevice::setEQ(const QString& type, bool on) cons
                              QStringLiteral("<EQType>%1</EQType><DesiredValue>%2</DesiredValue>")
                                  .arg(type, digit(on))),
                         doneAnswer);
+}
+
+namespace {
+
+const QString speechSwitch = QStringLiteral("SpeechEnhanceEnabled");
+const QString dialogLevel = QStringLiteral("DialogLevel");
+
+// A player without the asked EQ type refuses it with a SOAP fault; one that is unreachable
+// or answers nonsense has not said anything about its EQ types.
+template <typename T>
+bool refused(const SonosResult<T>& result)
+{
+    if (result)
+        return false;
+    const auto* error = std::get_if<SonosError>(&result.error());
+    return error && error->kind == SonosError::Kind::Http && error->status >= 400;
+}
+
+} // namespace
+
+QFuture<SonosResult<bool>> SonosDevice::speechEnhancement() const
+{
+    const SonosDevice device = *this;
+    return eqBool(speechSwitch)
+        .then([device](const SonosResult<bool>& on) {
+            return refused(on) ? device.eqBool(dialogLevel) : QtFuture::makeReadyFuture(on);
+        })
+        .unwrap();
+}
+
+QFuture<SonosResult<Done>> SonosDevice::setSpeechEnhancement(bool on) const
+{
+    const SonosDevice device = *this;
+    return setEQ(speechSwitch, on)
+        .then([device, on](const SonosResult<Done>& done) {
+            return refused(done) ? device.setEQ(dialogLevel, on) : QtFuture::makeReadyFuture(done);
+        })
+        .unwrap();
 }
 
 QFuture<SonosResult<bool>> SonosDevice::isPlaying() const

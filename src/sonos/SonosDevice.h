@@ -41,6 +41,11 @@ public:
     QFuture<SonosResult<Done>> setGroupMute(bool muted) const;
     QFuture<SonosResult<bool>> eqBool(const QString& type) const; // "NightMode", "DialogLevel"
     QFuture<SonosResult<Done>> setEQ(const QString& type, bool on) const;
+    // Speech enhancement is the switch "SpeechEnhanceEnabled" on the newer soundbars, where
+    // "DialogLevel" is a level of its own; older ones switch "DialogLevel" itself. These ask
+    // for the newer switch first and fall back when the player refuses it.
+    QFuture<SonosResult<bool>> speechEnhancement() const;
+    QFuture<SonosResult<Done>> setSpeechEnhancement(bool on) const;
     QFuture<SonosResult<bool>> isPlaying() const;
     QFuture<SonosResult<Done>> playPause() const;
     QFuture<SonosResult<NowPlaying>> nowPlaying() const;

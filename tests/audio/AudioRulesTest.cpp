@@ -28,6 +28,9 @@ TEST(SinkTransportTest, WordsComeFromTheSinkProperties)
     const TransportCase cases[] = {
         {"RAOP by its module", {{}, "module-raop-sink.c", "network-output"}, "airplay"},
         {"RAOP by its api", {{{"device.api", "raop"}}, "PipeWire", {}}, "airplay"},
+        {"PipeWire's RAOP sink, a virtual node",
+         {{{"node.virtual", "true"}, {"raop.ip", "192.0.2.7"}}, "PipeWire", {}},
+         "airplay"},
         {"Bluetooth by bus",
          {{{"device.bus", "bluetooth"}}, "module-bluez5-device.c", {}},
          "bluetooth"},

@@ -64,14 +64,15 @@ TEST(DiscoveryTexts, DropsADescriptionMissingAnyOfTheThree)
     EXPECT_FALSE(SonosDiscovery::parseDescription("h", attributed));
 }
 
-TEST(DiscoveryTexts, RemovesEveryUuidPrefixAndRepairsBadBytes)
+TEST(DiscoveryTexts, RemovesEveryUuidPrefixRepairsBadBytesAndReadsNamesAsMeant)
 {
-    const auto device =
-        SonosDiscovery::parseDescription("h", "<UDN>uuid:uuid:RINCON_1</UDN><roomName>K\xFF\xC3\xBC"
-                                              "che</roomName><modelName>Play:1</modelName>");
+    const auto device = SonosDiscovery::parseDescription(
+        "h", "<UDN>uuid:uuid:RINCON_1</UDN><roomName>K\xFF\xC3\xBC"
+             "che &amp; Kids&apos; Den</roomName><modelName>Play&#58;1</modelName>");
     ASSERT_TRUE(device);
     EXPECT_EQ(device->uid, "RINCON_1");
-    EXPECT_EQ(device->name, QStringLiteral("K\uFFFD\u00FCche"));
+    EXPECT_EQ(device->name, QStringLiteral("K\uFFFD\u00FCche & Kids' Den"));
+    EXPECT_EQ(device->model, QStringLiteral("Play:1"));
 }
 
 TEST(DiscoveryRules, TellsNativeOpticalFromTheModelName)

@@ -33,16 +33,6 @@ QString escaped(QString text)
         .replace("\"", "&quot;");
 }
 
-TEST(TopologyUnescape, ReplacesTheFiveEntitiesWithAmpersandLast)
-{
-    EXPECT_EQ(unescape("&lt;a b=&quot;1&quot; c=&apos;2&apos;&gt;x &amp; y&lt;/a&gt;"),
-              "<a b=\"1\" c='2'>x & y</a>");
-    // Escaped twice comes out escaped once.
-    EXPECT_EQ(unescape("&amp;lt;Satellite&amp;gt;"), "&lt;Satellite&gt;");
-    EXPECT_EQ(unescape("&#60; &nbsp; &LT;"), "&#60; &nbsp; &LT;");
-    EXPECT_EQ(unescape(escaped(household)), household);
-}
-
 TEST(TopologyTags, FindsOpeningTagsWithAttributesInOrder)
 {
     const QString text = "<a x=\"1\"><a><b y=\"2\"/><a  z=\"3\" >text</a><ab q=\"4\"/>";

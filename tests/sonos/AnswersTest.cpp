@@ -4,6 +4,7 @@
 #include "sonos/SoapEnvelope.h"
 #include "sonos/SonosDevice.h"
 #include "sonos/Tags.h"
+#include "sonos/XmlText.h"
 
 #include <gtest/gtest.h>
 
@@ -81,22 +82,23 @@ TEST(SoapAnswer, DecimalIntegerTakesAnOptionalSignAndAsciiDigitsWithinSixtyFourB
     }
 }
 
-TEST(SoapAnswer, MetadataLosesExactlyOneLevelOfEscaping)
+TEST(XmlText, UnescapeUndoesOneLevelOfEntitiesAndCharacterReferences)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"&lt;dc:title&gt;Song&lt;/dc:title&gt;", "<dc:title>Song</dc:title>"},
-        {"Tom &amp;amp; Jerry", "Tom &amp; Jerry"},
-        // A doubly escaped less-than sign keeps one level.
+        {"&lt;dc:title&gt;Simon &amp;amp; Garfunkel&lt;/dc:title&gt;",
+         "<dc:title>Simon &amp; Garfunkel</dc:title>"},
         {"&amp;lt;b&amp;gt;", "&lt;b&gt;"},
-        {"&quot;&apos;&#39;", "&quot;&apos;&#39;"},
-        {"&amp;", "&"},
-        {"plain", "plain"},
+        {"Kids&apos; Den &quot;&#38;&quot; Bar &#x26;&#X3c;", "Kids' Den \"&\" Bar &<"},
+        {"Caf&#233; &#x1F50A;", "Caf\u00e9 \U0001F50A"},
+        // What is not one of those stands as it is.
+        {"&nbsp; &LT; &#; &#x; &#0; &#xD800; &#-1; &#x110000; & x; &amp", "&nbsp; &LT; &#; &#x; "
+                                                                          "&#0; &#xD800; &#-1; "
+                                                                          "&#x110000; & x; &amp"},
         {"", ""},
     };
     for (const auto& [escaped, expected] : cases) {
         SCOPED_TRACE(escaped);
-        EXPECT_EQ(SoapAnswer::unescapeMetadata(QString::fromUtf8(escaped)),
-                  QString::fromUtf8(expected));
+        EXPECT_EQ(XmlText::unescape(QString::fromUtf8(escaped)), QString::fromUtf8(expected));
     }
 }
 

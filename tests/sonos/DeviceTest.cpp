@@ -32,7 +32,9 @@ const QByteArray household = R"({
     {"host": "127.0.0.13", "uid": "RINCON_000E58A0B1C401400", "room": "Office",
      "model": "Sonos One"},
     {"host": "127.0.0.14", "uid": "RINCON_000E58A0B1C501400", "room": "Bedroom",
-     "model": "Sonos One"}
+     "model": "Sonos One"},
+    {"host": "127.0.0.15", "uid": "RINCON_000E58A0B1C601400", "room": "Den",
+     "model": "Sonos Arc Ultra", "eq": {"SpeechEnhanceEnabled": false, "DialogLevel": 3}}
   ]
 })";
 
@@ -207,6 +209,24 @@ TEST_F(DeviceTest, EqSettingsReadBackAndAMissingOneIsAnError)
     EXPECT_FALSE(settle(device(hosts[1]).eqBool(QStringLiteral("DialogLevel"))));
 }
 
+TEST_F(DeviceTest, SpeechEnhancementUsesTheSwitchThePlayerHas)
+{
+    const QString ultraHost = QStringLiteral("127.0.0.15");
+    const SonosDevice ultra = device(ultraHost);
+    // The newer switch is off although its dialogue level is not zero.
+    EXPECT_EQ(settle(ultra.speechEnhancement()).valueOr(true), false);
+    ASSERT_TRUE(succeeded(settle(ultra.setSpeechEnhancement(true))));
+    EXPECT_EQ((*players)->eq(ultraHost, QStringLiteral("SpeechEnhanceEnabled")), true);
+    EXPECT_EQ(settle(ultra.speechEnhancement()).valueOr(false), true);
+
+    // The older soundbar refuses the newer switch; its dialogue level is the switch.
+    ASSERT_TRUE(succeeded(settle(device().setSpeechEnhancement(true))));
+    EXPECT_EQ((*players)->eq(arcHost, QStringLiteral("DialogLevel")), true);
+    EXPECT_EQ(settle(device().speechEnhancement()).valueOr(false), true);
+    // A player with neither has no speech enhancement, which is not "off".
+    EXPECT_FALSE(settle(device(hosts[1]).speechEnhancement()));
+}
+
 TEST_F(DeviceTest, PlayPauseAsksFirstAndThenSendsTheOpposite)
 {
     emulator::Track track;
@@ -241,25 +261,24 @@ TEST_F(DeviceTest, PlayPauseAsksFirstAndThenSendsTheOpposite)
     EXPECT_EQ((*players)->transportState(arcHost), QStringLiteral("PLAYING"));
 }
 
-TEST_F(DeviceTest, NowPlayingReadsTheTrackWithOneLevelOfEscapingLeft)
+TEST_F(DeviceTest, NowPlayingReadsTheTrackAsThePlayerMeansIt)
 {
     emulator::Track track;
     track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&flags=8224");
-    track.title = QStringLiteral("Rock & Roll <Live>");
+    track.title = QStringLiteral("Simon & Garfunkel <Live> &amp;");
     track.artist = QStringLiteral("The \"Band\"");
     track.album = QStringLiteral("Hits");
     track.albumArt = QStringLiteral("/getaa?s=1&u=x-sonos-spotify");
     (*players)->setTrack(arcHost, track);
     const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
     ASSERT_TRUE(playing) << describe(playing.error()).toStdString();
-    // The URI stands as the answer wrote it; the metadata was escaped twice on the way.
-    EXPECT_EQ(playing->uri,
-              QStringLiteral("x-sonos-spotify:spotify%3atrack%3a1?sid=9&amp;flags=8224"));
-    EXPECT_EQ(playing->title, QStringLiteral("Rock &amp; Roll &lt;Live&gt;"));
-    // Quotes are not among the three entities undone, so they keep their one level too.
-    EXPECT_EQ(playing->artist, QStringLiteral("The &quot;Band&quot;"));
-    EXPECT_EQ(playing->album, QStringLiteral("Hits"));
-    EXPECT_EQ(playing->albumArt, QStringLiteral("/getaa?s=1&amp;u=x-sonos-spotify"));
+    // The metadata was escaped twice on the way and the URI once: each comes back as it was
+    // meant, and a title that itself reads "&amp;" keeps it.
+    EXPECT_EQ(playing->uri, track.uri);
+    EXPECT_EQ(playing->title, track.title);
+    EXPECT_EQ(playing->artist, track.artist);
+    EXPECT_EQ(playing->album, track.album);
+    EXPECT_EQ(playing->albumArt, track.albumArt);
     EXPECT_FALSE(playing->isLineInput());
 
     track = {};

@@ -20,7 +20,7 @@ struct Player {
     QString softwareVersion = QStringLiteral("79.1-56030");
     int volume = 20;
     bool muted = false;
-    QMap<QString, int> eq; // only the EQ types this model has ("NightMode", "DialogLevel")
+    QMap<QString, int> eq; // only the EQ types this model has ("NightMode", "DialogLevel", ...)
     QString transportState = QStringLiteral("STOPPED");
     Track track;
     QStringList satellites; // UIDs bonded to this home-theatre primary

@@ -143,6 +143,19 @@ QString didlLite(const Track& t)
            item + QStringLiteral("</item></DIDL-Lite>");
 }
 
+// The values an EQ type takes. Soundbars since the Arc Ultra switch speech enhancement with
+// "SpeechEnhanceEnabled" and make "DialogLevel" a level from 0 to 4; before them
+// "DialogLevel" was the switch. Any other type is a level from -15 to 15.
+std::pair<int, int> eqRange(const Player& player, const QString& type)
+{
+    if (type == u"DialogLevel")
+        return player.eq.contains(QStringLiteral("SpeechEnhanceEnabled")) ? std::pair{0, 4}
+                                                                          : std::pair{0, 1};
+    if (type == u"NightMode" || type == u"SpeechEnhanceEnabled")
+        return {0, 1};
+    return {-15, 15};
+}
+
 Outputs renderingControl(const Context& c)
 {
     c.requireInstance();
@@ -177,9 +190,8 @@ Outputs renderingControl(const Context& c)
             throw Failure{UpnpError::InvalidArgs};
         if (a == u"GetEQ")
             return {{QStringLiteral("CurrentValue"), QString::number(c.player.eq.value(type))}};
-        const bool onOff = type == u"NightMode" || type == u"DialogLevel";
-        c.player.eq[type] =
-            c.intArg(QStringLiteral("DesiredValue"), onOff ? 0 : -15, onOff ? 1 : 15);
+        c.player.eq[type] = c.intArg(QStringLiteral("DesiredValue"), eqRange(c.player, type).first,
+                                     eqRange(c.player, type).second);
         return {};
     }
     throw Failure{UpnpError::InvalidAction};
