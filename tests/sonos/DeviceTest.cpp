@@ -260,15 +260,6 @@ TEST_F(DeviceTest, NowPlayingReadsTheTrackWithOneLevelOfEscapingLeft)
     EXPECT_EQ(playing->artist, QStringLiteral("The &quot;Band&quot;"));
     EXPECT_EQ(playing->album, QStringLiteral("Hits"));
     EXPECT_EQ(playing->albumArt, QStringLiteral("/getaa?s=1&amp;u=x-sonos-spotify"));
-    EXPECT_FALSE(playing->isLineInput());
-
-    track = {};
-    track.uri = QStringLiteral("x-sonos-htastream:RINCON_000E58A0B1C201400:spdif");
-    (*players)->setTrack(arcHost, track);
-    const SonosResult<SonosDevice::NowPlaying> tv = settle(device().nowPlaying());
-    ASSERT_TRUE(tv);
-    EXPECT_EQ(tv->uri, track.uri);
-    EXPECT_TRUE(tv->isLineInput());
 }
 
 TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)
