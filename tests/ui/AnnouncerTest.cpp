@@ -182,18 +182,6 @@ TEST_F(Announcements, SilentWhileNoScreenReaderIsOn)
     EXPECT_TRUE(reader->heard.empty());
 }
 
-TEST_F(Announcements, IsolatedChangeIsSpokenAtOnceAndAgainAfterAPause)
-{
-    turnScreenReaderOn();
-    hud.show(40, false, false, QString(), 60);
-    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 1; }, std::chrono::seconds(2)));
-    EXPECT_EQ(reader->heard[0], "Volume 40 percent");
-    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 2; }, std::chrono::seconds(2)));
-    EXPECT_EQ(reader->heard[1], "Volume 40 percent");
-    spinFor(std::chrono::milliseconds(500));
-    EXPECT_EQ(reader->heard.size(), 2u);
-}
-
 TEST_F(Announcements, BurstSpeaksFirstAndLastLevelsAndMutedAtOnce)
 {
     turnScreenReaderOn();
