@@ -16,4 +16,12 @@ TEST(HudLook, FillWidthHasAFloorOfTheBarHeightAndCapsAtTheTrack)
     EXPECT_EQ(HudLook::fillRect(40), QRectF(46, 16, 66.4, 6));
 }
 
+// The shades of each state are checked on screen; which picture a state shows, here.
+TEST(HudLook, EachStateHasItsSymbolAndUnreachableWinsOverMuted)
+{
+    EXPECT_EQ(HudLook::symbolName({40, false, false, {}}), "speaker.wave.3.fill");
+    EXPECT_EQ(HudLook::symbolName({40, true, false, {}}), "speaker.slash.fill");
+    EXPECT_EQ(HudLook::symbolName({40, true, true, {}}), "speaker.badge.exclamationmark.fill");
+}
+
 } // namespace
