@@ -56,30 +56,6 @@ TEST_F(SsdpSearchTest, SendsTheSearchThriceOnLoopbackWhenThatIsTheOnlyInterface)
     EXPECT_TRUE(result.hosts.isEmpty());
 }
 
-TEST_F(SsdpSearchTest, KeepsEachAnsweringPlayerOnceAndOnlyPlayers)
-{
-    auto future = search(600ms);
-    for (int i = 0; i < 3; ++i)
-        ASSERT_TRUE(peer.sendFrom("127.0.0.11", SsdpPeer::answer("127.0.0.11")));
-    // Only the zone player type, no "Sonos" in the server line: still a player.
-    ASSERT_TRUE(peer.sendFrom(
-        "127.0.0.12", "HTTP/1.1 200 OK\r\nST: urn:schemas-upnp-org:device:ZonePlayer:1\r\n\r\n"));
-    // A television's media renderer and a router answer too; neither is a zone player.
-    ASSERT_TRUE(peer.sendFrom(
-        "127.0.0.13", "HTTP/1.1 200 OK\r\nST: urn:schemas-upnp-org:device:MediaRenderer:1\r\n"
-                      "SERVER: Linux/4.4 UPnP/1.0 SmartTV/1.0\r\n\r\n"));
-    ASSERT_TRUE(peer.sendFrom("127.0.0.14", "HTTP/1.1 200 OK\r\nST: "
-                                            "urn:schemas-upnp-org:device:"
-                                            "InternetGatewayDevice:1\r\n\r\n"));
-    // The case of the words matters.
-    ASSERT_TRUE(peer.sendFrom("127.0.0.15", "HTTP/1.1 200 OK\r\nSERVER: sonos\r\n\r\n"));
-
-    const SsdpSearch::Result result = resultOf(future);
-    EXPECT_EQ(result.hosts, (QSet<QString>{"127.0.0.11", "127.0.0.12"}));
-    EXPECT_EQ(result.counters.datagrams, 7);
-    EXPECT_EQ(result.counters.ignored, 3);
-}
-
 TEST_F(SsdpSearchTest, AFloodOfForeignAndMalformedDatagramsChangesNothingAndStaysBounded)
 {
     auto future = search(1500ms);

@@ -1,3 +1,5 @@
+// The players record each request byte for byte as it came off the socket, which the client
+// tests compare with what the client meant to send; the parser is what cuts them out.
 #include "emulator/HttpRequestParser.h"
 
 #include <gtest/gtest.h>
@@ -10,9 +12,7 @@ const QByteArray first = "POST /a HTTP/1.1\r\nHost: x\r\nSOAPACTION: \"s#A\"\r\n
                          "Content-Length: 5\r\n\r\nhello";
 const QByteArray second = "GET /b HTTP/1.1\r\nhost: x\r\n\r\n";
 
-} // namespace
-
-TEST(HttpRequestParser, CutsRequestsOutOfAnyPattern_ofReads)
+TEST(HttpRequestParser, CutsRequestsOutOfAnyPatternOfReads)
 {
     for (int chunk : {1, 3, 7, 50, 1000}) {
         HttpRequestParser parser;
@@ -30,7 +30,7 @@ TEST(HttpRequestParser, CutsRequestsOutOfAnyPattern_ofReads)
         EXPECT_EQ(taken[0].raw, first);
         EXPECT_EQ(taken[0].header("soapaction"), "\"s#A\"");
         ASSERT_EQ(taken[0].headers.size(), 3);
-        EXPECT_EQ(taken[0].headers[1].first, "SOAPACTION");
+        EXPECT_EQ(taken[0].headers[1].first, "SOAPACTION") << "names kept as sent";
         EXPECT_EQ(taken[1].raw, second);
         EXPECT_TRUE(taken[1].body.isEmpty());
         EXPECT_EQ(parser.bufferedBytes(), 0);
@@ -40,6 +40,9 @@ TEST(HttpRequestParser, CutsRequestsOutOfAnyPattern_ofReads)
 
 TEST(HttpRequestParser, RefusesGarbageAndOversizeWithoutGrowing)
 {
+    QByteArray manyHeaders = "GET / HTTP/1.1\r\nHost: x\r\n";
+    for (int i = 0; i < 100; ++i)
+        manyHeaders += "X-" + QByteArray::number(i) + ": 1\r\n";
     const struct {
         QByteArray bytes;
         int status;
@@ -53,6 +56,7 @@ TEST(HttpRequestParser, RefusesGarbageAndOversizeWithoutGrowing)
         {"POST / HTTP/1.1\r\nHost: x\r\nContent-Length: 99999999999\r\n\r\n", 413},
         {"POST / HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n", 501},
         {"GET / HTTP/1.1\r\nHost: x\r\nX: " + QByteArray(20000, 'a') + "\r\n\r\n", 431},
+        {manyHeaders + "\r\n", 431},
         {QByteArray(20000, 'G'), 431}, // never a blank line
     };
     for (const auto& c : cases) {
@@ -66,17 +70,11 @@ TEST(HttpRequestParser, RefusesGarbageAndOversizeWithoutGrowing)
     }
 }
 
-TEST(HttpRequestParser, ManyHeadersAreRefusedAndBlankLinesBetweenRequestsTolerated)
+TEST(HttpRequestParser, ToleratesBlankLinesBetweenRequests)
 {
-    QByteArray many = "GET / HTTP/1.1\r\nHost: x\r\n";
-    for (int i = 0; i < 100; ++i)
-        many += "X-" + QByteArray::number(i) + ": 1\r\n";
     HttpRequestParser parser;
-    parser.feed(many + "\r\n");
-    EXPECT_FALSE(parser.take());
-    EXPECT_EQ(parser.error()->status, 431);
-
-    HttpRequestParser tolerant;
-    tolerant.feed("\r\n" + second);
-    EXPECT_TRUE(tolerant.take().has_value());
+    parser.feed("\r\n" + second);
+    EXPECT_TRUE(parser.take().has_value());
 }
+
+} // namespace

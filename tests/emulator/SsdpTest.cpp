@@ -1,3 +1,5 @@
+// Which players answer a search: the discovery tests count on repeats, silent players and
+// unplugged ones being emulated faithfully, but cannot tell them apart themselves.
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
 
@@ -11,30 +13,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-QByteArray mSearch(const QByteArray& st)
-{
-    return "M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nMAN: \"ssdp:discover\"\r\nMX: "
-           "1\r\nST: " +
-           st + "\r\n\r\n";
-}
-
-QByteArray headerOf(const QByteArray& datagram, const QByteArray& name)
-{
-    for (const QByteArray& line : datagram.split('\n')) {
-        if (line.toUpper().startsWith(name + ':'))
-            return line.mid(name.size() + 1).trimmed();
-    }
-    return {};
-}
-
-// Sends one search from an ephemeral port, as a client does, and collects what comes back
-// by sender address.
-QMultiMap<QString, QByteArray> search(const QByteArray& st,
-                                      const QString& to = QStringLiteral("239.255.255.250"))
+// Sends one search from an ephemeral port, as a client does, and counts the answers by
+// sender address.
+QMultiMap<QString, QByteArray> search()
 {
     QUdpSocket socket;
     EXPECT_TRUE(socket.bind(QHostAddress::AnyIPv4, 0));
-    EXPECT_GT(socket.writeDatagram(mSearch(st), QHostAddress(to), 1900), 0)
+    const QByteArray probe = "M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\n"
+                             "MAN: \"ssdp:discover\"\r\nMX: 1\r\n"
+                             "ST: urn:schemas-upnp-org:device:ZonePlayer:1\r\n\r\n";
+    EXPECT_GT(socket.writeDatagram(probe, QHostAddress(QStringLiteral("239.255.255.250")), 1900), 0)
         << socket.errorString().toStdString();
     QMultiMap<QString, QByteArray> replies;
     testing_support::spinUntil(
@@ -49,45 +37,12 @@ QMultiMap<QString, QByteArray> search(const QByteArray& st,
     return replies;
 }
 
-class Ssdp : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        const auto error =
-            players.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/home-theatre.json"), 1400, true);
-        ASSERT_FALSE(error) << error->toStdString();
-    }
+TEST(EmulatorSsdp, QuirksAndOfflinePlayersChangeWhoAnswers)
+{
     emulator::EmulatorThread players;
-};
-
-} // namespace
-
-TEST_F(Ssdp, EveryPlayerAnswersOnceFromItsOwnAddress)
-{
-    const auto replies = search("urn:schemas-upnp-org:device:ZonePlayer:1");
-    const QStringList hosts = players->hosts();
-    ASSERT_EQ(hosts.size(), 7); // satellites included
-    EXPECT_EQ(replies.size(), hosts.size());
-    for (const QString& host : hosts) {
-        ASSERT_EQ(replies.count(host), 1) << host.toStdString();
-        const QByteArray d = replies.value(host);
-        EXPECT_TRUE(d.startsWith("HTTP/1.1 200 OK\r\n"));
-        EXPECT_EQ(headerOf(d, "LOCATION"),
-                  "http://" + host.toUtf8() + ":1400/xml/device_description.xml");
-        EXPECT_EQ(headerOf(d, "ST"), "urn:schemas-upnp-org:device:ZonePlayer:1");
-        EXPECT_EQ(headerOf(d, "USN"), "uuid:" + players->uid(host).toUtf8() +
-                                          "::urn:schemas-upnp-org:device:ZonePlayer:1");
-        EXPECT_EQ(headerOf(d, "X-RINCON-HOUSEHOLD"), players->householdId().toUtf8());
-        EXPECT_TRUE(headerOf(d, "SERVER").contains("Sonos/"));
-        EXPECT_FALSE(headerOf(d, "CACHE-CONTROL").isEmpty());
-        EXPECT_FALSE(headerOf(d, "X-RINCON-BOOTSEQ").isEmpty());
-    }
-    EXPECT_EQ(search("ssdp:all").size(), hosts.size());
-    EXPECT_TRUE(search("urn:schemas-upnp-org:device:MediaRenderer:1").isEmpty());
-}
-
-TEST_F(Ssdp, QuirksAndOfflinePlayersChangeWhoAnswers)
-{
+    const auto error =
+        players.start(QStringLiteral(EMULATOR_HOUSEHOLDS "/home-theatre.json"), 1400, true);
+    ASSERT_FALSE(error) << error->toStdString();
     const QString arc = QStringLiteral("127.0.0.11");
     const QString kitchen = QStringLiteral("127.0.0.15");
     const QString office = QStringLiteral("127.0.0.16");
@@ -99,18 +54,12 @@ TEST_F(Ssdp, QuirksAndOfflinePlayersChangeWhoAnswers)
     players->setQuirks(kitchen, mute);
     players->setOnline(office, false);
 
-    const auto replies = search("urn:schemas-upnp-org:device:ZonePlayer:1");
+    const auto replies = search();
     EXPECT_EQ(replies.count(arc), 3);
     EXPECT_EQ(replies.count(kitchen), 0);
     EXPECT_EQ(replies.count(office), 0);
     EXPECT_EQ(replies.count(QStringLiteral("127.0.0.17")), 1);
-    EXPECT_EQ(replies.size(), 3 + 4);
+    EXPECT_EQ(replies.size(), 3 + 4) << "the other four of the seven answer once each";
 }
 
-TEST_F(Ssdp, ASearchSentToOnePlayerIsAnsweredByItAlone)
-{
-    const QString kitchen = QStringLiteral("127.0.0.15");
-    const auto replies = search("urn:schemas-upnp-org:device:ZonePlayer:1", kitchen);
-    EXPECT_EQ(replies.keys(), QStringList{kitchen});
-    EXPECT_EQ(replies.size(), 1);
-}
+} // namespace

@@ -279,15 +279,6 @@ TEST_F(DeviceTest, NowPlayingReadsTheTrackAsThePlayerMeansIt)
     EXPECT_EQ(playing->artist, track.artist);
     EXPECT_EQ(playing->album, track.album);
     EXPECT_EQ(playing->albumArt, track.albumArt);
-    EXPECT_FALSE(playing->isLineInput());
-
-    track = {};
-    track.uri = QStringLiteral("x-sonos-htastream:RINCON_000E58A0B1C201400:spdif");
-    (*players)->setTrack(arcHost, track);
-    const SonosResult<SonosDevice::NowPlaying> tv = settle(device().nowPlaying());
-    ASSERT_TRUE(tv);
-    EXPECT_EQ(tv->uri, track.uri);
-    EXPECT_TRUE(tv->isLineInput());
 }
 
 TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)

