@@ -1,6 +1,6 @@
-#include "PulseTools.h"
 #include "audio/AudioDevice.h"
 #include "audio/SinkTransport.h"
+#include "common/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

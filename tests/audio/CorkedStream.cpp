@@ -1,7 +1,7 @@
 // A player that can pause: one playback stream of silence that starts corked and is
 // corked or uncorked by the lines "pause" and "play" on standard input. It answers
-// "ready" once the stream exists and "ok" after each accepted command.
-// Usage: corked-stream APPLICATION-BINARY [APPLICATION-ID]
+// "ready" once the stream exists.
+// Usage: corked-stream APPLICATION-BINARY
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -52,11 +52,6 @@ void contextState(pa_context* c, void* binary)
     pa_stream_connect_playback(stream, nullptr, nullptr, PA_STREAM_START_CORKED, nullptr, nullptr);
 }
 
-void corked(pa_stream*, int success, void*)
-{
-    say(success ? "ok" : "refused");
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -64,12 +59,7 @@ int main(int argc, char** argv)
     if (argc < 2)
         return 2;
     loop = pa_threaded_mainloop_new();
-    pa_proplist* properties = pa_proplist_new();
-    if (argc > 2)
-        pa_proplist_sets(properties, PA_PROP_APPLICATION_ID, argv[2]);
-    pa_context* context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop),
-                                                       "corked-stream", properties);
-    pa_proplist_free(properties);
+    pa_context* context = pa_context_new(pa_threaded_mainloop_get_api(loop), "corked-stream");
     pa_context_set_state_callback(context, contextState, argv[1]);
     pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr);
     pa_threaded_mainloop_start(loop);
@@ -80,7 +70,7 @@ int main(int argc, char** argv)
             continue;
         pa_threaded_mainloop_lock(loop);
         if (stream)
-            pa_operation_unref(pa_stream_cork(stream, line == "pause", corked, nullptr));
+            pa_operation_unref(pa_stream_cork(stream, line == "pause", nullptr, nullptr));
         pa_threaded_mainloop_unlock(loop);
     }
     pa_threaded_mainloop_stop(loop);

@@ -2,21 +2,12 @@
 
 // Helpers for tests that run against the private PulseAudio daemon of with-pulseaudio.
 
-#include "audio/AudioDevice.h"
 #include "common/QtPrinters.h"
 
 #include <QProcess>
 #include <QStringList>
 
 #include <gtest/gtest.h>
-
-#include <ostream>
-
-inline void PrintTo(const AudioDevice::Output& o, std::ostream* os)
-{
-    *os << "{" << o.id << ", \"" << o.name.toStdString() << "\", " << o.transport.toStdString()
-        << "}";
-}
 
 namespace pulse_testing {
 
@@ -34,17 +25,6 @@ inline QString pactl(const QStringList& args)
 inline QString defaultSinkName()
 {
     return pactl({QStringLiteral("get-default-sink")});
-}
-
-// The sinks' names on the server, in its order.
-inline QStringList sinkNames()
-{
-    QStringList names;
-    for (const QString& line :
-         pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")})
-             .split(u'\n', Qt::SkipEmptyParts))
-        names << line.section(u'\t', 1, 1);
-    return names;
 }
 
 // Modules loaded for one test, unloaded when it ends.
