@@ -29,17 +29,6 @@ namespace {
 
 const QString busLauncher = QStringLiteral("/usr/libexec/at-spi-bus-launcher");
 
-QStringList statusProperty(const char* method, const char* name)
-{
-    return {"--session",
-            "--print-reply",
-            "--dest=org.a11y.Bus",
-            "/org/a11y/bus",
-            QStringLiteral("org.freedesktop.DBus.Properties.%1").arg(method),
-            "string:org.a11y.Status",
-            QStringLiteral("string:%1").arg(name)};
-}
-
 // A desktop session's buses, private to this test program: a session bus with the AT-SPI
 // bus launcher on it, which starts the accessibility bus and, when first asked, the
 // registry daemon. Accessibility is switched on as a desktop does it, by setting
@@ -78,10 +67,11 @@ public:
 
     static bool setStatus(const char* name, bool on)
     {
-        QStringList args = statusProperty("Set", name);
-        args << (on ? "variant:boolean:true" : "variant:boolean:false");
         QProcess send;
-        send.start("dbus-send", args);
+        send.start("dbus-send", {"--session", "--print-reply", "--dest=org.a11y.Bus",
+                                 "/org/a11y/bus", "org.freedesktop.DBus.Properties.Set",
+                                 "string:org.a11y.Status", QStringLiteral("string:%1").arg(name),
+                                 on ? "variant:boolean:true" : "variant:boolean:false"});
         return send.waitForFinished(5000) && send.exitStatus() == QProcess::NormalExit &&
                send.exitCode() == 0;
     }

@@ -188,7 +188,7 @@ TEST_F(VolumeHudScreen, StandsOverAFullScreenWindow)
         << "a visible overlay is not moved";
 }
 
-TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldAndComesBackAtOnce)
+TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldOrAtOnceWithReducedMotion)
 {
     hud.show(50, false, false, QString(), 0.2);
     spinFor(std::chrono::milliseconds(100));
@@ -218,16 +218,13 @@ TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldAndComesBackAtOnce)
     hud.dismiss();
     EXPECT_EQ(hud.state(), HudTimeline::State::Hidden)
         << "dismissing a hidden overlay does nothing";
-}
 
-TEST_F(VolumeHudScreen, ReducedMotionHidesInOneStep)
-{
     DisplayOptions options;
     options.reduceMotion = true;
     hud.setDisplayOptions(options);
     hud.show(50, false, false, QString(), longHold);
     hud.dismiss();
-    EXPECT_EQ(hud.state(), HudTimeline::State::Hidden);
+    EXPECT_EQ(hud.state(), HudTimeline::State::Hidden) << "reduced motion hides in one step";
     EXPECT_FALSE(hud.panel()->isVisible());
 }
 
