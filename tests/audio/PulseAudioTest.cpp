@@ -31,10 +31,6 @@ protected:
     {
         return spinUntil([&] { return holds(device.state()); });
     }
-    bool waitForDefault(const QString& name)
-    {
-        return waitFor([&](const auto& s) { return s.defaultOutputName == name; });
-    }
     bool hasOutput(const QString& name)
     {
         const auto outputs = device.outputs();
@@ -115,7 +111,8 @@ TEST_F(PulseAudioTest, SetDefaultOutputPicksTheFirstOutputOfThatName)
         ASSERT_TRUE(await(switched));
         EXPECT_TRUE(switched.result());
         EXPECT_EQ(defaultSinkName(), "twin_first") << "from " << before.toStdString();
-        EXPECT_TRUE(waitForDefault("Living Room Speakers"));
+        EXPECT_TRUE(
+            waitFor([](const auto& s) { return s.defaultOutputName == "Living Room Speakers"; }));
     }
 
     for (const QString& unknown :

@@ -84,13 +84,6 @@ private:
 
 bool busRunning = false;
 
-QString accessibilityBusAddress()
-{
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-        "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
-    return reply.arguments().value(0).toString();
-}
-
 // Listens like a screen reader: on every accessible-name change it asks the object for its
 // name, and keeps what it heard in order.
 class ScreenReader : public QObject {
@@ -143,7 +136,10 @@ protected:
             GTEST_SKIP() << "no AT-SPI bus launcher (at-spi2-core) to listen through";
         ASSERT_TRUE(spinUntil([] { return QAccessible::isActive(); }, std::chrono::seconds(5)))
             << "accessibility is on for the session";
-        reader = std::make_unique<ScreenReader>(accessibilityBusAddress());
+        const QDBusMessage address =
+            QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+                "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
+        reader = std::make_unique<ScreenReader>(address.arguments().value(0).toString());
         ASSERT_TRUE(reader->registered);
         // The application learns of the new listener from the registry's signal.
         spinFor(std::chrono::milliseconds(300));
