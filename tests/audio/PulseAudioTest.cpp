@@ -124,29 +124,7 @@ TEST_F(PulseAudioTest, SetDefaultOutputPicksTheFirstOutputOfThatName)
     EXPECT_EQ(defaultSinkName(), "twin_first");
 }
 
-TEST_F(PulseAudioTest, ListsEachApplicationPlayingOnce)
-{
-    auto spotify = play({"application.process.binary=spotify", "application.name=Spotify"});
-    ASSERT_TRUE(waitFor([](const auto& s) { return !s.processesOutputting.isEmpty(); }));
-    const auto streams = [] { return pactl({"list", "short", "sink-inputs"}).count('\n') + 1; };
-    auto spotify2 = play({"application.process.binary=spotify"});
-    EXPECT_TRUE(spinUntil([&] { return streams() == 2; }));
-    auto rhythmbox =
-        play({"application.id=org.gnome.Rhythmbox3", "application.process.binary=rhythmbox"});
-    EXPECT_TRUE(spinUntil([&] { return streams() == 3; }));
-    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 2; }));
-    EXPECT_EQ(device.processesOutputting(), (QStringList{"spotify", "org.gnome.Rhythmbox3"}));
-
-    stop(*spotify);
-    spinFor(std::chrono::milliseconds(100));
-    EXPECT_EQ(device.processesOutputting(), (QStringList{"spotify", "org.gnome.Rhythmbox3"}))
-        << "the second stream of the same application is still playing";
-    stop(*spotify2);
-    stop(*rhythmbox);
-    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.isEmpty(); }));
-}
-
-TEST_F(PulseAudioTest, CorkedStreamsAreNotPlaying)
+TEST_F(PulseAudioTest, ListsEachApplicationPlayingOnceAndLeavesOutCorkedStreams)
 {
     QProcess paused;
     paused.start(CORKED_STREAM_PATH, {"paused-player"});
@@ -154,21 +132,34 @@ TEST_F(PulseAudioTest, CorkedStreamsAreNotPlaying)
     ASSERT_EQ(paused.readLine().trimmed(), "ready");
 
     // Once the later stream shows, the earlier corked one has been seen and left out.
-    auto spotify = play({"application.process.binary=spotify"});
+    auto spotify = play({"application.process.binary=spotify", "application.name=Spotify"});
     ASSERT_TRUE(waitFor([](const auto& s) { return !s.processesOutputting.isEmpty(); }));
     EXPECT_EQ(device.processesOutputting(), QStringList{"spotify"});
+    const auto streams = [] { return pactl({"list", "short", "sink-inputs"}).count('\n') + 1; };
+    auto spotify2 = play({"application.process.binary=spotify"});
+    EXPECT_TRUE(spinUntil([&] { return streams() == 3; }));
+    auto rhythmbox =
+        play({"application.id=org.gnome.Rhythmbox3", "application.process.binary=rhythmbox"});
+    EXPECT_TRUE(spinUntil([&] { return streams() == 4; }));
+    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 2; }));
+    EXPECT_EQ(device.processesOutputting(), (QStringList{"spotify", "org.gnome.Rhythmbox3"}));
 
     paused.write("play\n");
-    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 2; }));
-    EXPECT_EQ(device.processesOutputting(), (QStringList{"paused-player", "spotify"}));
-
+    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 3; }));
+    EXPECT_EQ(device.processesOutputting(),
+              (QStringList{"paused-player", "spotify", "org.gnome.Rhythmbox3"}));
     paused.write("pause\n");
-    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 1; }));
-    EXPECT_EQ(device.processesOutputting(), QStringList{"spotify"});
+    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.size() == 2; }));
 
     stop(*spotify);
+    spinFor(std::chrono::milliseconds(100));
+    EXPECT_EQ(device.processesOutputting(), (QStringList{"spotify", "org.gnome.Rhythmbox3"}))
+        << "the second stream of the same application is still playing";
+    stop(*spotify2);
+    stop(*rhythmbox);
     paused.closeWriteChannel();
     paused.waitForFinished();
+    EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.isEmpty(); }));
 }
 
 TEST_F(PulseAudioTest, CopyFollowsTheServerAndAnnouncesChangesOnce)
