@@ -15,11 +15,6 @@ using testing_support::spinUntil;
 
 namespace {
 
-QDBusConnection testBus()
-{
-    return QDBusConnection::sessionBus();
-}
-
 bool sendPrepareForSleep(QDBusConnection& from, bool sleeping)
 {
     QDBusMessage signal = QDBusMessage::createSignal(
@@ -39,7 +34,7 @@ TEST(SleepWatch, ReportsEachWakeFromLogindAndNothingElse)
         QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("impostor"));
 
     int wakes = 0;
-    SleepWatch watch(&testBus);
+    SleepWatch watch([] { return QDBusConnection::sessionBus(); });
     QObject::connect(&watch, &SleepWatch::woke, [&wakes] { ++wakes; });
     ASSERT_TRUE(spinUntil([&] { return watch.isListening(); }, 5s));
 

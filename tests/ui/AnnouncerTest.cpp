@@ -147,30 +147,22 @@ protected:
 
     void TearDown() override { AccessibilityBus::setStatus("ScreenReaderEnabled", false); }
 
-    // As Orca does when it starts; the overlay learns of it from the bus.
-    void turnScreenReaderOn()
-    {
-        ASSERT_TRUE(AccessibilityBus::setStatus("ScreenReaderEnabled", true));
-        ASSERT_TRUE(spinUntil([&] { return hud.displayOptions().screenReader; }));
-    }
-
     std::unique_ptr<ScreenReader> reader;
     VolumeHUD hud;
 };
 
-TEST_F(Announcements, SilentWhileNoScreenReaderIsOn)
+TEST_F(Announcements, SilentWithoutAScreenReaderThenBurstSpeaksFirstAndLastLevelsAndMuted)
 {
     spinFor(std::chrono::milliseconds(200));
     ASSERT_FALSE(hud.displayOptions().screenReader);
     hud.show(30, false, false, QStringLiteral("Den"), 60);
     hud.show(30, true, false, QStringLiteral("Den"), 60);
     spinFor(std::chrono::milliseconds(600));
-    EXPECT_TRUE(reader->heard.empty());
-}
+    EXPECT_TRUE(reader->heard.empty()) << "silent while no screen reader is on";
 
-TEST_F(Announcements, BurstSpeaksFirstAndLastLevelsAndMutedAtOnce)
-{
-    turnScreenReaderOn();
+    // As Orca does when it starts; the overlay learns of it from the bus.
+    ASSERT_TRUE(AccessibilityBus::setStatus("ScreenReaderEnabled", true));
+    ASSERT_TRUE(spinUntil([&] { return hud.displayOptions().screenReader; }));
     for (int volume : {32, 34, 36})
         hud.show(volume, false, false, QStringLiteral("Den"), 60);
     ASSERT_TRUE(spinUntil([&] { return reader->heard.size() == 2; }, std::chrono::seconds(2)));
