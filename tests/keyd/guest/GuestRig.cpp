@@ -24,55 +24,49 @@ namespace guest {
 
 namespace {
 
-std::string readLine(const std::string& path)
+int millisLeft(std::chrono::steady_clock::time_point end)
 {
-    std::ifstream in(path);
-    std::string line;
-    std::getline(in, line);
-    return line;
+    const auto left = std::chrono::duration_cast<Millis>(end - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<long long>(0, left.count()));
+}
+
+} // namespace
+
+bool waitUntil(const std::function<bool()>& done, Millis timeout)
+{
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
 }
 
 std::string nodeOf(const std::string& name)
 {
     DIR* dir = opendir("/sys/class/input");
-    if (!dir)
-        return {};
     std::string found;
-    while (dirent* entry = readdir(dir)) {
-        std::string sys = entry->d_name;
-        if (sys.rfind("event", 0) == 0 &&
-            readLine("/sys/class/input/" + sys + "/device/name") == name) {
+    while (dirent* entry = dir ? readdir(dir) : nullptr) {
+        const std::string sys = entry->d_name;
+        std::string line;
+        std::getline(std::ifstream("/sys/class/input/" + sys + "/device/name"), line);
+        if (sys.starts_with("event") && line == name) {
             found = "/dev/input/" + sys;
             break;
         }
     }
-    closedir(dir);
+    if (dir)
+        closedir(dir);
     return found;
 }
 
-} // namespace
-
 std::string waitForNode(const std::string& name, Millis timeout)
 {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    do {
-        std::string node = nodeOf(name);
-        if (!node.empty() && access(node.c_str(), R_OK) == 0)
-            return node;
-        std::this_thread::sleep_for(5ms);
-    } while (std::chrono::steady_clock::now() < end);
-    return {};
-}
-
-bool waitForNoNode(const std::string& name, Millis timeout)
-{
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    do {
-        if (nodeOf(name).empty())
-            return true;
-        std::this_thread::sleep_for(5ms);
-    } while (std::chrono::steady_clock::now() < end);
-    return false;
+    std::string node;
+    waitUntil([&] { return !(node = nodeOf(name)).empty() && access(node.c_str(), R_OK) == 0; },
+              timeout);
+    return node;
 }
 
 VirtualKeyboard::VirtualKeyboard(std::string name, std::vector<unsigned> keys)
@@ -82,11 +76,6 @@ VirtualKeyboard::VirtualKeyboard(std::string name, std::vector<unsigned> keys)
     plug();
 }
 
-VirtualKeyboard::~VirtualKeyboard()
-{
-    unplug();
-}
-
 void VirtualKeyboard::plug()
 {
     if (m_device)
@@ -94,10 +83,8 @@ void VirtualKeyboard::plug()
     libevdev* dev = libevdev_new();
     libevdev_set_name(dev, m_name.c_str());
     libevdev_set_id_bustype(dev, BUS_USB);
-    libevdev_enable_event_type(dev, EV_KEY);
     for (unsigned key : m_keys)
         libevdev_enable_event_code(dev, EV_KEY, key, nullptr);
-    libevdev_enable_event_type(dev, EV_MSC);
     libevdev_enable_event_code(dev, EV_MSC, MSC_SCAN, nullptr);
     // No EV_REP: the kernel would add repeats of its own to what the test writes.
     int rc = libevdev_uinput_create_from_device(dev, LIBEVDEV_UINPUT_OPEN_MANAGED, &m_device);
@@ -114,28 +101,19 @@ void VirtualKeyboard::unplug()
     m_device = nullptr;
 }
 
-input_event VirtualKeyboard::event(unsigned type, unsigned code, int value)
-{
-    input_event e{};
-    e.type = static_cast<unsigned short>(type);
-    e.code = static_cast<unsigned short>(code);
-    e.value = value;
-    return e;
-}
-
 void VirtualKeyboard::frame(const std::vector<input_event>& events)
 {
     std::vector<input_event> all = events;
-    all.push_back(event(EV_SYN, SYN_REPORT, 0));
+    all.push_back(fed::event(EV_SYN, SYN_REPORT, 0));
     const auto size = static_cast<ssize_t>(all.size() * sizeof(input_event));
     if (write(libevdev_uinput_get_fd(m_device), all.data(), static_cast<size_t>(size)) != size)
         throw std::runtime_error("cannot write to " + m_name);
 }
 
 Observer::Observer(const std::string& node)
+    : m_fd(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
 {
-    m_fd = open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    int clock = CLOCK_MONOTONIC;
+    int clock = CLOCK_MONOTONIC; // time stamps comparable with the writer's clock
     if (m_fd >= 0)
         ioctl(m_fd, EVIOCSCLOCKID, &clock);
 }
@@ -153,26 +131,20 @@ std::vector<input_event> Observer::read(Millis timeout, unsigned untilCode, int 
     const auto end = std::chrono::steady_clock::now() + timeout;
     for (;;) {
         input_event buffer[64];
-        ssize_t n = ::read(m_fd, buffer, sizeof buffer);
-        if (n > 0) {
-            for (ssize_t i = 0; i < n / static_cast<ssize_t>(sizeof(input_event)); ++i) {
-                events.push_back(buffer[i]);
-                matched = matched || (untilCode && buffer[i].type == EV_KEY &&
-                                      buffer[i].code == untilCode && buffer[i].value == untilValue);
-            }
-            // The frame that carried the awaited event ends with its SYN_REPORT.
-            if (matched && events.back().type == EV_SYN)
-                return events;
-            continue;
+        const ssize_t n = ::read(m_fd, buffer, sizeof buffer);
+        for (ssize_t i = 0; i < n / static_cast<ssize_t>(sizeof(input_event)); ++i) {
+            events.push_back(buffer[i]);
+            matched = matched || (untilCode && buffer[i].type == EV_KEY &&
+                                  buffer[i].code == untilCode && buffer[i].value == untilValue);
         }
+        // The frame that carried the awaited event ends with its SYN_REPORT.
+        if (matched && events.back().type == EV_SYN)
+            return events;
         if (n < 0 && errno != EAGAIN)
             return events; // the node went away
-        const auto left =
-            std::chrono::duration_cast<Millis>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return events;
         pollfd p{m_fd, POLLIN, 0};
-        poll(&p, 1, static_cast<int>(left.count()));
+        if (n <= 0 && poll(&p, 1, millisLeft(end)) <= 0)
+            return events;
     }
 }
 
@@ -195,17 +167,11 @@ KeydProcess::KeydProcess()
         throw std::runtime_error("KEYD_BIN is not set");
     m_pid = fork();
     if (m_pid == 0) {
-        int log = open(kLog, O_WRONLY | O_CREAT | O_APPEND, 0644);
-        dup2(log, STDERR_FILENO);
-        std::string socket = std::string("--socket=") + kSocket;
+        dup2(open(kLog, O_WRONLY | O_CREAT | O_APPEND, 0644), STDERR_FILENO);
+        const std::string socket = std::string("--socket=") + kSocket;
         execl(binary, binary, socket.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-}
-
-KeydProcess::~KeydProcess()
-{
-    stop();
 }
 
 int KeydProcess::stop()
@@ -221,38 +187,29 @@ int KeydProcess::stop()
 
 std::string KeydProcess::log() const
 {
-    std::ifstream in(kLog);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(kLog).rdbuf();
     return text.str();
 }
 
 Client::Client()
 {
-    const auto end = std::chrono::steady_clock::now() + 10s;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, kSocket);
-    for (;;) {
-        m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
-            break;
-        ::close(m_fd);
-        m_fd = -1;
-        if (std::chrono::steady_clock::now() > end)
-            throw std::runtime_error("cannot connect to the service");
-        std::this_thread::sleep_for(10ms);
-    }
-    fcntl(m_fd, F_SETFL, O_NONBLOCK);
-    const auto until = std::chrono::steady_clock::now() + 5s;
-    while (!hello && !hungUp && std::chrono::steady_clock::now() < until)
-        pump(100ms);
+    m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (!waitUntil(
+            [&] {
+                return connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+            },
+            10s))
+        throw std::runtime_error("cannot connect to the service");
+    pumpUntil([&] { return hello && health >= 0; }, 5s);
 }
 
 Client::~Client()
 {
-    if (m_fd >= 0)
-        ::close(m_fd);
+    ::close(m_fd);
 }
 
 void Client::send(const keyd::ClientMessage& message)
@@ -262,46 +219,25 @@ void Client::send(const keyd::ClientMessage& message)
         throw std::runtime_error("cannot send to the service");
 }
 
-void Client::pump(Millis timeout, std::size_t count)
+bool Client::pumpUntil(const std::function<bool()>& done, Millis timeout)
 {
     const auto end = std::chrono::steady_clock::now() + timeout;
-    while (m_fd >= 0 && !hungUp && reports.size() < count) {
-        std::uint8_t bytes[4096];
-        ssize_t n = recv(m_fd, bytes, sizeof bytes, 0);
-        if (n == 0 || (n < 0 && errno != EAGAIN)) {
-            hungUp = true;
-            return;
-        }
-        if (n > 0) {
-            m_buffer.append(std::span(bytes, static_cast<std::size_t>(n)));
-            while (auto record = m_buffer.take()) {
-                auto message = keyd::decodeServiceMessage(*record);
-                if (!message)
-                    continue;
-                if (auto* h = std::get_if<keyd::Hello>(&*message))
-                    hello = *h;
-                else if (auto* health = std::get_if<keyd::Health>(&*message))
-                    this->health = health->devicesGrabbed;
-                else if (auto* report = std::get_if<keyd::KeyReport>(&*message))
-                    reports.push_back(*report);
-            }
-            continue;
-        }
-        const auto left =
-            std::chrono::duration_cast<Millis>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return;
+    while (!done()) {
         pollfd p{m_fd, POLLIN, 0};
-        poll(&p, 1, static_cast<int>(left.count()));
+        keyd::Record record;
+        // The service writes whole records: one that is readable at all is there whole.
+        if (poll(&p, 1, millisLeft(end)) <= 0 ||
+            recv(m_fd, record.data(), record.size(), MSG_WAITALL) != 8)
+            return false;
+        const auto message = keyd::decodeServiceMessage(record);
+        if (const auto* h = message ? std::get_if<keyd::Hello>(&*message) : nullptr)
+            hello = *h;
+        else if (const auto* state = message ? std::get_if<keyd::Health>(&*message) : nullptr)
+            health = state->devicesGrabbed;
+        else if (const auto* report = message ? std::get_if<keyd::KeyReport>(&*message) : nullptr)
+            reports.push_back(*report);
     }
-}
-
-bool Client::waitForHealth(int devices, Millis timeout)
-{
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (health != devices && !hungUp && std::chrono::steady_clock::now() < end)
-        pump(50ms);
-    return health == devices;
+    return true;
 }
 
 } // namespace guest

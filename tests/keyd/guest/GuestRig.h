@@ -4,11 +4,11 @@
 // observers that read a device node as the desktop would, the service as a child process and
 // a client on its socket. Runs as root inside the test machine.
 
+#include "../FedInput.h"
 #include "keyservice/Protocol.h"
 
 #include <chrono>
-#include <cstdint>
-#include <linux/input.h>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -20,15 +20,17 @@ namespace guest {
 using namespace std::chrono_literals;
 using Millis = std::chrono::milliseconds;
 
-// The node of the input device with this name, waiting up to `timeout` for it to appear;
-// empty if it does not.
+// Polls `done` until it holds or `timeout` passes; answers whether it held.
+bool waitUntil(const std::function<bool()>& done, Millis timeout);
+// The node of the input device with this name; empty while there is none.
+std::string nodeOf(const std::string& name);
+// The node once it is there and readable; empty if it never comes within `timeout`.
 std::string waitForNode(const std::string& name, Millis timeout);
-bool waitForNoNode(const std::string& name, Millis timeout);
 
 class VirtualKeyboard {
 public:
     VirtualKeyboard(std::string name, std::vector<unsigned> keys);
-    ~VirtualKeyboard();
+    ~VirtualKeyboard() { unplug(); }
     VirtualKeyboard(const VirtualKeyboard&) = delete;
     VirtualKeyboard& operator=(const VirtualKeyboard&) = delete;
 
@@ -36,11 +38,9 @@ public:
     void unplug();
     // Writes the events and a SYN_REPORT in one go.
     void frame(const std::vector<input_event>& events);
-    void key(unsigned code, int value) { frame({event(EV_KEY, code, value)}); }
+    void key(unsigned code, int value) { frame({fed::event(EV_KEY, code, value)}); }
     const std::string& node() const { return m_node; }
     const std::string& name() const { return m_name; }
-
-    static input_event event(unsigned type, unsigned code, int value);
 
 private:
     std::string m_name;
@@ -67,10 +67,13 @@ private:
     int m_fd = -1;
 };
 
+inline constexpr const char* kSocket = "/run/keyd-guest-test.sock";
+inline constexpr const char* kLog = "/tmp/keyd-guest-test.log";
+
 class KeydProcess {
 public:
     KeydProcess();
-    ~KeydProcess();
+    ~KeydProcess() { stop(); }
     KeydProcess(const KeydProcess&) = delete;
     KeydProcess& operator=(const KeydProcess&) = delete;
 
@@ -83,29 +86,28 @@ private:
     pid_t m_pid = -1;
 };
 
-inline constexpr const char* kSocket = "/run/keyd-guest-test.sock";
-inline constexpr const char* kLog = "/tmp/keyd-guest-test.log";
-
 class Client {
 public:
-    Client(); // connects, waiting for the socket
+    Client(); // connects, waiting for the socket, and reads the greeting
     ~Client();
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
     void send(const keyd::ClientMessage& message);
-    // Reads what arrives within `timeout`; stops early once `count` key reports are waiting.
-    void pump(Millis timeout, std::size_t count = SIZE_MAX);
-    bool waitForHealth(int devices, Millis timeout);
+    // Reads messages until `done` holds or `timeout` passes; answers whether it held.
+    // A timeout of zero reads only what is waiting.
+    bool pumpUntil(const std::function<bool()>& done, Millis timeout);
+    bool waitForHealth(int devices, Millis timeout)
+    {
+        return pumpUntil([&] { return health == devices; }, timeout);
+    }
 
     std::optional<keyd::Hello> hello;
     int health = -1;
     std::vector<keyd::KeyReport> reports;
-    bool hungUp = false;
 
 private:
     int m_fd = -1;
-    keyd::RecordBuffer m_buffer;
 };
 
 } // namespace guest
