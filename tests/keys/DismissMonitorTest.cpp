@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-using testing_support::spinFor;
 using testing_support::spinUntil;
 using x11_session::xdotool;
 
@@ -21,13 +20,6 @@ TEST(DismissMonitorTest, whileStartedEveryButtonPressIsReportedWithItsPositionAn
     x11_session::FocusedWindow window;
     std::vector<QPoint> clicks;
     DismissMonitor monitor{[&](QPoint at) { clicks.push_back(at); }};
-    // Everything done before it has been dealt with once the window has seen "a" go by.
-    const auto settle = [&] {
-        const int before = window.presses(Qt::Key_A);
-        ASSERT_TRUE(xdotool(words(QStringLiteral("key a"))));
-        ASSERT_TRUE(spinUntil([&] { return window.presses(Qt::Key_A) > before; }));
-        spinFor(std::chrono::milliseconds(30));
-    };
     ASSERT_TRUE(window.showFocused());
     monitor.start();
     monitor.start(); // a second start adds no second watch
@@ -36,7 +28,7 @@ TEST(DismissMonitorTest, whileStartedEveryButtonPressIsReportedWithItsPositionAn
     ASSERT_TRUE(xdotool(words("mousemove 40 700 click 1 mousemove 1100 60 click 3 click 2")));
     ASSERT_TRUE(spinUntil([&] { return clicks.size() >= 3; }));
     ASSERT_TRUE(xdotool(words("mousemove 600 500 mousemove 20 20 click 4 click 5 key b")));
-    settle();
+    ASSERT_TRUE(window.settle());
     EXPECT_EQ(clicks, (std::vector<QPoint>{{40, 700}, {1100, 60}, {1100, 60}}))
         << "no moves, no wheel steps, no keys";
 
@@ -51,7 +43,7 @@ TEST(DismissMonitorTest, whileStartedEveryButtonPressIsReportedWithItsPositionAn
     monitor.stop();
     EXPECT_FALSE(monitor.isRunning());
     ASSERT_TRUE(xdotool(words("click 1")));
-    settle();
+    ASSERT_TRUE(window.settle());
     EXPECT_EQ(clicks.size(), 4u);
     monitor.start();
     ASSERT_TRUE(xdotool(words("click 1")));

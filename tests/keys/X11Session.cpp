@@ -80,6 +80,16 @@ bool FocusedWindow::showFocused()
     return testing_support::spinUntil([&] { return isActiveWindow() && hasFocus(); });
 }
 
+bool FocusedWindow::settle()
+{
+    const int before = releases(Qt::Key_A);
+    if (!xdotool({QStringLiteral("key"), QStringLiteral("a")}) ||
+        !testing_support::spinUntil([&] { return releases(Qt::Key_A) > before; }))
+        return false;
+    testing_support::spinFor(std::chrono::milliseconds(30));
+    return true;
+}
+
 void FocusedWindow::keyPressEvent(QKeyEvent* event)
 {
     keys.push_back(event->key());

@@ -28,6 +28,8 @@ public:
     FocusedWindow();
     // Shown and holding the keyboard focus.
     bool showFocused();
+    // Everything typed or clicked before has been dealt with once the window saw "a" go by.
+    bool settle();
     int presses(int key) const { return int(std::count(keys.begin(), keys.end(), key)); }
     int releases(int key) const { return int(std::count(keys.begin(), keys.end(), -key)); }
 
