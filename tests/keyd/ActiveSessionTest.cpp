@@ -11,7 +11,6 @@ TEST(KeydActiveSession, readsTheActiveUserOfALogindSeatFile)
     EXPECT_EQ(activeUidOf("# This is private data. Do not parse.\nIS_SEAT0=1\nCAN_MULTI_SESSION=1\n"
                           "ACTIVE=2\nACTIVE_UID=1000\nSESSIONS=2 c1\nUIDS=1000 117\n"),
               std::optional<uid_t>(1000));
-    EXPECT_EQ(activeUidOf("ACTIVE_UID=0"), std::optional<uid_t>(0));
     EXPECT_EQ(activeUidOf("IS_SEAT0=1\nSESSIONS=\n"), std::nullopt); // nobody in front
     EXPECT_EQ(activeUidOf("ACTIVE_UID=10x0\n"), std::nullopt);
     EXPECT_EQ(activeUidOf("XACTIVE_UID=1000\n"), std::nullopt);
@@ -28,7 +27,6 @@ TEST(KeydActiveSession, admitsTheForegroundUserAndRootOneAtATime)
     EXPECT_EQ(admissionOf(0, std::nullopt, std::nullopt), HelloStatus::accepted);
     // Someone connected who may stay: the newcomer waits.
     EXPECT_EQ(admissionOf(1000, 1000, 1000), HelloStatus::busy);
-    EXPECT_EQ(admissionOf(0, 0, std::nullopt), HelloStatus::busy);
     // Someone connected whose user went to the background: the new foreground user wins.
     EXPECT_EQ(admissionOf(1001, 1000, 1001), HelloStatus::accepted);
     // A stranger never displaces anybody.

@@ -10,19 +10,25 @@ using fed::triples;
 
 namespace {
 
-input_event ev(unsigned short type, unsigned short code, int value)
-{
-    return fed::event(type, code, value);
-}
-
 input_event key(unsigned short code, int value)
 {
-    return ev(EV_KEY, code, value);
+    return fed::event(EV_KEY, code, value);
 }
 
 input_event syn()
 {
-    return ev(EV_SYN, SYN_REPORT, 0);
+    return fed::event(EV_SYN, SYN_REPORT, 0);
+}
+
+// Key events as they come out, each in a frame of its own.
+std::vector<Triple> frames(std::initializer_list<std::pair<int, int>> keys)
+{
+    std::vector<Triple> out;
+    for (auto [code, value] : keys) {
+        out.emplace_back(EV_KEY, code, value);
+        out.emplace_back(EV_SYN, SYN_REPORT, 0);
+    }
+    return out;
 }
 
 // A grabbed device fed one frame at a time, with the arming of the moment.
@@ -77,8 +83,8 @@ TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
           {true, tap(KEY_VOLUMEDOWN, 2)},
           {true, tap(KEY_VOLUMEDOWN, 2)},
           {true, tap(KEY_VOLUMEDOWN, 0)},
-          {true, {ev(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 1), syn()}},
-          {true, {ev(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 0), syn()}}},
+          {true, {fed::event(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 1), syn()}},
+          {true, {fed::event(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 0), syn()}}},
          {{EV_MSC, MSC_SCAN, 7}, report, {EV_MSC, MSC_SCAN, 7}, report},
          {{MediaKey::soundDown, false, false},
           {MediaKey::soundDown, false, true},
@@ -88,12 +94,7 @@ TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
          {{false, tap(KEY_VOLUMEUP, 1)},
           {true, tap(KEY_VOLUMEUP, 2)},
           {true, tap(KEY_VOLUMEUP, 0)}},
-         {{EV_KEY, KEY_VOLUMEUP, 1},
-          report,
-          {EV_KEY, KEY_VOLUMEUP, 2},
-          report,
-          {EV_KEY, KEY_VOLUMEUP, 0},
-          report},
+         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 2}, {KEY_VOLUMEUP, 0}}),
          {}},
         {"pressed armed, disarmed mid-press (the client left): the rest stays swallowed, and the "
          "next press is decided afresh",
@@ -101,7 +102,7 @@ TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
           {false, tap(KEY_MUTE, 2)},
           {false, tap(KEY_MUTE, 0)},
           {false, {key(KEY_MUTE, 1), syn(), key(KEY_MUTE, 0), syn()}}},
-         {{EV_KEY, KEY_MUTE, 1}, report, {EV_KEY, KEY_MUTE, 0}, report},
+         frames({{KEY_MUTE, 1}, {KEY_MUTE, 0}}),
          {{MediaKey::mute, false, false}}},
         // A resync after dropped events can repeat the key-down of a key already down.
         // Deciding it afresh would swallow the release of a press the desktop saw begin.
@@ -109,18 +110,13 @@ TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
          {{false, tap(KEY_VOLUMEUP, 1)},
           {true, tap(KEY_VOLUMEUP, 1)},
           {true, tap(KEY_VOLUMEUP, 0)}},
-         {{EV_KEY, KEY_VOLUMEUP, 1},
-          report,
-          {EV_KEY, KEY_VOLUMEUP, 1},
-          report,
-          {EV_KEY, KEY_VOLUMEUP, 0},
-          report},
+         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
          {}},
         {"each volume key keeps its own decision",
          {{false, tap(KEY_VOLUMEUP, 1)},
           {true, tap(KEY_VOLUMEDOWN, 1)},
           {false, {key(KEY_VOLUMEUP, 0), key(KEY_VOLUMEDOWN, 0), syn()}}},
-         {{EV_KEY, KEY_VOLUMEUP, 1}, report, {EV_KEY, KEY_VOLUMEUP, 0}, report},
+         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
          {{MediaKey::soundDown, false, false}}},
     };
     for (const Scenario& scenario : scenarios) {

@@ -19,88 +19,51 @@ bool xdotool(const QStringList& arguments)
     return ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
-struct ForeignKeyGrab::Connection {
-    Display* display = nullptr;
-    KeyCode code = 0;
-};
-
-ForeignKeyGrab::ForeignKeyGrab(const char* keysymName)
-    : m_x(std::make_unique<Connection>())
+// Closing the connection releases its grabs.
+std::shared_ptr<void> grabKeyElsewhere(const char* keysymName)
 {
-    m_x->display = XOpenDisplay(nullptr);
-    if (!m_x->display)
-        return;
-    m_x->code = XKeysymToKeycode(m_x->display, XStringToKeysym(keysymName));
-    XGrabKey(m_x->display, m_x->code, 0, DefaultRootWindow(m_x->display), True, GrabModeAsync,
-             GrabModeAsync);
-    XSync(m_x->display, False);
-    m_held = m_x->code != 0;
+    Display* display = XOpenDisplay(nullptr);
+    if (!display)
+        return nullptr;
+    std::shared_ptr<void> handle(display, [](void* d) { XCloseDisplay(static_cast<Display*>(d)); });
+    const KeyCode code = XKeysymToKeycode(display, XStringToKeysym(keysymName));
+    XGrabKey(display, code, 0, DefaultRootWindow(display), True, GrabModeAsync, GrabModeAsync);
+    XSync(display, False);
+    return code ? handle : nullptr;
 }
 
-ForeignKeyGrab::~ForeignKeyGrab()
+std::shared_ptr<void> moveKeysym(const char* keysymName, int toKeycode)
 {
-    if (m_x->display)
-        XCloseDisplay(m_x->display);
-}
-
-void ForeignKeyGrab::release()
-{
-    if (!m_held)
-        return;
-    XUngrabKey(m_x->display, m_x->code, 0, DefaultRootWindow(m_x->display));
-    XSync(m_x->display, False);
-    m_held = false;
-}
-
-struct KeymapMove::Connection {
-    Display* display = nullptr;
+    Display* display = XOpenDisplay(nullptr);
+    const KeySym sym = XStringToKeysym(keysymName);
+    const KeyCode from = display ? XKeysymToKeycode(display, sym) : 0;
+    if (from == 0) {
+        if (display)
+            XCloseDisplay(display);
+        return nullptr;
+    }
     struct Saved {
-        KeyCode code;
-        int perCode;
-        std::vector<KeySym> syms;
+        Display* display;
+        std::vector<std::pair<KeyCode, std::vector<KeySym>>> codes;
     };
-    std::vector<Saved> saved;
-
-    void save(KeyCode code)
-    {
+    auto saved = new Saved{display, {}};
+    for (KeyCode code : {from, KeyCode(toKeycode)}) {
         int perCode = 0;
         KeySym* syms = XGetKeyboardMapping(display, code, 1, &perCode);
-        saved.push_back({code, perCode, std::vector<KeySym>(syms, syms + perCode)});
+        saved->codes.emplace_back(code, std::vector<KeySym>(syms, syms + perCode));
         XFree(syms);
     }
-    void set(KeyCode code, KeySym sym)
-    {
-        XChangeKeyboardMapping(display, code, 1, &sym, 1);
-        XSync(display, False);
-    }
-};
-
-KeymapMove::KeymapMove(const char* keysymName, int toKeycode)
-    : m_x(std::make_unique<Connection>())
-{
-    m_x->display = XOpenDisplay(nullptr);
-    if (!m_x->display)
-        return;
-    const KeySym sym = XStringToKeysym(keysymName);
-    const KeyCode from = XKeysymToKeycode(m_x->display, sym);
-    if (from == 0)
-        return;
-    m_x->save(from);
-    m_x->save(KeyCode(toKeycode));
-    m_x->set(from, NoSymbol);
-    m_x->set(KeyCode(toKeycode), sym);
-    m_done = true;
-}
-
-KeymapMove::~KeymapMove()
-{
-    if (!m_x->display)
-        return;
-    for (auto& saved : m_x->saved) {
-        XChangeKeyboardMapping(m_x->display, saved.code, saved.perCode, saved.syms.data(), 1);
-    }
-    XSync(m_x->display, False);
-    XCloseDisplay(m_x->display);
+    KeySym none = NoSymbol;
+    XChangeKeyboardMapping(display, from, 1, &none, 1);
+    XChangeKeyboardMapping(display, KeyCode(toKeycode), 1, const_cast<KeySym*>(&sym), 1);
+    XSync(display, False);
+    return std::shared_ptr<void>(saved, [](void* handle) {
+        auto* s = static_cast<Saved*>(handle);
+        for (auto& [code, syms] : s->codes)
+            XChangeKeyboardMapping(s->display, code, int(syms.size()), syms.data(), 1);
+        XCloseDisplay(s->display);
+        delete s;
+    });
 }
 
 FocusedWindow::FocusedWindow()
@@ -117,26 +80,24 @@ bool FocusedWindow::showFocused()
     return testing_support::spinUntil([&] { return isActiveWindow() && hasFocus(); });
 }
 
-int FocusedWindow::presses(int key) const
+bool FocusedWindow::settle()
 {
-    return int(std::count_if(keys.begin(), keys.end(),
-                             [&](const Key& k) { return k.key == key && k.press; }));
-}
-
-int FocusedWindow::releases(int key) const
-{
-    return int(std::count_if(keys.begin(), keys.end(),
-                             [&](const Key& k) { return k.key == key && !k.press; }));
+    const int before = releases(Qt::Key_A);
+    if (!xdotool({QStringLiteral("key"), QStringLiteral("a")}) ||
+        !testing_support::spinUntil([&] { return releases(Qt::Key_A) > before; }))
+        return false;
+    testing_support::spinFor(std::chrono::milliseconds(30));
+    return true;
 }
 
 void FocusedWindow::keyPressEvent(QKeyEvent* event)
 {
-    keys.push_back({event->key(), true});
+    keys.push_back(event->key());
 }
 
 void FocusedWindow::keyReleaseEvent(QKeyEvent* event)
 {
-    keys.push_back({event->key(), false});
+    keys.push_back(-event->key());
 }
 
 void FocusedWindow::mousePressEvent(QMouseEvent* event)

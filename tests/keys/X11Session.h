@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QWidget>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -14,49 +15,25 @@ namespace x11_session {
 // keeps turning, so that a tap holding the keyboard frozen can answer.
 bool xdotool(const QStringList& arguments);
 
-// Another X client grabbing one key on the root window, as a desktop would.
-class ForeignKeyGrab {
-public:
-    explicit ForeignKeyGrab(const char* keysymName);
-    ~ForeignKeyGrab();
-    bool isHeld() const { return m_held; }
-    void release();
-
-private:
-    struct Connection;
-    std::unique_ptr<Connection> m_x;
-    bool m_held = false;
-};
-
-// Moves a key symbol to another key code, as a desktop loading its own keymap would, and
-// puts both key codes back afterwards.
-class KeymapMove {
-public:
-    KeymapMove(const char* keysymName, int toKeycode);
-    ~KeymapMove();
-    bool isDone() const { return m_done; }
-
-private:
-    struct Connection;
-    std::unique_ptr<Connection> m_x;
-    bool m_done = false;
-};
+// Another X client grabbing one key on the root window, as a desktop would, until the handle
+// goes; null when it could not.
+std::shared_ptr<void> grabKeyElsewhere(const char* keysymName);
+// Moves a key symbol to another key code, as a desktop loading its own keymap would; both key
+// codes are put back when the handle goes. Null when it could not.
+std::shared_ptr<void> moveKeysym(const char* keysymName, int toKeycode);
 
 // A focused window that remembers the keys and clicks it received.
 class FocusedWindow : public QWidget {
 public:
-    struct Key {
-        int key;
-        bool press;
-    };
-
     FocusedWindow();
     // Shown and holding the keyboard focus.
     bool showFocused();
-    int presses(int key) const;
-    int releases(int key) const;
+    // Everything typed or clicked before has been dealt with once the window saw "a" go by.
+    bool settle();
+    int presses(int key) const { return int(std::count(keys.begin(), keys.end(), key)); }
+    int releases(int key) const { return int(std::count(keys.begin(), keys.end(), -key)); }
 
-    std::vector<Key> keys;
+    std::vector<int> keys;      // each press as its key, each release as its negation
     std::vector<QPoint> clicks; // in screen coordinates
 
 protected:

@@ -12,33 +12,18 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <tuple>
 #include <unistd.h>
 
 using namespace guest;
+using fed::event;
+using fed::triples;
 using keyd::KeyReport;
-using keyd::MediaKey;
 
 namespace {
 
 constexpr unsigned kMarker = KEY_F24; // ends every burst, so the test knows the burst is through
 const std::vector<unsigned> kAllKeys = {KEY_A,        KEY_B,          KEY_C,    KEY_LEFTSHIFT,
                                         KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE, kMarker};
-
-using Triple = std::tuple<int, int, int>;
-
-std::vector<Triple> triples(const std::vector<input_event>& events)
-{
-    std::vector<Triple> out;
-    for (const input_event& e : events)
-        out.emplace_back(e.type, e.code, e.value);
-    return out;
-}
-
-input_event ev(unsigned type, unsigned code, int value)
-{
-    return VirtualKeyboard::event(type, code, value);
-}
 
 bool contains(const std::vector<input_event>& events, unsigned code, int value)
 {
@@ -52,78 +37,53 @@ std::string cloneName(const VirtualKeyboard& keyboard)
     return keyd::kClonePrefix + keyboard.name();
 }
 
-MediaKey mediaKey(unsigned code)
-{
-    return code == KEY_VOLUMEUP     ? MediaKey::soundUp
-           : code == KEY_VOLUMEDOWN ? MediaKey::soundDown
-                                    : MediaKey::mute;
-}
-
-// How many devices of the test machine itself the service grabs (its emulated PS/2 keyboard).
-int baseDevices()
-{
-    static int base = [] {
-        KeydProcess keyd;
-        Client client;
-        client.pump(300ms);
-        return client.health;
-    }();
-    return base;
-}
-
 class KeydGuest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        unlink(kLog);
-        ASSERT_GE(baseDevices(), 0);
-    }
+    void SetUp() override { unlink(kLog); }
     void TearDown() override
     {
         if (HasFailure() && keyd)
             std::fprintf(stderr, "--- service log ---\n%s---\n", keyd->log().c_str());
-        clone.reset();
-        keyboard.reset();
-        client.reset();
-        keyd.reset();
     }
 
+    // Starts the service. The devices it holds before any test keyboard (the test machine's
+    // own keyboard) are counted once, from its first greeting.
     void start()
     {
         keyd = std::make_unique<KeydProcess>();
         client = std::make_unique<Client>();
         ASSERT_TRUE(client->hello);
+        if (base < 0)
+            base = client->health;
     }
 
-    // Starts the service with a keyboard of every test key, waits until the service holds it
-    // and opens its clone, which the desktop reads instead.
-    void startWithKeyboard(const std::string& name, const std::vector<unsigned>& keys = kAllKeys)
+    // Plugs a keyboard of every test key, waits until the service holds it and opens its
+    // clone, which the desktop reads instead.
+    void plugKeyboard(const std::string& name)
     {
-        start();
-        keyboard = std::make_unique<VirtualKeyboard>(name, keys);
-        ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
+        keyboard = std::make_unique<VirtualKeyboard>(name, kAllKeys);
+        ASSERT_TRUE(client->waitForHealth(base + 1, 5000ms));
         clone = std::make_unique<Observer>(waitForNode(cloneName(*keyboard), 3000ms));
         ASSERT_TRUE(clone->isOpen());
     }
 
     // Writes the burst end marker and reads the clone until it came out.
-    static std::vector<input_event> throughMarker(VirtualKeyboard& keyboard, Observer& clone)
+    std::vector<input_event> throughMarker()
     {
-        keyboard.key(kMarker, 1);
-        keyboard.key(kMarker, 0);
-        return clone.read(5000ms, kMarker, 0);
+        keyboard->key(kMarker, 1);
+        keyboard->key(kMarker, 0);
+        return clone->read(5000ms, kMarker, 0);
     }
-    std::vector<input_event> throughMarker() { return throughMarker(*keyboard, *clone); }
 
     // Makes the arming take effect and proves it: presses a volume key not in `held` until
     // the service treats it as wanted. Every probe is itself checked: swallowed and reported
     // whole (and added to `expected`), or passed whole.
-    void settleArming(bool armed, const std::map<unsigned, bool>& held = {})
+    void settleArming(bool armed, std::map<unsigned, bool>& held)
     {
         client->send(keyd::SetArmed{armed});
         unsigned probe = KEY_VOLUMEUP;
         for (unsigned code : {KEY_VOLUMEUP, KEY_VOLUMEDOWN, KEY_MUTE})
-            if (!held.count(code) || !held.at(code))
+            if (!held[code])
                 probe = code;
         for (int attempt = 0; attempt < 50; ++attempt) {
             keyboard->key(probe, 1);
@@ -132,13 +92,14 @@ protected:
             const bool down = contains(out, probe, 1);
             ASSERT_EQ(down, contains(out, probe, 0)) << "a probe press split";
             if (!down)
-                expected.push_back(KeyReport{mediaKey(probe), false, false});
+                expected.push_back(KeyReport{*keyd::mediaKeyOf(probe), false, false});
             if (down != armed)
                 return;
         }
         FAIL() << "arming " << armed << " never took effect";
     }
 
+    int base = -1;
     std::unique_ptr<KeydProcess> keyd;
     std::unique_ptr<Client> client;
     std::unique_ptr<VirtualKeyboard> keyboard;
@@ -152,7 +113,8 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
 {
     const char* wanted = std::getenv("KEYD_STREAM_EVENTS");
     const int total = wanted && *wanted ? std::atoi(wanted) : 100000;
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test stream keyboard"));
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(plugKeyboard("keyd-test stream keyboard"));
     Observer device(keyboard->node());
 
     std::mt19937 random(20261123);
@@ -180,39 +142,34 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
             held[code] = value != 0;
             std::vector<input_event> frame;
             if (random() % 2)
-                frame.push_back(ev(EV_MSC, MSC_SCAN, static_cast<int>(0x70000 + code)));
-            frame.push_back(ev(EV_KEY, code, value));
+                frame.push_back(event(EV_MSC, MSC_SCAN, static_cast<int>(0x70000 + code)));
+            frame.push_back(event(EV_KEY, code, value));
             keyboard->frame(frame);
             ++written;
 
-            bool gone = false;
-            if (keyd::mediaKeyOf(code)) {
+            if (const auto key = keyd::mediaKeyOf(code)) {
                 if (value == 1)
                     swallowed[code] = armed;
-                gone = swallowed[code];
-                if (gone && value != 0 && armed)
-                    expected.push_back(KeyReport{mediaKey(code), false, value == 2});
+                if (swallowed[code] && value != 0 && armed)
+                    expected.push_back(KeyReport{*key, false, value == 2});
+                if (swallowed[code])
+                    frame.pop_back();
             }
-            if (gone)
-                frame.pop_back();
             if (!frame.empty()) {
-                frame.push_back(ev(EV_SYN, SYN_REPORT, 0));
+                frame.push_back(event(EV_SYN, SYN_REPORT, 0));
                 burst.insert(burst.end(), frame.begin(), frame.end());
             }
         }
-        keyboard->key(kMarker, 1);
-        keyboard->key(kMarker, 0);
-        burst.push_back(ev(EV_KEY, kMarker, 1));
-        burst.push_back(ev(EV_SYN, SYN_REPORT, 0));
-        burst.push_back(ev(EV_KEY, kMarker, 0));
-        burst.push_back(ev(EV_SYN, SYN_REPORT, 0));
-        auto out = clone->read(5000ms, kMarker, 0);
-        ASSERT_EQ(triples(out), triples(burst))
+        for (int value : {1, 0}) {
+            burst.push_back(event(EV_KEY, kMarker, value));
+            burst.push_back(event(EV_SYN, SYN_REPORT, 0));
+        }
+        ASSERT_EQ(triples(throughMarker()), triples(burst))
             << "burst " << bursts << " after " << written << " events, armed " << armed;
-        client->pump(0ms);
+        client->pumpUntil([] { return false; }, 0ms); // keeps its socket from filling up
         ++bursts;
     }
-    client->pump(5000ms, expected.size());
+    client->pumpUntil([&] { return client->reports.size() >= expected.size(); }, 5000ms);
     ASSERT_EQ(client->reports.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         // Shift is in the stream too; its state when the service reads a key is not the
@@ -223,64 +180,10 @@ TEST_F(KeydGuest, randomStreamComesOutUnchangedMinusExactlyTheSwallowedKeys)
     EXPECT_TRUE(device.read(0ms).empty()) << "the desktop read the grabbed device directly";
 }
 
-TEST_F(KeydGuest, grabWaitsUntilNoKeyIsHeld)
+TEST_F(KeydGuest, stopsCleanlyWithAKeyHeldAndTheNextGrabWaitsForItsRelease)
 {
-    VirtualKeyboard keyboard("keyd-test held keyboard", kAllKeys);
-    Observer device(keyboard.node());
-    keyboard.key(KEY_A, 1); // held before the service sees the keyboard
-    device.read(200ms);
-    start();
-    Observer clone(waitForNode(cloneName(keyboard), 3000ms));
-    ASSERT_TRUE(clone.isOpen());
-    client->pump(500ms);
-    EXPECT_EQ(client->health, baseDevices()) << "grabbed while a key was held";
-
-    // Not grabbed yet: the desktop still reads the keyboard itself, the clone stays silent.
-    keyboard.key(KEY_B, 1);
-    keyboard.key(KEY_B, 0);
-    auto seen = device.read(2000ms, KEY_B, 0);
-    EXPECT_TRUE(contains(seen, KEY_B, 1));
-
-    keyboard.key(KEY_A, 0);
-    EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0))
-        << "the desktop must see the release of the key it saw go down";
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-
-    keyboard.key(KEY_C, 1);
-    keyboard.key(KEY_C, 0);
-    auto out = throughMarker(keyboard, clone);
-    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
-    EXPECT_FALSE(contains(out, KEY_B, 1)) << "the clone repeated what the desktop already had";
-    EXPECT_TRUE(device.read(200ms).empty());
-    EXPECT_TRUE(device.heldKeys().empty());
-    EXPECT_TRUE(clone.heldKeys().empty());
-}
-
-TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
-{
-    start();
-    VirtualKeyboard plugged("keyd-test replugged keyboard", kAllKeys);
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-
-    plugged.key(KEY_A, 1); // unplugged with a key down
-    plugged.unplug();
-    ASSERT_TRUE(client->waitForHealth(baseDevices(), 5000ms));
-    EXPECT_TRUE(waitForNoNode(cloneName(plugged), 3000ms)) << "the clone outlived its keyboard";
-
-    plugged.plug();
-    ASSERT_TRUE(client->waitForHealth(baseDevices() + 1, 5000ms));
-    Observer clone(waitForNode(cloneName(plugged), 3000ms));
-    ASSERT_TRUE(clone.isOpen());
-    plugged.key(KEY_C, 1);
-    plugged.key(KEY_C, 0);
-    auto out = throughMarker(plugged, clone);
-    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
-    EXPECT_TRUE(clone.heldKeys().empty());
-}
-
-TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
-{
-    ASSERT_NO_FATAL_FAILURE(startWithKeyboard("keyd-test stop keyboard"));
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(plugKeyboard("keyd-test held keyboard"));
     keyboard->key(KEY_A, 1);
     ASSERT_TRUE(contains(clone->read(3000ms, KEY_A, 1), KEY_A, 1));
 
@@ -288,8 +191,53 @@ TEST_F(KeydGuest, stopsCleanlyOnSigtermWithAKeyHeld)
     // The clone goes away with the key down; a reader learns it from the hang-up (the kernel
     // refuses reads of a removed node at once) and drops the clone's keys with it, which is
     // what libinput and the X server do. The desktop then reads the keyboard itself.
-    EXPECT_TRUE(waitForNoNode(cloneName(*keyboard), 3000ms));
+    EXPECT_TRUE(waitUntil([&] { return nodeOf(cloneName(*keyboard)).empty(); }, 3000ms));
     Observer device(keyboard->node());
+    keyboard->key(KEY_B, 1);
+    keyboard->key(KEY_B, 0);
+    EXPECT_TRUE(contains(device.read(2000ms, KEY_B, 0), KEY_B, 1)) << "still grabbed";
+
+    // A service that finds the key still held leaves the keyboard to the desktop meanwhile.
+    ASSERT_NO_FATAL_FAILURE(start());
+    clone = std::make_unique<Observer>(waitForNode(cloneName(*keyboard), 3000ms));
+    ASSERT_TRUE(clone->isOpen());
+    client->pumpUntil([] { return false; }, 500ms);
+    EXPECT_EQ(client->health, base) << "grabbed while a key was held";
+    keyboard->key(KEY_B, 1);
+    keyboard->key(KEY_B, 0);
+    EXPECT_TRUE(contains(device.read(2000ms, KEY_B, 0), KEY_B, 1));
     keyboard->key(KEY_A, 0);
-    EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0)) << "still grabbed";
+    EXPECT_TRUE(contains(device.read(2000ms, KEY_A, 0), KEY_A, 0))
+        << "the desktop must see the release of the key it saw go down";
+
+    ASSERT_TRUE(client->waitForHealth(base + 1, 5000ms));
+    keyboard->key(KEY_C, 1);
+    keyboard->key(KEY_C, 0);
+    auto out = throughMarker();
+    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
+    EXPECT_FALSE(contains(out, KEY_B, 1)) << "the clone repeated what the desktop already had";
+    EXPECT_TRUE(device.read(200ms).empty());
+    EXPECT_TRUE(device.heldKeys().empty());
+    EXPECT_TRUE(clone->heldKeys().empty());
+}
+
+TEST_F(KeydGuest, keyboardUnpluggedAndPluggedAgainIsTakenBackWithoutRestart)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(plugKeyboard("keyd-test replugged keyboard"));
+    keyboard->key(KEY_A, 1); // unplugged with a key down
+    keyboard->unplug();
+    ASSERT_TRUE(client->waitForHealth(base, 5000ms));
+    EXPECT_TRUE(waitUntil([&] { return nodeOf(cloneName(*keyboard)).empty(); }, 3000ms))
+        << "the clone outlived its keyboard";
+
+    keyboard->plug();
+    ASSERT_TRUE(client->waitForHealth(base + 1, 5000ms));
+    clone = std::make_unique<Observer>(waitForNode(cloneName(*keyboard), 3000ms));
+    ASSERT_TRUE(clone->isOpen());
+    keyboard->key(KEY_C, 1);
+    keyboard->key(KEY_C, 0);
+    auto out = throughMarker();
+    EXPECT_TRUE(contains(out, KEY_C, 1) && contains(out, KEY_C, 0));
+    EXPECT_TRUE(clone->heldKeys().empty());
 }
