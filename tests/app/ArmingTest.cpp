@@ -1,7 +1,5 @@
 #include "app/KeyContext.h"
-
-#include <QCoreApplication>
-#include <QTranslator>
+#include "common/MarkingTranslator.h"
 
 #include <gtest/gtest.h>
 
@@ -113,30 +111,9 @@ TEST(Arming, NoTextOfTheDecisionNamesAnotherPlatform)
     }
 }
 
-// Turns every text of the program's context to capitals in guillemets, so that a looked-up
-// text can be told from one that was not, and a translation from its English key.
-class MarkingTranslator : public QTranslator {
-public:
-    bool isEmpty() const override { return false; }
-    QString translate(const char* context, const char* source, const char*, int) const override
-    {
-        if (qstrcmp(context, "Velotide") != 0)
-            return {};
-        return QStringLiteral("«") + QString::fromUtf8(source).toUpper() + QStringLiteral("»");
-    }
-};
-
-class ArmingTranslated : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(QCoreApplication::installTranslator(&m_translator)); }
-    void TearDown() override { QCoreApplication::removeTranslator(&m_translator); }
-
-private:
-    MarkingTranslator m_translator;
-};
-
-TEST_F(ArmingTranslated, PanelMessagesAreLookedUpAndReasonsAreNot)
+TEST(Arming, PanelMessagesAreLookedUpAndReasonsAreNot)
 {
+    const MarkingTranslator translator;
     EXPECT_EQ(ArmedState(Case::paused).panelMessage(), QStringLiteral("«VOLUME KEYS ARE PAUSED»"));
     EXPECT_EQ(ArmedState(Case::noAccessibility).panelMessage(),
               QStringLiteral("«VOLUME KEYS NEED INPUT ACCESS»"));
