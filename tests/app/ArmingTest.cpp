@@ -93,24 +93,6 @@ TEST(Arming, FixForEachState)
               PanelFix::none);
 }
 
-TEST(Arming, NoTextOfTheDecisionNamesAnotherPlatform)
-{
-    const QStringList foreign{"Mac",           "macOS",          "System Settings", "Accessibility",
-                              "accessibility", "Control Center", "Local Network",   "Privacy"};
-    for (const ArmedState& state :
-         {ArmedState(Case::paused), ArmedState(Case::noAccessibility),
-          ArmedState(Case::tapInactive), ArmedState(Case::speakerNotConnected),
-          ArmedState(Case::noOutputChosen), ArmedState::wrongOutput(std::nullopt, "T")}) {
-        const PanelFix fix = state.fix(SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}});
-        for (const QString& text :
-             {state.reason(), state.panelMessage(), callToAction(fix).value_or(QString()),
-              panelFixAction(fix).criticalWarning}) {
-            for (const QString& word : foreign)
-                EXPECT_FALSE(text.contains(word)) << text.toStdString();
-        }
-    }
-}
-
 TEST(Arming, PanelMessagesAreLookedUpAndReasonsAreNot)
 {
     const MarkingTranslator translator;

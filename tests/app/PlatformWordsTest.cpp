@@ -1,5 +1,6 @@
 #include "support/PlatformWords.h"
 
+#include "app/KeyContext.h"
 #include "common/MarkingTranslator.h"
 
 #include <QRegularExpression>
@@ -44,6 +45,22 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
         EXPECT_FALSE(here.contains(QStringLiteral("%@"))) << "Qt placeholders here: " << word.here;
         EXPECT_EQ(placeholderCount(elsewhere), placeholderCount(here)) << word.here;
         EXPECT_EQ(platformText(word.id), word.here);
+    }
+}
+
+TEST(PlatformWords, NoTextOfTheDecisionNamesAnotherPlatform)
+{
+    using Case = ArmedState::Case;
+    for (const ArmedState& state :
+         {ArmedState(Case::paused), ArmedState(Case::noAccessibility),
+          ArmedState(Case::tapInactive), ArmedState(Case::speakerNotConnected),
+          ArmedState(Case::noOutputChosen), ArmedState::wrongOutput(std::nullopt, "T")}) {
+        const PanelFix fix = state.fix(SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}});
+        for (const QString& text :
+             {state.reason(), state.panelMessage(), callToAction(fix).value_or(QString()),
+              panelFixAction(fix).criticalWarning}) {
+            EXPECT_FALSE(namesForeignPlatform(text)) << text.toStdString();
+        }
     }
 }
 
