@@ -1,7 +1,5 @@
 #include "app/KeyContext.h"
-
-#include <QCoreApplication>
-#include <QTranslator>
+#include "common/MarkingTranslator.h"
 
 #include <gtest/gtest.h>
 
@@ -95,48 +93,9 @@ TEST(Arming, FixForEachState)
               PanelFix::none);
 }
 
-TEST(Arming, NoTextOfTheDecisionNamesAnotherPlatform)
+TEST(Arming, PanelMessagesAreLookedUpAndReasonsAreNot)
 {
-    const QStringList foreign{"Mac",           "macOS",          "System Settings", "Accessibility",
-                              "accessibility", "Control Center", "Local Network",   "Privacy"};
-    for (const ArmedState& state :
-         {ArmedState(Case::paused), ArmedState(Case::noAccessibility),
-          ArmedState(Case::tapInactive), ArmedState(Case::speakerNotConnected),
-          ArmedState(Case::noOutputChosen), ArmedState::wrongOutput(std::nullopt, "T")}) {
-        const PanelFix fix = state.fix(SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}});
-        for (const QString& text :
-             {state.reason(), state.panelMessage(), callToAction(fix).value_or(QString()),
-              panelFixAction(fix).criticalWarning}) {
-            for (const QString& word : foreign)
-                EXPECT_FALSE(text.contains(word)) << text.toStdString();
-        }
-    }
-}
-
-// Turns every text of the program's context to capitals in guillemets, so that a looked-up
-// text can be told from one that was not, and a translation from its English key.
-class MarkingTranslator : public QTranslator {
-public:
-    bool isEmpty() const override { return false; }
-    QString translate(const char* context, const char* source, const char*, int) const override
-    {
-        if (qstrcmp(context, "Velotide") != 0)
-            return {};
-        return QStringLiteral("«") + QString::fromUtf8(source).toUpper() + QStringLiteral("»");
-    }
-};
-
-class ArmingTranslated : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(QCoreApplication::installTranslator(&m_translator)); }
-    void TearDown() override { QCoreApplication::removeTranslator(&m_translator); }
-
-private:
-    MarkingTranslator m_translator;
-};
-
-TEST_F(ArmingTranslated, PanelMessagesAreLookedUpAndReasonsAreNot)
-{
+    const MarkingTranslator translator;
     EXPECT_EQ(ArmedState(Case::paused).panelMessage(), QStringLiteral("«VOLUME KEYS ARE PAUSED»"));
     EXPECT_EQ(ArmedState(Case::noAccessibility).panelMessage(),
               QStringLiteral("«VOLUME KEYS NEED INPUT ACCESS»"));

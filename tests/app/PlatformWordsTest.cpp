@@ -1,8 +1,9 @@
 #include "support/PlatformWords.h"
 
-#include <QCoreApplication>
+#include "app/KeyContext.h"
+#include "common/MarkingTranslator.h"
+
 #include <QRegularExpression>
-#include <QTranslator>
 
 #include <gtest/gtest.h>
 
@@ -47,22 +48,29 @@ TEST(PlatformWords, EveryRowExchangesForeignWordsForLocalOnes)
     }
 }
 
-class UpperCaseTranslator : public QTranslator {
-public:
-    bool isEmpty() const override { return false; }
-    QString translate(const char* context, const char* source, const char*, int) const override
-    {
-        return qstrcmp(context, "Velotide") == 0 ? QString::fromUtf8(source).toUpper() : QString();
+TEST(PlatformWords, NoTextOfTheDecisionNamesAnotherPlatform)
+{
+    using Case = ArmedState::Case;
+    for (const ArmedState& state :
+         {ArmedState(Case::paused), ArmedState(Case::noAccessibility),
+          ArmedState(Case::tapInactive), ArmedState(Case::speakerNotConnected),
+          ArmedState(Case::noOutputChosen), ArmedState::wrongOutput(std::nullopt, "T")}) {
+        const PanelFix fix = state.fix(SpeakerProblem{SpeakerProblem::Kind::noSpeakersFound, {}});
+        for (const QString& text :
+             {state.reason(), state.panelMessage(), callToAction(fix).value_or(QString()),
+              panelFixAction(fix).criticalWarning}) {
+            EXPECT_FALSE(namesForeignPlatform(text)) << text.toStdString();
+        }
     }
-};
+}
 
 TEST(PlatformWords, ShownTextsGoThroughTheStringTable)
 {
-    UpperCaseTranslator translator;
-    ASSERT_TRUE(QCoreApplication::installTranslator(&translator));
-    EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo).arg(QStringLiteral("HDMI")),
-              QStringLiteral("THIS COMPUTER'S AUDIO IS GOING TO HDMI"));
-    QCoreApplication::removeTranslator(&translator);
+    {
+        const MarkingTranslator translator;
+        EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo).arg(QStringLiteral("HDMI")),
+                  QStringLiteral("«THIS COMPUTER'S AUDIO IS GOING TO HDMI»"));
+    }
     EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo),
               QStringLiteral("This computer's audio is going to %1"));
 }

@@ -2,6 +2,7 @@
 // private network namespace, a private sound server whose default output is S/PDIF, and (for
 // input access) a key service socket of the test's own. Each run's standard output is compared
 // line by line with the expected report of that arrangement.
+#include "common/Wait.h"
 #include "emulator/Emulator.h"
 
 #include <QCryptographicHash>
@@ -14,7 +15,6 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -168,15 +168,13 @@ TEST_F(ProbeEndToEnd, FirstRunWithHiddenSatellitesAndSomethingPlaying)
                  {QStringLiteral("--property=application.id=org.gnome.Rhythmbox3"),
                   QStringLiteral("--property=application.name=Rhythmbox")});
     ASSERT_TRUE(player.waitForStarted());
-    for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(testing_support::spinUntil([] {
         QProcess list;
         list.start(QStringLiteral("pactl"), {QStringLiteral("list"), QStringLiteral("short"),
                                              QStringLiteral("sink-inputs")});
         list.waitForFinished();
-        if (!list.readAllStandardOutput().trimmed().isEmpty())
-            break;
-        QThread::msleep(50);
-    }
+        return !list.readAllStandardOutput().trimmed().isEmpty();
+    }));
 
     const std::string before = fingerprint(m_config.path());
     // The probe wins over the overlay demonstration whichever comes first; without a display
@@ -197,15 +195,9 @@ TEST_F(ProbeEndToEnd, SettingsNamingTheTriggerAndPlayersThatFailControl)
     ASSERT_EQ(startHousehold(), std::nullopt);
     // The kitchen refuses its volume question; the bedroom hangs up on what it plays, after
     // answering volume and mute.
-    emulator::Fault refused;
-    refused.kind = emulator::Fault::Kind::Status;
-    refused.status = 500;
-    refused.only = QStringLiteral("GetVolume");
-    m_household->setFault(kKitchen, refused);
-    emulator::Fault hangUp;
-    hangUp.kind = emulator::Fault::Kind::Close;
-    hangUp.only = QStringLiteral("GetPositionInfo");
-    m_household->setFault(kBedroom, hangUp);
+    using Kind = emulator::Fault::Kind;
+    m_household->setFault(kKitchen, {.kind = Kind::Status, .status = 500, .only = "GetVolume"});
+    m_household->setFault(kBedroom, {.kind = Kind::Close, .only = "GetPositionInfo"});
     writeSettings(R"json({
   "speaker": "Living Room",
   "route": "optical",
