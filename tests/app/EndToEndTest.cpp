@@ -2,6 +2,7 @@
 // a private network namespace), a private PulseAudio daemon, a private X server and a
 // private session bus, all started by the test's wrappers. Volume keys go in through XTEST
 // (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
+#include "AppProcess.h"
 #include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
@@ -27,6 +28,11 @@ const QString digitalName = QStringLiteral("Built-in Audio Digital Stereo (IEC95
 const QString analogSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo");
 const QString analogName = QStringLiteral("Built-in Audio Analog Stereo");
 
+QString velotideProgram()
+{
+    return QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN"));
+}
+
 bool run(const QString& program, const QStringList& arguments)
 {
     return QProcess::execute(program, arguments) == 0;
@@ -48,122 +54,6 @@ bool holdKey(const QString& key)
     return run(QStringLiteral("xdotool"), {QStringLiteral("keydown"), key, QStringLiteral("sleep"),
                                            QStringLiteral("1.2"), QStringLiteral("keyup"), key});
 }
-
-// One run of the program with its files under `home` (settings, log, runtime folder) and its
-// standard error collected line by line. No key service: the keys are caught by the X11 grab.
-// Stopped when it goes out of scope.
-class App {
-public:
-    explicit App(const QString& home)
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-        env.insert(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/state"));
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
-        m_process.setProcessEnvironment(env);
-        m_arguments << QStringLiteral("--key-service=") + home + QStringLiteral("/no-keyd");
-        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] { readErrors(); });
-    }
-
-    ~App() { stop(); }
-
-    // An empty value removes the variable.
-    void setVariable(const QString& name, const QString& value)
-    {
-        QProcessEnvironment env = m_process.processEnvironment();
-        if (value.isEmpty())
-            env.remove(name);
-        else
-            env.insert(name, value);
-        m_process.setProcessEnvironment(env);
-    }
-
-    void start() { m_process.start(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), m_arguments); }
-
-    // Ends it as a session ending would (SIGTERM), killing it only when that fails; answers
-    // the exit code, or -1 when it did not end by itself.
-    int stop()
-    {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.terminate();
-            if (!m_process.waitForFinished(5000)) {
-                m_process.kill();
-                m_process.waitForFinished(2000);
-                return -1;
-            }
-        }
-        return exitCode();
-    }
-
-    // Runs to the end; answers the exit code, or -1 when it is still running or crashed.
-    int finish(std::chrono::milliseconds timeout)
-    {
-        if (!spinUntil([this] { return m_process.state() == QProcess::NotRunning; }, timeout))
-            return -1;
-        return exitCode();
-    }
-
-    qint64 pid() const { return m_process.processId(); }
-
-    // The messages logged so far, without their timestamps.
-    const QStringList& messages() const { return m_messages; }
-
-    bool logged(const QString& message) const { return m_messages.contains(message); }
-
-    bool waitFor(const QString& message, std::chrono::milliseconds timeout = 15s)
-    {
-        return spinUntil([&] { return logged(message); }, timeout);
-    }
-
-    bool waitForPrefix(const QString& prefix)
-    {
-        return spinUntil([&] { return !withPrefix(prefix).isEmpty(); }, 15s);
-    }
-
-    QStringList withPrefix(const QString& prefix) const
-    {
-        QStringList found;
-        for (const QString& message : m_messages)
-            if (message.startsWith(prefix))
-                found << message;
-        return found;
-    }
-
-    // Everything it wrote to standard error, and how it stands, for failure messages.
-    std::string describe() const
-    {
-        const QString how = m_process.state() == QProcess::NotRunning
-                                ? QStringLiteral("exited with %1").arg(m_process.exitCode())
-                                : QStringLiteral("running as pid %1").arg(pid());
-        return (m_stderr + QStringLiteral("(") + how + QStringLiteral(")")).toStdString();
-    }
-
-private:
-    int exitCode()
-    {
-        readErrors();
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    }
-
-    // Log lines are "yyyy-MM-dd HH:mm:ss message"; anything else (Qt's own warnings) is kept
-    // only in the full text.
-    void readErrors()
-    {
-        m_stderr += QString::fromUtf8(m_process.readAllStandardError());
-        const qsizetype end = m_stderr.lastIndexOf(u'\n') + 1;
-        const QStringList lines = m_stderr.mid(m_parsed, end - m_parsed).split(u'\n');
-        m_parsed = end;
-        for (const QString& line : lines)
-            if (line.size() > 20 && line.at(4) == u'-' && line.at(19) == u' ')
-                m_messages << line.mid(20);
-    }
-
-    QStringList m_arguments;
-    QProcess m_process;
-    QString m_stderr;
-    qsizetype m_parsed = 0;
-    QStringList m_messages;
-};
 
 class EndToEnd : public testing::Test {
 protected:
@@ -230,7 +120,7 @@ protected:
 TEST_F(EndToEnd, VolumeKeysReachTheOnlyInstanceWhileSoundGoesToTheTrigger)
 {
     writeSettings(chosenSpeakerSettings());
-    App app(m_home.path());
+    AppProcess app(velotideProgram(), m_home.path());
     app.start();
     ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
     EXPECT_TRUE(
@@ -294,7 +184,7 @@ TEST_F(EndToEnd, VolumeKeysReachTheOnlyInstanceWhileSoundGoesToTheTrigger)
     EXPECT_FALSE(m_household->muted(livingRoom));
 
     // A second launch asks this one to show itself and exits without starting.
-    App second(m_home.path());
+    AppProcess second(velotideProgram(), m_home.path());
     second.start();
     EXPECT_EQ(second.finish(10s), 0) << second.describe();
     EXPECT_TRUE(second.logged(
@@ -309,7 +199,7 @@ TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
 {
     // No key service and no X server to grab keys from: nothing can catch the keys.
     writeSettings(chosenSpeakerSettings());
-    App app(m_home.path());
+    AppProcess app(velotideProgram(), m_home.path());
     app.setVariable(QStringLiteral("DISPLAY"), {});
     app.setVariable(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     app.start();
@@ -326,7 +216,7 @@ TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
 
 TEST_F(EndToEnd, FirstRunPicksTheZoneOnTheOpticalCableAndTheDigitalOutput)
 {
-    App app(m_home.path());
+    AppProcess app(velotideProgram(), m_home.path());
     app.start();
     ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
     EXPECT_TRUE(app.withPrefix(QStringLiteral("Starting Velotide "))
