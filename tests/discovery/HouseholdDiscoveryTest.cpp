@@ -30,7 +30,7 @@ constexpr char bedroom[] = "RINCON_000E58A0B1C601400";
 // A soundbar with a sub (written in lower case by the topology) and one surround (which
 // answers every search three times), a kitchen grouped with the bedroom, and a player whose
 // description lacks its model name.
-QByteArray homeTheatre(const QString& extra = {})
+QByteArray homeTheatre()
 {
     return QStringLiteral(R"({
   "household": "Sonos_dIsCoVeRyTeStHoUsEhOlD01",
@@ -46,28 +46,22 @@ QByteArray homeTheatre(const QString& extra = {})
     { "host": "127.0.0.14", "uid": "%4", "room": "Kitchen", "model": "Sonos One" },
     { "host": "127.0.0.15", "uid": "%5", "room": "bedroom", "model": "Sonos Era 100" },
     { "host": "127.0.0.16", "uid": "RINCON_000E58A0B1C701400", "room": "Attic",
-      "model": "Sonos Play:1", "quirks": { "describesModelName": false } }%6
+      "model": "Sonos Play:1", "quirks": { "describesModelName": false } }
   ],
   "groups": [ { "coordinator": "%4", "members": ["%5"] } ]
 })")
-        .arg(arc, sub, surround, kitchen, bedroom, extra)
+        .arg(arc, sub, surround, kitchen, bedroom)
         .toUtf8();
-}
-
-SonosDevice device(const QString& host, const QString& uid, const QString& name,
-                   const QString& model)
-{
-    return SonosDevice{host, uid, name, model};
 }
 
 // What a sweep of the home theatre finds, in room-name order ("bedroom" is lower case),
 // equal names in host order.
 const QList<SonosDevice> discovered{
-    device("127.0.0.14", kitchen, "Kitchen", "Sonos One"),
-    device("127.0.0.11", arc, "Living Room", "Sonos Arc"),
-    device("127.0.0.12", sub, "Living Room", "Sonos Sub"),
-    device("127.0.0.13", surround, "Living Room", "Sonos One SL"),
-    device("127.0.0.15", bedroom, "bedroom", "Sonos Era 100"),
+    SonosDevice{"127.0.0.14", kitchen, "Kitchen", "Sonos One"},
+    SonosDevice{"127.0.0.11", arc, "Living Room", "Sonos Arc"},
+    SonosDevice{"127.0.0.12", sub, "Living Room", "Sonos Sub"},
+    SonosDevice{"127.0.0.13", surround, "Living Room", "Sonos One SL"},
+    SonosDevice{"127.0.0.15", bedroom, "bedroom", "Sonos Era 100"},
 };
 
 QStringList names(const QList<SonosDevice>& devices)
