@@ -40,23 +40,20 @@ const QByteArray description = R"(<?xml version="1.0" encoding="utf-8" ?>
 </device>
 </root>)";
 
-TEST(DiscoveryTexts, ReadsTheRootDeviceOfADescription)
+TEST(DiscoveryTexts, ReadsTheRootDeviceAndDropsADescriptionMissingAnyOfTheThree)
 {
     const auto device = SonosDiscovery::parseDescription("192.168.1.30", description);
     ASSERT_TRUE(device);
     EXPECT_EQ(*device, (SonosDevice{"192.168.1.30", "RINCON_48A6B8C0D1E201400", "Living Room",
                                     "Sonos Arc"}));
-}
 
-TEST(DiscoveryTexts, DropsADescriptionMissingAnyOfTheThree)
-{
     for (const char* element : {"UDN", "roomName", "modelName"}) {
         QByteArray body = description;
         // Every occurrence goes, the embedded device's too.
         body.replace(QByteArray("<") + element + ">", "<x>");
-        const auto device = SonosDiscovery::parseDescription("h", body);
-        ASSERT_FALSE(device) << element;
-        EXPECT_EQ(std::get<SonosError>(device.error()), SonosError::badResponse());
+        const auto dropped = SonosDiscovery::parseDescription("h", body);
+        ASSERT_FALSE(dropped) << element;
+        EXPECT_EQ(std::get<SonosError>(dropped.error()), SonosError::badResponse());
     }
     // An element with attributes is not the element.
     QByteArray attributed = description;
@@ -145,17 +142,8 @@ TEST(TopologyVisible, HidesSatellitesWrittenInAnyCaseAndSaysSoOnce)
     EXPECT_EQ(log.count(line), 2);
 }
 
-TEST(TopologyVisible, ATopologyThatHidesEverythingIsIgnored)
-{
-    const QList<SonosDevice> devices{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
-    LogWatch log;
-    EXPECT_EQ(ZoneTopology::withoutSatellites(
-                  devices, topology({member("RINCON_B", true), member("rincon_d", true)})),
-              devices);
-    EXPECT_EQ(log.lines(), QStringList{"topology hid every zone; ignoring it"});
-}
-
-TEST(TopologyVisible, NothingInvisibleOrNothingMatchingKeepsAllSilently)
+// A topology that would hide nothing, or every zone, leaves the list as it is.
+TEST(TopologyVisible, HidingNothingOrEverythingKeepsAll)
 {
     const QList<SonosDevice> devices{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
     LogWatch log;
@@ -164,6 +152,11 @@ TEST(TopologyVisible, NothingInvisibleOrNothingMatchingKeepsAllSilently)
               devices);
     EXPECT_EQ(ZoneTopology::withoutSatellites(devices, "not a topology at all"), devices);
     EXPECT_TRUE(log.lines().isEmpty());
+
+    EXPECT_EQ(ZoneTopology::withoutSatellites(
+                  devices, topology({member("RINCON_B", true), member("rincon_d", true)})),
+              devices);
+    EXPECT_EQ(log.lines(), QStringList{"topology hid every zone; ignoring it"});
 }
 
 TEST(TopologyGroup, FindsTheCoordinatorAndCountsOnlyVisibleMembers)

@@ -28,17 +28,9 @@ public:
     bool hasSearcher() const { return m_searcherPort != 0; }
     quint16 searcherPort() const { return m_searcherPort; }
 
-    // Sends `payload` to the last searcher from `from` (any 127.x address).
-    bool sendFrom(const QString& from, const QByteArray& payload)
-    {
-        QUdpSocket sender;
-        if (!sender.bind(QHostAddress(from), 0))
-            return false;
-        return sender.writeDatagram(payload, m_searcher, m_searcherPort) == payload.size();
-    }
-
-    // One reused socket for floods from one address.
-    bool sendBatch(const QString& from, const QByteArray& payload, int count)
+    // Sends `payload` `count` times to the last searcher from `from` (any 127.x address),
+    // reusing one socket while the address stays the same.
+    bool send(const QString& from, const QByteArray& payload, int count = 1)
     {
         if (!m_flooder || m_flooderAddress != from) {
             m_flooder = std::make_unique<QUdpSocket>();

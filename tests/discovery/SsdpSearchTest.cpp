@@ -59,8 +59,8 @@ TEST_F(SsdpSearchTest, SendsTheSearchThriceOnLoopbackWhenThatIsTheOnlyInterface)
 TEST_F(SsdpSearchTest, AFloodOfForeignAndMalformedDatagramsChangesNothingAndStaysBounded)
 {
     auto future = search(1500ms);
-    ASSERT_TRUE(peer.sendFrom("127.0.0.11", SsdpPeer::answer("127.0.0.11")));
-    ASSERT_TRUE(peer.sendFrom("127.0.0.12", SsdpPeer::answer("127.0.0.12")));
+    ASSERT_TRUE(peer.send("127.0.0.11", SsdpPeer::answer("127.0.0.11")));
+    ASSERT_TRUE(peer.send("127.0.0.12", SsdpPeer::answer("127.0.0.12")));
 
     QByteArray notUtf8 = SsdpPeer::answer("127.0.0.40");
     notUtf8.insert(20, "\xC3\x28\xFF\xFE");
@@ -74,12 +74,12 @@ TEST_F(SsdpSearchTest, AFloodOfForeignAndMalformedDatagramsChangesNothingAndStay
 
     int sent = 0;
     for (int round = 0; round < 100; ++round) {
-        ASSERT_TRUE(peer.sendBatch("127.0.0.40", notUtf8, 10));
-        ASSERT_TRUE(peer.sendBatch("127.0.0.41", foreign, 10));
-        ASSERT_TRUE(peer.sendBatch("127.0.0.42", empty, 10));
+        ASSERT_TRUE(peer.send("127.0.0.40", notUtf8, 10));
+        ASSERT_TRUE(peer.send("127.0.0.41", foreign, 10));
+        ASSERT_TRUE(peer.send("127.0.0.42", empty, 10));
         sent += 30;
         if (round % 5 == 0) {
-            ASSERT_TRUE(peer.sendBatch("127.0.0.43", huge, 1));
+            ASSERT_TRUE(peer.send("127.0.0.43", huge, 1));
             ++sent;
         }
         spinFor(2ms);
@@ -101,7 +101,7 @@ TEST_F(SsdpSearchTest, KeepsNoMoreThanItsCapOfHosts)
     const int senders = SsdpSearch::maxHosts + 100;
     for (int i = 0; i < senders; ++i) {
         const QString host = QStringLiteral("127.1.%1.%2").arg(i / 200).arg(1 + i % 200);
-        ASSERT_TRUE(peer.sendFrom(host, SsdpPeer::answer(host)));
+        ASSERT_TRUE(peer.send(host, SsdpPeer::answer(host)));
         if (i % 20 == 0)
             spinFor(1ms);
     }

@@ -147,7 +147,7 @@ TEST_F(ScriptedAnswers, StatusOtherThan200IsAnHttpErrorAndNonHttpIsMinusOne)
         EXPECT_EQ(errorOf(settle(device.setMute(true))), expected);
     }
     // No answer at all, the connection closed.
-    player.setClosing();
+    player.setSilent(true);
     EXPECT_EQ(errorOf(settle(device.setMute(true))), http(-1));
 }
 

@@ -45,17 +45,11 @@ public:
                 "xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"><s:Body>" +
                 inner + "</s:Body></s:Envelope>");
     }
-    // Requests are read but never answered.
-    void setSilent()
+    // Requests are read and never answered; with `close`, the connection is closed on them.
+    void setSilent(bool close = false)
     {
         m_reply.clear();
-        m_closing = false;
-    }
-    // Requests are read and the connection closed without a word.
-    void setClosing()
-    {
-        m_reply.clear();
-        m_closing = true;
+        m_closing = close;
     }
 
     const QList<QByteArray>& requests() const { return m_requests; }
