@@ -18,6 +18,13 @@ namespace SonosDiscovery {
 
 namespace {
 
+bool modelHasWord(const QString& model, std::initializer_list<const char*> words)
+{
+    const QStringList modelWords = model.toLower().split(u' ', Qt::SkipEmptyParts);
+    return std::any_of(words.begin(), words.end(),
+                       [&](const char* word) { return modelWords.contains(QLatin1String(word)); });
+}
+
 std::chrono::milliseconds window(double seconds)
 {
     if (!(seconds > 0))
@@ -141,6 +148,16 @@ bool hasNativeOptical(const QString& model)
         if (lower.contains(QLatin1String(word)))
             return true;
     return false;
+}
+
+bool neverLeadsARoom(const QString& model)
+{
+    return modelHasWord(model, {"sub", "boost", "bridge", "zonebridge"});
+}
+
+bool leadsHomeTheatre(const QString& model)
+{
+    return modelHasWord(model, {"arc", "beam", "ray", "playbar", "playbase", "amp"});
 }
 
 } // namespace SonosDiscovery

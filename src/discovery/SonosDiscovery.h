@@ -42,4 +42,12 @@ void sortByName(QList<SonosDevice>& devices);
 // broad: any model whose name contains "ray" counts.
 bool hasNativeOptical(const QString& model);
 
+// Whether the model never leads a room of its own: a sub plays only bonded to another
+// player, and a Boost or Bridge only carries the household's network.
+bool neverLeadsARoom(const QString& model);
+
+// Whether the model leads a home theatre (the soundbars and the Amp): of the players that
+// share its room name, it is the one the others are bonded to.
+bool leadsHomeTheatre(const QString& model);
+
 } // namespace SonosDiscovery

@@ -46,7 +46,8 @@ QSet<QString> invisibleUIDs(const QString& answer)
     QSet<QString> invisible;
     for (QStringView name : {u"ZoneGroupMember", u"Satellite"}) {
         for (const QString& tag : tags(name, text)) {
-            if (!tag.contains(QLatin1String("Invisible=\"1\"")))
+            if (!tag.contains(QLatin1String("Invisible=\"1\"")) &&
+                !tag.contains(QLatin1String("IsZoneBridge=\"1\"")))
                 continue;
             if (const auto uuid = attribute(u"UUID", tag))
                 invisible.insert(uuid->toUpper());

@@ -26,8 +26,9 @@ QStringList tags(QStringView name, QStringView text);
 // The value of name="…" inside one tag's text, as it stands.
 std::optional<QString> attribute(QStringView name, QStringView tag);
 
-// The upper-cased UUIDs of ZoneGroupMember and Satellite tags marked Invisible="1"
-// (bonded surrounds and subwoofers). Unescapes the answer first.
+// The upper-cased UUIDs of ZoneGroupMember and Satellite tags that are no room of their own:
+// marked Invisible="1" (bonded surrounds and subwoofers, the right of a stereo pair) or
+// IsZoneBridge="1" (a Boost or Bridge). Unescapes the answer first.
 QSet<QString> invisibleUIDs(const QString& answer);
 
 // The first zone group (one that names a coordinator) whose members include `uid`,

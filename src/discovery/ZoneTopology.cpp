@@ -35,9 +35,12 @@ struct Asking {
 void askNext(const std::shared_ptr<Asking>& asking)
 {
     if (asking->next >= asking->devices.size()) {
-        Log::info(QStringLiteral("no zone answered GetZoneGroupState; listing all %1")
+        const QList<SonosDevice> leaders = roomLeaders(asking->devices);
+        Log::info(QStringLiteral("no zone answered GetZoneGroupState; listing %1 of %2 players, "
+                                 "one per room")
+                      .arg(leaders.size())
                       .arg(asking->devices.size()));
-        deliver(asking->promise, asking->devices);
+        deliver(asking->promise, leaders);
         return;
     }
     const SonosDevice& device = asking->devices.at(asking->next++);
@@ -132,6 +135,31 @@ QList<SonosDevice> withoutSatellites(const QList<SonosDevice>& devices, const QS
     if (hiddenLog.with([&line](QString& last) { return std::exchange(last, line) != line; }))
         Log::info(line);
     return kept;
+}
+
+QList<SonosDevice> roomLeaders(const QList<SonosDevice>& devices)
+{
+    QList<SonosDevice> leaders;
+    for (const SonosDevice& device : devices) {
+        if (SonosDiscovery::neverLeadsARoom(device.model))
+            continue;
+        const auto same = std::find_if(leaders.begin(), leaders.end(),
+                                       [&](const SonosDevice& d) { return d.name == device.name; });
+        if (same == leaders.end())
+            leaders.append(device);
+        else if (SonosDiscovery::leadsHomeTheatre(device.model) &&
+                 !SonosDiscovery::leadsHomeTheatre(same->model))
+            *same = device;
+    }
+    return leaders;
+}
+
+QFuture<bool> leadsRoom(const SonosDevice& device)
+{
+    return zoneGroupState(device).then([device](const std::optional<QString>& answer) {
+        return answer && !SonosDiscovery::neverLeadsARoom(device.model) &&
+               !invisibleUIDs(*answer).contains(device.uid.toUpper());
+    });
 }
 
 QFuture<GroupTarget> group(const SonosDevice& device, const QList<SonosDevice>& among)

@@ -28,9 +28,19 @@ struct GroupTarget {
 // answer with status 200.
 QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from);
 
-// The devices without bonded satellites, in input order. The players are asked one after
-// another until one answers.
+// The devices that may be offered as rooms, in input order: without bonded satellites and
+// zone bridges. The players are asked one after another until one answers; when none does,
+// the room names and models alone decide (`roomLeaders`).
 QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices);
+
+// One player per room name, for when the topology is not there to tell: players that never
+// lead a room are left out, and of players that share a room name (a home theatre and its
+// satellites, a stereo pair) the home theatre's leader stays, else the first in input order.
+QList<SonosDevice> roomLeaders(const QList<SonosDevice>& devices);
+
+// Whether `device` still leads its room, asked of the device itself: not when the topology
+// marks it as a bonded satellite or a zone bridge, nor when it does not answer at all.
+QFuture<bool> leadsRoom(const SonosDevice& device);
 
 // What remains of `devices` once the satellites `answer` marks invisible are taken out —
 // or `devices` unchanged when that would leave none. Logs what it hides, once per change.

@@ -149,9 +149,18 @@ void SpeakerController::connectToSpeaker(Finish finish)
         .then(this, [this, attempt, finish](SonosResult<SonosDevice> described) {
             if (attempt != m_connectGeneration)
                 return finish(Outcome::Stale);
-            if (described && described->name == m_wantedName)
-                return connectTo(*described, true, attempt, std::nullopt, finish);
-            connectByName(attempt, finish);
+            if (!described || described->name != m_wantedName)
+                return connectByName(attempt, finish);
+            // The address may have been learned from a satellite of the room; only its
+            // leader is ever driven.
+            const SonosDevice device = *described;
+            ZoneTopology::leadsRoom(device).then(this, [=, this](bool leads) {
+                if (attempt != m_connectGeneration)
+                    return finish(Outcome::Stale);
+                if (!leads)
+                    return connectByName(attempt, finish);
+                connectTo(device, true, attempt, std::nullopt, finish);
+            });
         });
 }
 
@@ -172,9 +181,12 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
                 notify();
                 return finish(Outcome::Failed);
             }
-            const auto found = std::find_if(zones.begin(), zones.end(),
+            // Where the topology could not tell satellites apart, they still share the
+            // room's name: the room's leader is the one driven.
+            const QList<SonosDevice> rooms = ZoneTopology::roomLeaders(zones);
+            const auto found = std::find_if(rooms.begin(), rooms.end(),
                                             [&](const SonosDevice& z) { return z.name == name; });
-            if (found == zones.end()) {
+            if (found == rooms.end()) {
                 m_problem = SpeakerProblem{SpeakerProblem::Kind::notFound, name};
                 Log::info(QStringLiteral("Speaker '%1' not among %2 discovered zones; will retry")
                               .arg(name)

@@ -28,8 +28,8 @@ constexpr char kitchen[] = "RINCON_000E58A0B1C501400";
 constexpr char bedroom[] = "RINCON_000E58A0B1C601400";
 
 // A soundbar with a sub (written in lower case by the topology) and one surround (which
-// answers every search three times), a kitchen grouped with the bedroom, and a player whose
-// description lacks its model name.
+// answers every search three times), a kitchen grouped with the bedroom, a player whose
+// description lacks its model name, and a Boost.
 QByteArray homeTheatre()
 {
     return QStringLiteral(R"({
@@ -46,7 +46,9 @@ QByteArray homeTheatre()
     { "host": "127.0.0.14", "uid": "%4", "room": "Kitchen", "model": "Sonos One" },
     { "host": "127.0.0.15", "uid": "%5", "room": "bedroom", "model": "Sonos Era 100" },
     { "host": "127.0.0.16", "uid": "RINCON_000E58A0B1C701400", "room": "Attic",
-      "model": "Sonos Play:1", "quirks": { "describesModelName": false } }
+      "model": "Sonos Play:1", "quirks": { "describesModelName": false } },
+    { "host": "127.0.0.17", "uid": "RINCON_000E58A0B1C801400", "room": "boost",
+      "model": "Sonos Boost", "zoneBridge": true }
   ],
   "groups": [ { "coordinator": "%4", "members": ["%5"] } ]
 })")
@@ -62,6 +64,7 @@ const QList<SonosDevice> discovered{
     SonosDevice{"127.0.0.12", sub, "Living Room", "Sonos Sub"},
     SonosDevice{"127.0.0.13", surround, "Living Room", "Sonos One SL"},
     SonosDevice{"127.0.0.15", bedroom, "bedroom", "Sonos Era 100"},
+    SonosDevice{"127.0.0.17", "RINCON_000E58A0B1C801400", "boost", "Sonos Boost"},
 };
 
 template <typename T>
@@ -101,7 +104,7 @@ TEST_F(HouseholdDiscovery, APlayerWhoseDescriptionFailsIsLeftOut)
     emulator::Fault garbage;
     garbage.kind = emulator::Fault::Kind::Garbage;
     players->setFault("127.0.0.15", garbage);
-    EXPECT_EQ(resultOf(SonosDiscovery::browse(window)), discovered.mid(1, 3));
+    EXPECT_EQ(resultOf(SonosDiscovery::browse(window)), discovered.mid(1, 3) << discovered[5]);
 }
 
 TEST_F(HouseholdDiscovery, ConcurrentCallersSendOneSearchAndGetTheSameList)
@@ -131,20 +134,27 @@ TEST_F(HouseholdDiscovery, TheNextPlayerAnswersWhenTheFirstFaults)
     EXPECT_EQ(players->requests("127.0.0.11").size(), 1);
 }
 
-TEST_F(HouseholdDiscovery, NoAnswerListsEveryone)
+// Without the topology the sub and the Boost still never become rooms, and of the players
+// that share the living room's name the soundbar stays.
+TEST_F(HouseholdDiscovery, WithoutAnAnswerEachRoomIsListedOnceByItsLeader)
 {
     players->setOnline("127.0.0.14", false);
     emulator::Fault fault;
     fault.kind = emulator::Fault::Kind::Status;
     fault.status = 503;
-    for (const char* host : {"127.0.0.11", "127.0.0.12", "127.0.0.13", "127.0.0.15"})
-        players->setFault(host, fault);
+    players->setFault("127.0.0.15", fault);
+    for (const char* host : {"127.0.0.11", "127.0.0.12", "127.0.0.13", "127.0.0.17"})
+        players->setQuirks(host, {.refusesTopology = true});
     LogWatch log;
-    EXPECT_EQ(resultOf(ZoneTopology::visible(discovered)), discovered);
+    const QList<SonosDevice> backwards(discovered.rbegin(), discovered.rend());
+    EXPECT_EQ(resultOf(ZoneTopology::visible(backwards)),
+              (QList<SonosDevice>{discovered[4], discovered[1], discovered[0]}));
     const QStringList lines = log.lines();
     EXPECT_EQ(lines.filter("topology: Kitchen unreachable (").size(), 1);
     EXPECT_EQ(lines.count("topology: bedroom answered 503"), 1);
-    EXPECT_EQ(lines.count("no zone answered GetZoneGroupState; listing all 5"), 1);
+    EXPECT_EQ(lines.count("topology: Living Room answered 500"), 3);
+    EXPECT_EQ(
+        lines.count("no zone answered GetZoneGroupState; listing 3 of 6 players, one per room"), 1);
 }
 
 TEST_F(HouseholdDiscovery, TheGroupTargetIsTheCoordinator)

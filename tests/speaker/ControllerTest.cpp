@@ -2,6 +2,7 @@
 // HTTP, in a private network namespace. Its waits are scaled down fifty times, so the
 // supervision checks the speaker every tenth of a second instead of every five.
 #include "common/LogWatch.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "emulator/Emulator.h"
@@ -23,20 +24,23 @@ const QString livingRoom = QStringLiteral("127.0.0.11");
 const QString kitchen = QStringLiteral("127.0.0.12");
 const QString diningRoom = QStringLiteral("127.0.0.13");
 const QString office = QStringLiteral("127.0.0.14");
-const QString allHosts[] = {livingRoom, kitchen, diningRoom, office};
+const QString livingRoomSub = QStringLiteral("127.0.0.15");
+const QString allHosts[] = {livingRoom, kitchen, diningRoom, office, livingRoomSub};
 
-// A soundbar alone, the kitchen leading a group with the dining room, and an office.
+// A soundbar with its sub, the kitchen leading a group with the dining room, and an office.
 const QByteArray household = R"({
   "household": "Sonos_Speaker_Controller_Test",
   "players": [
     {"host": "127.0.0.11", "uid": "RINCON_000E58C0A1B101400", "room": "Living Room",
-     "model": "Sonos Arc"},
+     "model": "Sonos Arc", "satellites": ["127.0.0.15"]},
     {"host": "127.0.0.12", "uid": "RINCON_000E58C0A1B201400", "room": "Kitchen",
      "model": "Sonos One"},
     {"host": "127.0.0.13", "uid": "RINCON_000E58C0A1B301400", "room": "Dining Room",
      "model": "Sonos One"},
     {"host": "127.0.0.14", "uid": "RINCON_000E58C0A1B401400", "room": "Office",
-     "model": "Sonos Era 100"}
+     "model": "Sonos Era 100"},
+    {"host": "127.0.0.15", "uid": "RINCON_000E58C0A1B501400", "room": "Living Room",
+     "model": "Sonos Sub"}
   ],
   "groups": [
     {"coordinator": "RINCON_000E58C0A1B201400", "members": ["RINCON_000E58C0A1B301400"]}
@@ -297,6 +301,19 @@ TEST_F(ControllerTest, ARememberedAddressNowInAnotherRoomFallsBackToTheSweep)
     EXPECT_EQ(learned.value(0), office);
     ASSERT_TRUE(spinUntil([&] { return !log.lines().filter("Connected to Office").isEmpty(); }));
     EXPECT_TRUE(log.lines().filter("remembered address").isEmpty());
+}
+
+// An address remembered from the sub (as a run without the topology once learned it) is not
+// used; with the topology refused everywhere the soundbar still wins over its sub.
+TEST_F(ControllerTest, TheKeysDriveTheRoomsLeaderNeverItsSub)
+{
+    EXPECT_EQ(connected("Living Room", livingRoomSub).device()->host, livingRoom);
+    for (const QString& host : allHosts)
+        (*players)->setQuirks(host, {.refusesTopology = true});
+    speaker.reset();
+    discovery = std::make_unique<SonosDiscovery::Coordinator>();
+    EXPECT_EQ(connected("Living Room", livingRoomSub).device()->host, livingRoom);
+    EXPECT_EQ(connected("Living Room").device()->host, livingRoom);
 }
 
 TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)

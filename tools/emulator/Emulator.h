@@ -58,6 +58,8 @@ struct PlayerQuirks {
     bool answersSsdp = true;        // false: never answers a search, still serves HTTP
     bool describesModelName = true; // false: the device description carries no <modelName>
     bool lowerCaseUid = false;      // the topology writes this player's UID in lower case
+    // Refuses GetZoneGroupState with UPnP error 501, as players of large households do.
+    bool refusesTopology = false;
 };
 
 // What a player is playing, as its GetPositionInfo answer reports it.

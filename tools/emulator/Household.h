@@ -23,10 +23,11 @@ struct Player {
     QMap<QString, int> eq; // only the EQ types this model has ("NightMode", "DialogLevel", ...)
     QString transportState = QStringLiteral("STOPPED");
     Track track;
-    QStringList satellites; // UIDs bonded to this home-theatre primary
-    QString channel;        // a satellite's place in the set: "SW", "LR", "RR"
-    QString stereoPairOf;   // UID of the left speaker when this is the right one of a pair
-    bool invisible = false; // hidden from the user: satellites, right of a stereo pair
+    QStringList satellites;  // UIDs bonded to this home-theatre primary
+    QString channel;         // a satellite's place in the set: "SW", "LR", "RR"
+    QString stereoPairOf;    // UID of the left speaker when this is the right one of a pair
+    bool invisible = false;  // hidden from the user: satellites, right of a stereo pair
+    bool zoneBridge = false; // a Boost or Bridge: on the network, never a room
     PlayerQuirks quirks;
     bool online = true;
     int bootSeq = 33;

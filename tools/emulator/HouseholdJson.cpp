@@ -135,13 +135,15 @@ QMap<QString, int> eqIn(const QJsonObject& o, const QString& where)
 
 PlayerQuirks quirksIn(const QJsonObject& o, const QString& where)
 {
-    refuseUnknownKeys(o, where,
-                      {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid"});
+    refuseUnknownKeys(
+        o, where,
+        {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid", "refusesTopology"});
     PlayerQuirks q;
     q.ssdpReplies = intAt(o, QStringLiteral("ssdpReplies"), where, q.ssdpReplies, 0, 10);
     q.answersSsdp = boolAt(o, QStringLiteral("answersSsdp"), where, q.answersSsdp);
     q.describesModelName = boolAt(o, QStringLiteral("describesModelName"), where, true);
     q.lowerCaseUid = boolAt(o, QStringLiteral("lowerCaseUid"), where, false);
+    q.refusesTopology = boolAt(o, QStringLiteral("refusesTopology"), where, false);
     return q;
 }
 
@@ -152,7 +154,8 @@ Player playerIn(const QJsonObject& o, const QString& where)
     refuseUnknownKeys(o, where,
                       {"host", "uid", "room", "model", "modelNumber", "displayName",
                        "softwareVersion", "volume", "muted", "eq", "transport", "track",
-                       "satellites", "channel", "stereoPairOf", "invisible", "quirks"});
+                       "satellites", "channel", "stereoPairOf", "invisible", "zoneBridge",
+                       "quirks"});
     Player p;
     p.host = checkedHost(stringAt(o, QStringLiteral("host"), where, true), where);
     p.uid = checkedUid(stringAt(o, QStringLiteral("uid"), where, true), where);
@@ -189,6 +192,7 @@ Player playerIn(const QJsonObject& o, const QString& where)
     p.channel = stringAt(o, QStringLiteral("channel"), where, false);
     p.stereoPairOf = stringAt(o, QStringLiteral("stereoPairOf"), where, false);
     p.invisible = boolAt(o, QStringLiteral("invisible"), where, false);
+    p.zoneBridge = boolAt(o, QStringLiteral("zoneBridge"), where, false);
     if (o.contains(QStringLiteral("quirks")))
         p.quirks =
             quirksIn(objectIn(o.value(QStringLiteral("quirks")), where + QStringLiteral(".quirks")),

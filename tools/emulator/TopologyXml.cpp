@@ -27,6 +27,8 @@ QString commonAttributes(const Household& h, const Player& p, quint16 port)
     a += attr(QStringLiteral("Configuration"), QStringLiteral("1"));
     if (p.invisible)
         a += attr(QStringLiteral("Invisible"), QStringLiteral("1"));
+    if (p.zoneBridge)
+        a += attr(QStringLiteral("IsZoneBridge"), QStringLiteral("1"));
     a += attr(QStringLiteral("SoftwareVersion"), p.softwareVersion);
     a += attr(QStringLiteral("SWGen"), QStringLiteral("2"));
     a += attr(QStringLiteral("MinCompatibleVersion"), QStringLiteral("78.0-00000"));

@@ -279,6 +279,8 @@ Outputs avTransport(const Context& c)
 Outputs zoneGroupTopology(const Context& c)
 {
     const QString& a = c.call.action;
+    if (a == u"GetZoneGroupState" && c.player.quirks.refusesTopology)
+        throw Failure{UpnpError::ActionFailed};
     if (a == u"GetZoneGroupState")
         return {{QStringLiteral("ZoneGroupState"), zoneGroupStateXml(c.household, c.port)}};
     if (a == u"GetZoneGroupAttributes") {
