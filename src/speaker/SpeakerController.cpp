@@ -456,5 +456,12 @@ void SpeakerController::reconnectNow(const QString& reason)
         return;
     }
     Log::info("reconnecting immediately (" + reason + ")");
-    connectToSpeaker([](Outcome) {});
+    connectToSpeaker([this](Outcome outcome) {
+        // The supervision may be waiting out a long back-off from the failures before; a
+        // connection made now is checked as soon as any other.
+        if (outcome != Outcome::Connected || !m_supervising || m_stepRunning)
+            return;
+        m_backoff = m_schedule.firstBackoff;
+        scheduleStep(m_schedule.healthInterval);
+    });
 }

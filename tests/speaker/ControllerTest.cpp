@@ -99,9 +99,10 @@ protected:
         discovery.reset();
     }
 
-    SpeakerController& make(const QString& name, const QString& knownHost = {})
+    SpeakerController& make(const QString& name, const QString& knownHost = {},
+                            RetrySchedule schedule = quickSchedule())
     {
-        speaker = std::make_unique<SpeakerController>(name, quickSchedule());
+        speaker = std::make_unique<SpeakerController>(name, schedule);
         speaker->setDiscovery(*discovery);
         speaker->setKnownHost(knownHost);
         QObject::connect(speaker.get(), &SpeakerController::changed,
@@ -354,6 +355,22 @@ TEST_F(ControllerTest, ReconnectNowLeavesAHealthyConnectionAlone)
     for (const emulator::Request& request : (*players)->requests(office))
         EXPECT_FALSE(request.path.contains("device_description")) << request.path.constData();
     EXPECT_TRUE(controller.snapshot().connected);
+}
+
+TEST_F(ControllerTest, AReconnectThatSucceedsIsCheckedLikeAnyConnection)
+{
+    (*players)->setOnline(office, false);
+    RetrySchedule schedule = quickSchedule();
+    schedule.firstBackoff = schedule.maxBackoff = 60s;
+    SpeakerController& controller = make("Office", office, schedule);
+    controller.startSupervision();
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().problem.has_value(); }));
+
+    (*players)->setOnline(office, true);
+    controller.reconnectNow("network changed");
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
+    (*players)->setVolume(office, 37);
+    EXPECT_TRUE(spinUntil([&] { return controller.snapshot().volume == 37; }));
 }
 
 TEST_F(ControllerTest, AnAnswerForAnAbandonedConnectionIsDropped)
