@@ -205,11 +205,13 @@ void AppController::refreshConnection(quint64 began)
     // The snapshot is kept in memory by the speaker controller, so it is read at once; a key
     // pressed since the refresh began keeps the mirror's own value.
     const SpeakerController::Snapshot snapshot = m_speaker->snapshot();
-    const bool wasConnected = m_connected;
+    const bool armingChanges =
+        snapshot.connected != m_connected || snapshot.fixedVolume != m_fixedVolume;
     m_connected = snapshot.connected;
+    m_fixedVolume = snapshot.fixedVolume;
     if (m_mirrorGeneration == began)
         m_mirror = {snapshot.volume, snapshot.muted};
-    if (wasConnected != m_connected)
+    if (armingChanges)
         armingInputsChanged();
     tick();
 }
@@ -254,6 +256,7 @@ DiagnosticsState AppController::diagnosticsState() const
     d.speakerConnected = m_connected;
     d.currentOutput = m_audio->defaultOutputName();
     d.speaker.connected = speaker.connected;
+    d.speaker.fixedVolume = speaker.fixedVolume;
     d.speaker.volume = speaker.volume;
     d.speaker.muted = speaker.muted;
     if (speaker.problem)
@@ -339,6 +342,8 @@ KeyContext AppController::keyContext() const
     context.triggerConfigured = m_settings.triggerConfigured;
     context.currentOutput = m_audio->defaultOutputName();
     context.speakerConnected = m_connected;
+    context.speakerFixedVolume = m_fixedVolume;
+    context.speakerName = m_settings.speaker;
     return context;
 }
 

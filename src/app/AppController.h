@@ -114,6 +114,7 @@ private:
     bool m_trusted = false;
     bool m_tapEnabled = false;
     bool m_connected = false;
+    bool m_fixedVolume = false; // the connected speaker's volume cannot change
     std::optional<ArmedState> m_lastArmedState;
     // The overlay's level, moved by the keys at once; `m_mirrorGeneration` counts the
     // presses, so that a speaker answer older than the latest press does not undo it.

@@ -16,6 +16,13 @@ ArmedState ArmedState::wrongOutput(std::optional<QString> current, QString trigg
     return state;
 }
 
+ArmedState ArmedState::fixedVolume(QString speaker)
+{
+    ArmedState state(Case::fixedVolume);
+    state.m_speaker = std::move(speaker);
+    return state;
+}
+
 QString ArmedState::reason() const
 {
     switch (m_case) {
@@ -29,6 +36,8 @@ QString ArmedState::reason() const
         return QStringLiteral("event tap inactive");
     case Case::speakerNotConnected:
         return QStringLiteral("speaker not connected");
+    case Case::fixedVolume:
+        return m_speaker + QStringLiteral(" has a fixed volume");
     case Case::noOutputChosen:
         return QStringLiteral("no output chosen");
     case Case::wrongOutput:
@@ -51,6 +60,8 @@ QString ArmedState::panelMessage() const
         return uiText("Volume keys inactive — event tap inactive");
     case Case::speakerNotConnected:
         return uiText("Volume keys inactive — speaker not connected");
+    case Case::fixedVolume:
+        return uiText("Volume keys inactive — %1 has a fixed volume").arg(m_speaker);
     case Case::noOutputChosen:
         return uiText("Choose which output the keys apply to");
     case Case::wrongOutput:
@@ -65,6 +76,7 @@ PanelFix ArmedState::fix(const std::optional<SpeakerProblem>& speakerProblem) co
     switch (m_case) {
     case Case::armed:
     case Case::tapInactive:
+    case Case::fixedVolume: // set in the Sonos app, where the line-level output is chosen
         return PanelFix::none;
     case Case::paused:
         return PanelFix::resumeKeys;

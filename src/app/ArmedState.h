@@ -18,13 +18,16 @@ public:
         noAccessibility, // no input access: the key service does not serve this session
         tapInactive,
         speakerNotConnected,
+        fixedVolume, // the speaker is connected, but its output is fixed at line level
         noOutputChosen,
         wrongOutput,
     };
 
-    // Any case but wrongOutput, which carries the outputs it compared.
+    // Any case but wrongOutput, which carries the outputs it compared, and fixedVolume,
+    // which names the speaker.
     ArmedState(Case c);
     static ArmedState wrongOutput(std::optional<QString> current, QString trigger);
+    static ArmedState fixedVolume(QString speaker);
 
     Case kind() const { return m_case; }
     bool isArmed() const { return m_case == Case::armed; }
@@ -32,6 +35,8 @@ public:
     // the keys apply to.
     const std::optional<QString>& currentOutput() const { return m_current; }
     const QString& triggerOutput() const { return m_trigger; }
+    // fixedVolume only: the speaker whose volume cannot change.
+    const QString& speaker() const { return m_speaker; }
 
     // For the log and the diagnostics, never looked up; empty when armed.
     QString reason() const;
@@ -47,4 +52,5 @@ private:
     Case m_case;
     std::optional<QString> m_current;
     QString m_trigger;
+    QString m_speaker;
 };

@@ -27,6 +27,8 @@ ArmedState armedState(const DiagnosticsState& state)
     context.triggerConfigured = state.settings.triggerConfigured;
     context.currentOutput = state.currentOutput;
     context.speakerConnected = state.speakerConnected;
+    context.speakerFixedVolume = state.speaker.fixedVolume;
+    context.speakerName = state.settings.speaker;
     return context.evaluate();
 }
 

@@ -15,6 +15,7 @@ struct DiagnosticsState {
         int volume = 50;
         bool muted = false;
         QString lastError; // empty when the last exchange went well
+        bool fixedVolume = false;
     };
 
     // The open-at-login entry.

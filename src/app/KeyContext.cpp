@@ -19,5 +19,7 @@ ArmedState KeyContext::evaluate() const
     } else if (!triggerConfigured) {
         return Case::noOutputChosen;
     }
-    return speakerConnected ? Case::armed : Case::speakerNotConnected;
+    if (!speakerConnected)
+        return Case::speakerNotConnected;
+    return speakerFixedVolume ? ArmedState::fixedVolume(speakerName) : Case::armed;
 }

@@ -16,6 +16,8 @@ struct KeyContext {
     bool triggerConfigured = false;       // the trigger question has been settled (empty = any)
     std::optional<QString> currentOutput; // the default output's name, absent if none
     bool speakerConnected = false;
+    bool speakerFixedVolume = false; // connected, but its volume cannot change
+    QString speakerName;             // for saying which speaker that is
 
     // Pure and cheap: it runs on every change of an input and on every key.
     ArmedState evaluate() const;

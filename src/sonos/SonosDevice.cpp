@@ -98,6 +98,17 @@ SonosResult<Done> doneAnswer(const QString&)
     return Done{};
 }
 
+// A player without the asked action or setting refuses it with a SOAP fault; one that is
+// unreachable or answers nonsense has not said anything about what it has.
+template <typename T>
+bool refused(const SonosResult<T>& result)
+{
+    if (result)
+        return false;
+    const auto* error = std::get_if<SonosError>(&result.error());
+    return error && error->kind == SonosError::Kind::Http && error->status >= 400;
+}
+
 } // namespace
 
 bool SonosDevice::NowPlaying::isLineInput() const
@@ -208,6 +219,24 @@ QFuture<SonosResult<Done>> SonosDevice::setGroupMute(bool muted) const
                         doneAnswer);
 }
 
+QFuture<SonosResult<Done>> SonosDevice::snapshotGroupVolume() const
+{
+    return answer<Done>(call(*this, SonosServices::groupRenderingControl, "SnapshotGroupVolume"),
+                        doneAnswer);
+}
+
+QFuture<SonosResult<bool>> SonosDevice::isOutputFixed() const
+{
+    return call(*this, SonosServices::renderingControl, "GetOutputFixed")
+        .then([](const SonosResult<QString>& body) -> SonosResult<bool> {
+            if (refused(body))
+                return false;
+            if (!body)
+                return body.error();
+            return Tags::element(u"CurrentFixed", *body) == QStringLiteral("1");
+        });
+}
+
 QFuture<SonosResult<bool>> SonosDevice::eqBool(const QString& type) const
 {
     return answer<bool>(call(*this, SonosServices::renderingControl, "GetEQ",
@@ -227,17 +256,6 @@ namespace {
 
 const QString speechSwitch = QStringLiteral("SpeechEnhanceEnabled");
 const QString dialogLevel = QStringLiteral("DialogLevel");
-
-// A player without the asked EQ type refuses it with a SOAP fault; one that is unreachable
-// or answers nonsense has not said anything about its EQ types.
-template <typename T>
-bool refused(const SonosResult<T>& result)
-{
-    if (result)
-        return false;
-    const auto* error = std::get_if<SonosError>(&result.error());
-    return error && error->kind == SonosError::Kind::Http && error->status >= 400;
-}
 
 } // namespace
 

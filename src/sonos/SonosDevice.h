@@ -39,6 +39,12 @@ public:
     QFuture<SonosResult<bool>> isGroupMuted() const;
     QFuture<SonosResult<Done>> setGroupVolume(int volume) const; // sent as given
     QFuture<SonosResult<Done>> setGroupMute(bool muted) const;
+    // Takes the ratios of the group members' volumes as they stand; the group volume
+    // changes after it keep them.
+    QFuture<SonosResult<Done>> snapshotGroupVolume() const;
+    // Whether the output is fixed at line level (a Port, Connect or Amp set so): then the
+    // player refuses every volume change. A player without the setting is not fixed.
+    QFuture<SonosResult<bool>> isOutputFixed() const;
     QFuture<SonosResult<bool>> eqBool(const QString& type) const; // "NightMode", "DialogLevel"
     QFuture<SonosResult<Done>> setEQ(const QString& type, bool on) const;
     // Speech enhancement is the switch "SpeechEnhanceEnabled" on the newer soundbars, where

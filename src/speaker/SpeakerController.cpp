@@ -12,6 +12,10 @@
 
 namespace {
 
+// Group volume changes closer together than this are one slide of the volume, made from
+// one snapshot of the members' ratios.
+constexpr qint64 kGroupBurstGapMs = 2000;
+
 QString withMute(int volume, bool muted)
 {
     return QString::number(volume) + (muted ? QStringLiteral(" (muted)") : QString());
@@ -32,8 +36,12 @@ SpeakerController::SpeakerController(QString speakerName, RetrySchedule schedule
 
 SpeakerController::Snapshot SpeakerController::snapshot() const
 {
-    return {m_device ? m_device->name : m_wantedName, m_cachedVolume, m_cachedMuted,
-            m_device.has_value(), m_problem};
+    return {m_device ? m_device->name : m_wantedName,
+            m_cachedVolume,
+            m_cachedMuted,
+            m_device.has_value(),
+            m_device && m_fixedVolume,
+            m_problem};
 }
 
 void SpeakerController::notify()
@@ -73,9 +81,9 @@ void SpeakerController::record(std::optional<int> volume, std::optional<bool> mu
 
 void SpeakerController::drain()
 {
-    if (!m_device) {
-        // Nowhere to send to. The next connection reads the speaker's own level instead
-        // of replaying presses made while it was gone.
+    if (!m_device || m_fixedVolume) {
+        // Nowhere to send to, or a player that would refuse it. The next connection reads
+        // the speaker's own level instead of replaying presses made meanwhile.
         m_pendingVolume.reset();
         m_pendingMute.reset();
     }
@@ -96,18 +104,34 @@ void SpeakerController::drain()
 
 void SpeakerController::send(const Change& change, std::function<void()> done)
 {
-    if (!m_coordinator) {
+    if (!m_coordinator || m_groupRefused) {
         sendToDevice(change, std::move(done));
         return;
     }
     const SonosDevice target = *m_coordinator;
-    auto request = change.kind == Change::Kind::Volume ? target.setGroupVolume(change.volume)
-                                                       : target.setGroupMute(change.muted);
+    QFuture<SonosResult<Done>> request;
+    if (change.kind == Change::Kind::Mute) {
+        request = target.setGroupMute(change.muted);
+    } else {
+        // The group keeps its members' ratios from the last snapshot, so a slide starts
+        // with one; without it a slide to near silence and back flattens them.
+        const bool slideStarts =
+            !m_sinceGroupVolume.isValid() || m_sinceGroupVolume.hasExpired(kGroupBurstGapMs);
+        m_sinceGroupVolume.start();
+        const int volume = change.volume;
+        request = slideStarts ? target.snapshotGroupVolume()
+                                    .then([target, volume](const SonosResult<Done>&) {
+                                        return target.setGroupVolume(volume);
+                                    })
+                                    .unwrap()
+                              : target.setGroupVolume(volume);
+    }
     request.then(this, [this, change, done = std::move(done)](SonosResult<Done> result) {
         if (result)
             return done();
         Log::info("group volume failed (" + describe(result.error()) +
                   "); falling back to this player");
+        m_groupRefused = true;
         sendToDevice(change, done);
     });
 }
@@ -223,21 +247,28 @@ void SpeakerController::connectTo(const SonosDevice& device, bool remembered, in
             notify();
             return finish(Outcome::Failed);
         }
-        establish(device, *levels, remembered);
-        finish(Outcome::Connected);
-        // The group only decides where later changes go, so the keys need not wait for it.
-        refreshCoordinator(visibleZones, [this, remembered, attempt] {
-            if (attempt == m_connectGeneration)
-                logConnected(remembered);
+        // Asked before the keys are handed over, so that none is sent to a player that
+        // would refuse it.
+        device.isOutputFixed().then(this, [=, this](SonosResult<bool> fixed) {
+            if (attempt != m_connectGeneration)
+                return finish(Outcome::Stale);
+            establish(device, *levels, fixed && *fixed);
+            finish(Outcome::Connected);
+            // The group only decides where later changes go, so the keys need not wait.
+            refreshCoordinator(visibleZones, [this, remembered, attempt] {
+                if (attempt == m_connectGeneration)
+                    logConnected(remembered);
+            });
         });
     });
 }
 
-void SpeakerController::establish(const SonosDevice& device, const Levels& levels,
-                                  bool /*remembered*/)
+void SpeakerController::establish(const SonosDevice& device, const Levels& levels, bool fixed)
 {
     m_device = device;
     m_coordinator.reset();
+    m_groupRefused = false;
+    m_fixedVolume = fixed;
     m_problem.reset();
     m_emptySweeps = 0;
     m_resyncsSinceGroupCheck = 0;
@@ -262,6 +293,8 @@ void SpeakerController::logConnected(bool remembered)
                    ", volume " + withMute(m_cachedVolume, m_cachedMuted);
     if (m_coordinator)
         line += " — grouped, volume goes to " + m_coordinator->name;
+    if (m_fixedVolume)
+        line += " — fixed volume, the keys stay with the desktop";
     Log::info(line);
 }
 
@@ -273,6 +306,7 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     const SonosDevice device = *m_device;
     auto apply = [this, device, done](const ZoneTopology::GroupTarget& g) {
         if (m_device == device) {
+            m_groupRefused = false;
             if (g.grouped)
                 m_coordinator = g.target;
             else
@@ -359,8 +393,28 @@ void SpeakerController::resync(std::function<void()> done)
         if (++m_resyncsSinceGroupCheck < m_schedule.checksPerGroupRefresh)
             return done();
         m_resyncsSinceGroupCheck = 0;
-        refreshCoordinator(std::nullopt, done);
+        refreshFixedVolume([this, done] { refreshCoordinator(std::nullopt, done); });
     });
+}
+
+void SpeakerController::refreshFixedVolume(std::function<void()> done)
+{
+    const SonosDevice device = *m_device;
+    device.isOutputFixed().then(this, [this, device, done](SonosResult<bool> fixed) {
+        if (m_device == device && fixed)
+            adoptFixedVolume(*fixed);
+        done();
+    });
+}
+
+void SpeakerController::adoptFixedVolume(bool fixed)
+{
+    if (fixed == m_fixedVolume)
+        return;
+    m_fixedVolume = fixed;
+    Log::info(m_device->name + (fixed ? QStringLiteral(" now has a fixed volume")
+                                      : QStringLiteral(" no longer has a fixed volume")));
+    notify();
 }
 
 void SpeakerController::dropConnection()

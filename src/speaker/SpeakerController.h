@@ -4,6 +4,7 @@
 #include "speaker/RetrySchedule.h"
 #include "speaker/SpeakerProblem.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 
@@ -31,6 +32,9 @@ public:
         int volume = 50;
         bool muted = false;
         bool connected = false;
+        // Connected, but the player's output is fixed at line level: its volume cannot be
+        // changed, so the keys belong to the desktop.
+        bool fixedVolume = false;
         std::optional<SpeakerProblem> problem; // why the last attempt failed; none when healthy
         bool operator==(const Snapshot&) const = default;
     };
@@ -88,7 +92,9 @@ private:
     void connectByName(int attempt, const Finish& finish);
     void connectTo(const SonosDevice& device, bool remembered, int attempt,
                    const std::optional<QList<SonosDevice>>& visibleZones, const Finish& finish);
-    void establish(const SonosDevice& device, const Levels& levels, bool remembered);
+    void establish(const SonosDevice& device, const Levels& levels, bool fixed);
+    void refreshFixedVolume(std::function<void()> done);
+    void adoptFixedVolume(bool fixed);
     void refreshCoordinator(const std::optional<QList<SonosDevice>>& among,
                             std::function<void()> done);
     void logConnected(bool remembered);
@@ -120,6 +126,11 @@ private:
     bool m_wakeRequested = false;
     QString m_knownHost;
     int m_resyncsSinceGroupCheck = 0;
+    bool m_fixedVolume = false;
+    // Set when the group refused a volume change; until the group is next looked at,
+    // changes go straight to the player instead of failing at the group first.
+    bool m_groupRefused = false;
+    QElapsedTimer m_sinceGroupVolume; // since the last group volume change was sent
 
     bool m_everConnected = false;
     bool m_supervising = false;

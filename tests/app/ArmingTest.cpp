@@ -18,6 +18,8 @@ KeyContext everythingWrong()
     context.triggerConfigured = true;
     context.currentOutput = QStringLiteral("Speakers");
     context.speakerConnected = false;
+    context.speakerFixedVolume = true;
+    context.speakerName = QStringLiteral("Den");
     return context;
 }
 
@@ -34,7 +36,9 @@ TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
          ArmedState::wrongOutput(QStringLiteral("Speakers"), QStringLiteral("Optical Out"))},
         {[](KeyContext& c) { c.currentOutput = QStringLiteral("Optical Out"); },
          Case::speakerNotConnected},
-        {[](KeyContext& c) { c.speakerConnected = true; }, Case::armed},
+        {[](KeyContext& c) { c.speakerConnected = true; },
+         ArmedState::fixedVolume(QStringLiteral("Den"))},
+        {[](KeyContext& c) { c.speakerFixedVolume = false; }, Case::armed},
     };
     for (std::size_t i = 0; i < steps.size(); ++i) {
         steps[i].first(context);
@@ -53,6 +57,7 @@ TEST(Arming, WithoutATriggerOutputTheQuestionMustBeSettled)
     EXPECT_EQ(context.evaluate(), Case::noOutputChosen) << "beats a missing speaker";
     context.triggerConfigured = true;
     context.speakerConnected = true;
+    context.speakerFixedVolume = false;
     context.currentOutput.reset();
     EXPECT_EQ(context.evaluate(), Case::armed) << "an empty, settled trigger means any output";
 }
@@ -64,6 +69,7 @@ TEST(Arming, OutputsAreComparedExactlyAndNamedAsTheyAre)
     context.trusted = true;
     context.tapEnabled = true;
     context.speakerConnected = true;
+    context.speakerFixedVolume = false;
     context.currentOutput = QStringLiteral("optical out");
     EXPECT_EQ(context.evaluate(), ArmedState::wrongOutput(QStringLiteral("optical out"),
                                                           QStringLiteral("Optical Out")));
@@ -105,6 +111,10 @@ TEST(Arming, PanelMessagesAreLookedUpAndReasonsAreNot)
     EXPECT_EQ(nowhere.panelMessage(),
               QStringLiteral("«VOLUME KEYS INACTIVE — PLAYING TO «ANOTHER OUTPUT»»"));
     EXPECT_EQ(nowhere.reason(), QStringLiteral("output is unknown, not T"));
+
+    const ArmedState fixed = ArmedState::fixedVolume(QStringLiteral("Den"));
+    EXPECT_EQ(fixed.panelMessage(),
+              QStringLiteral("«VOLUME KEYS INACTIVE — Den HAS A FIXED VOLUME»"));
 }
 
 } // namespace

@@ -201,7 +201,48 @@ TEST_F(ControllerTest, GroupedVolumeGoesToTheLeaderAndFallsBackToThePlayer)
     ASSERT_TRUE(spinUntil([] { return sent(diningRoom, "SetVolume").size() == 1; }));
     EXPECT_EQ(sent(diningRoom, "SetVolume")[0].argument("DesiredVolume"), "33");
     EXPECT_TRUE(spinUntil([] { return (*players)->volume(diningRoom) == 33; }));
+
+    // Until the group is looked at again, changes no longer fail at the group first.
+    controller.set(34);
+    ASSERT_TRUE(spinUntil([] { return sent(diningRoom, "SetVolume").size() == 2; }));
+    EXPECT_EQ(sent(kitchen, "SetGroupVolume").size(), 2);
     EXPECT_EQ(log.count("group volume failed (HTTP 500); falling back to this player"), 1);
+}
+
+// A slide down to almost nothing and back leaves the members as they were: the group takes
+// one snapshot of their ratios before the slide's first change.
+TEST_F(ControllerTest, AGroupVolumeSlideKeepsTheMembersRatios)
+{
+    (*players)->setVolume(kitchen, 10);
+    (*players)->setVolume(diningRoom, 30);
+    SpeakerController& controller = connected("Kitchen");
+    ASSERT_TRUE(spinUntil([&] { return controller.isGrouped(); }));
+    controller.set(1);
+    controller.set(20);
+    ASSERT_TRUE(spinUntil([] { return sent(kitchen, "SetGroupVolume").size() == 2; }));
+    EXPECT_EQ((*players)->volume(kitchen), 10);
+    EXPECT_EQ((*players)->volume(diningRoom), 30);
+    QStringList actions;
+    for (const emulator::Request& request : (*players)->requests(kitchen))
+        if (request.action.contains("GroupVolume"))
+            actions << request.action;
+    EXPECT_EQ(actions, (QStringList{"SnapshotGroupVolume", "SetGroupVolume", "SetGroupVolume"}));
+}
+
+// A player fixed at line level is connected but takes no change; once the fixed output is
+// switched off in the Sonos app, the next look at the player notices.
+TEST_F(ControllerTest, AFixedVolumePlayerIsConnectedButSentNoChange)
+{
+    (*players)->setQuirks(office, {.fixedVolume = true});
+    SpeakerController& controller = connected("Office");
+    EXPECT_TRUE(controller.snapshot().fixedVolume);
+    controller.set(40);
+    spinFor(300ms);
+    EXPECT_TRUE(sent(office, "SetVolume").isEmpty());
+    EXPECT_EQ(controller.snapshot().problem, std::nullopt);
+
+    (*players)->setQuirks(office, {});
+    EXPECT_TRUE(spinUntil([&] { return !controller.snapshot().fixedVolume; }));
 }
 
 TEST_F(ControllerTest, TwoEmptySweepsPointAtTheNetwork)

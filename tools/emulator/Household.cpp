@@ -44,15 +44,20 @@ QString Household::bondedTo(const QString& uid) const
     return {};
 }
 
-const Group* Household::groupOf(const QString& uid) const
+Group* Household::groupOf(const QString& uid)
 {
     const QString bonded = bondedTo(uid);
     const QString zone = bonded.isEmpty() ? uid : bonded;
-    for (const Group& g : groups) {
+    for (Group& g : groups) {
         if (g.members.contains(zone, Qt::CaseInsensitive))
             return &g;
     }
     return nullptr;
+}
+
+const Group* Household::groupOf(const QString& uid) const
+{
+    return const_cast<Household*>(this)->groupOf(uid);
 }
 
 bool Household::isCoordinator(const QString& uid) const

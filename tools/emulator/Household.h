@@ -39,6 +39,9 @@ struct Group {
     QString id; // "RINCON_…:412"
     QString coordinator;
     QStringList members; // UIDs of the zones, coordinator included; no satellites
+    // The members' volumes when the group volume was last snapshot: group volume changes
+    // scale these, so that members keep their ratios through a slide down and back up.
+    QMap<QString, int> volumeSnapshot;
 };
 
 // The household as a whole: its players, how they are grouped and bonded.
@@ -57,6 +60,7 @@ struct Household {
     QString bondedTo(const QString& uid) const;
     // The group a player plays in; satellites and paired speakers belong to their
     // primary's group. Null for a player in no group.
+    Group* groupOf(const QString& uid);
     const Group* groupOf(const QString& uid) const;
     bool isCoordinator(const QString& uid) const;
     QString coordinatorOf(const QString& uid) const;

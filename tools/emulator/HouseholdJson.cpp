@@ -135,15 +135,16 @@ QMap<QString, int> eqIn(const QJsonObject& o, const QString& where)
 
 PlayerQuirks quirksIn(const QJsonObject& o, const QString& where)
 {
-    refuseUnknownKeys(
-        o, where,
-        {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid", "refusesTopology"});
+    refuseUnknownKeys(o, where,
+                      {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid",
+                       "refusesTopology", "fixedVolume"});
     PlayerQuirks q;
     q.ssdpReplies = intAt(o, QStringLiteral("ssdpReplies"), where, q.ssdpReplies, 0, 10);
     q.answersSsdp = boolAt(o, QStringLiteral("answersSsdp"), where, q.answersSsdp);
     q.describesModelName = boolAt(o, QStringLiteral("describesModelName"), where, true);
     q.lowerCaseUid = boolAt(o, QStringLiteral("lowerCaseUid"), where, false);
     q.refusesTopology = boolAt(o, QStringLiteral("refusesTopology"), where, false);
+    q.fixedVolume = boolAt(o, QStringLiteral("fixedVolume"), where, false);
     return q;
 }
 
@@ -302,8 +303,10 @@ void resolveGroups(Household& h, const QJsonArray& groups)
     }
     for (const Player& p : h.players) {
         if (!grouped.contains(p.uid) && h.bondedTo(p.uid).isEmpty())
-            h.groups << Group{
-                QStringLiteral("%1:%2").arg(p.uid).arg(100 + 7 * h.groups.size()), p.uid, {p.uid}};
+            h.groups << Group{QStringLiteral("%1:%2").arg(p.uid).arg(100 + 7 * h.groups.size()),
+                              p.uid,
+                              {p.uid},
+                              {}};
     }
 }
 

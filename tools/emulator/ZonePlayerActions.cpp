@@ -75,6 +75,7 @@ struct Context {
         if (!household.isCoordinator(player.uid))
             throw Failure{UpnpError::TransitionNotAvailable};
     }
+    Group* group() const { return household.groupOf(player.uid); }
     // The zones whose volumes make up the group volume: the visible members.
     QList<Player*> groupZones() const
     {
@@ -82,7 +83,7 @@ struct Context {
         if (const Group* g = household.groupOf(player.uid)) {
             for (const QString& uid : g->members) {
                 Player* p = household.playerByUid(uid);
-                if (p && p->online && !p->invisible)
+                if (p && p->online && !p->invisible && !p->quirks.fixedVolume)
                     zones << p;
             }
         }
@@ -105,15 +106,19 @@ int groupVolume(const QList<Player*>& zones)
     return static_cast<int>(std::lround(sum / zones.size()));
 }
 
-// Like a household does it: members keep their balance, scaled towards the new level;
-// from silence every member starts at the new level.
-void setGroupVolume(const QList<Player*>& zones, int wanted)
+// Like a household does it: members keep their balance, scaled towards the new level from
+// the volumes of the last snapshot (else from where they stand now); from silence every
+// member starts at the new level.
+void setGroupVolume(const QList<Player*>& zones, int wanted, const QMap<QString, int>& snapshot)
 {
-    const int current = groupVolume(zones);
+    double sum = 0;
+    for (const Player* p : zones)
+        sum += snapshot.value(p->uid, p->volume);
+    const double base = zones.isEmpty() ? 0 : sum / zones.size();
     for (Player* p : zones) {
+        const int from = snapshot.value(p->uid, p->volume);
         const int scaled =
-            current == 0 ? wanted
-                         : static_cast<int>(std::lround(p->volume * double(wanted) / current));
+            base == 0 ? wanted : static_cast<int>(std::lround(from * double(wanted) / base));
         p->volume = std::clamp(scaled, 0, 100);
     }
 }
@@ -160,10 +165,15 @@ Outputs renderingControl(const Context& c)
 {
     c.requireInstance();
     const QString& a = c.call.action;
+    const bool fixed = c.player.quirks.fixedVolume;
+    if (a == u"GetOutputFixed")
+        return {{QStringLiteral("CurrentFixed"), flag(fixed)}};
     if (a == u"GetVolume") {
         c.requireMasterChannel();
-        return {{QStringLiteral("CurrentVolume"), QString::number(c.player.volume)}};
+        return {{QStringLiteral("CurrentVolume"), QString::number(fixed ? 100 : c.player.volume)}};
     }
+    if ((a == u"SetVolume" || a == u"SetRelativeVolume") && fixed)
+        throw Failure{UpnpError::ActionFailed};
     if (a == u"SetVolume") {
         c.requireMasterChannel();
         c.player.volume = c.intArg(QStringLiteral("DesiredVolume"), 0, 100);
@@ -205,13 +215,15 @@ Outputs groupRenderingControl(const Context& c)
     const QList<Player*> zones = c.groupZones();
     if (a == u"GetGroupVolume")
         return {{QStringLiteral("CurrentVolume"), QString::number(groupVolume(zones))}};
+    Group* group = c.group();
+    const QMap<QString, int> snapshot = group ? group->volumeSnapshot : QMap<QString, int>();
     if (a == u"SetGroupVolume") {
-        setGroupVolume(zones, c.intArg(QStringLiteral("DesiredVolume"), 0, 100));
+        setGroupVolume(zones, c.intArg(QStringLiteral("DesiredVolume"), 0, 100), snapshot);
         return {};
     }
     if (a == u"SetRelativeGroupVolume") {
         const int change = c.intArg(QStringLiteral("Adjustment"), -100, 100);
-        setGroupVolume(zones, std::clamp(groupVolume(zones) + change, 0, 100));
+        setGroupVolume(zones, std::clamp(groupVolume(zones) + change, 0, 100), snapshot);
         return {{QStringLiteral("NewVolume"), QString::number(groupVolume(zones))}};
     }
     if (a == u"GetGroupMute") {
@@ -225,8 +237,14 @@ Outputs groupRenderingControl(const Context& c)
             p->muted = muted;
         return {};
     }
-    if (a == u"SnapshotGroupVolume")
+    if (a == u"SnapshotGroupVolume") {
+        if (group) {
+            group->volumeSnapshot.clear();
+            for (const Player* p : zones)
+                group->volumeSnapshot.insert(p->uid, p->volume);
+        }
         return {};
+    }
     throw Failure{UpnpError::InvalidAction};
 }
 
