@@ -274,6 +274,20 @@ TEST_F(DeviceTest, APlayerThatNeverAnswersTimesOutAfterFiveSeconds)
     EXPECT_LT(clock.elapsed(), 14000);
 }
 
+// Players close keep-alive connections they find idle. A change sent on one as it closes
+// gets no answer at all, and is sent once more on a new connection.
+TEST_F(DeviceTest, AChangeMetByAnIdleCloseIsSentAgainOnce)
+{
+    const QString bedroom = hosts[3];
+    (*players)->setQuirks(bedroom, {.closesIdleConnectionsAfterMs = 100});
+    ASSERT_TRUE(succeeded(settle(device(bedroom).setVolume(30))));
+    testing_support::spinFor(300ms);
+    ASSERT_TRUE(succeeded(settle(device(bedroom).setVolume(31))));
+    (*players)->setQuirks(bedroom, {});
+    EXPECT_EQ((*players)->volume(bedroom), 31);
+    EXPECT_EQ(actions(bedroom), (QStringList{"SetVolume", "SetVolume", "SetVolume"}));
+}
+
 TEST_F(DeviceTest, ManyRequestsInFlightToSeveralPlayers)
 {
     constexpr int perPlayer = 25;

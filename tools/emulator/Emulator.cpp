@@ -80,8 +80,12 @@ Reply Emulator::Private::handle(Request request)
         requests.append(request);
         if (faultApplies(faults.value(request.host), request))
             fault = faults.value(request.host);
-        if (const Player* p = household.player(request.host))
+        if (const Player* p = household.player(request.host)) {
             server = serverHeader(*p);
+            const int idleLimit = p->quirks.closesIdleConnectionsAfterMs;
+            if (idleLimit > 0 && request.idleMs >= idleLimit)
+                fault.kind = Fault::Kind::Close;
+        }
         if (faultLetsPlayerAct(fault))
             normal = answer(request);
     }

@@ -46,6 +46,9 @@ struct Request {
     QString service;       // from the SOAPACTION header: "urn:...:RenderingControl:1"
     QString action;        // from the SOAPACTION header: "SetVolume"; empty for plain GETs
     qint64 receivedNs = 0; // steady clock, nanoseconds, when the last byte arrived
+    // How long its connection had been idle since the previous answer; -1 for the first
+    // request of a connection.
+    qint64 idleMs = -1;
 
     QByteArray header(const QByteArray& name) const; // case-insensitive; empty if absent
     QString argument(const QString& name) const;     // text of <name>…</name> in the body
@@ -63,6 +66,10 @@ struct PlayerQuirks {
     // The output is fixed at line level (a Port, Connect or Amp set so): the volume reads
     // 100, changing it is refused with UPnP error 501, and it takes no part in group volume.
     bool fixedVolume = false;
+    // Closes a keep-alive connection idle this long (0: never). A request that arrives on
+    // it later is met by the close, as when the player's idle timer fires while the request
+    // is on its way: the connection closes without an answer.
+    int closesIdleConnectionsAfterMs = 0;
 };
 
 // What a player is playing, as its GetPositionInfo answer reports it.

@@ -137,7 +137,7 @@ PlayerQuirks quirksIn(const QJsonObject& o, const QString& where)
 {
     refuseUnknownKeys(o, where,
                       {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid",
-                       "refusesTopology", "fixedVolume"});
+                       "refusesTopology", "fixedVolume", "closesIdleConnectionsAfterMs"});
     PlayerQuirks q;
     q.ssdpReplies = intAt(o, QStringLiteral("ssdpReplies"), where, q.ssdpReplies, 0, 10);
     q.answersSsdp = boolAt(o, QStringLiteral("answersSsdp"), where, q.answersSsdp);
@@ -145,6 +145,8 @@ PlayerQuirks quirksIn(const QJsonObject& o, const QString& where)
     q.lowerCaseUid = boolAt(o, QStringLiteral("lowerCaseUid"), where, false);
     q.refusesTopology = boolAt(o, QStringLiteral("refusesTopology"), where, false);
     q.fixedVolume = boolAt(o, QStringLiteral("fixedVolume"), where, false);
+    q.closesIdleConnectionsAfterMs =
+        intAt(o, QStringLiteral("closesIdleConnectionsAfterMs"), where, 0, 0, 3600000);
     return q;
 }
 

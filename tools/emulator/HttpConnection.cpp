@@ -38,6 +38,8 @@ void HttpConnection::readAvailable()
     while (std::optional<Request> request = m_parser.take()) {
         request->host = m_host;
         request->receivedNs = now;
+        if (m_answeredNs >= 0 && m_pending.isEmpty() && !m_busy)
+            request->idleMs = (now - m_answeredNs) / 1000000;
         m_pending.enqueue(*std::move(request));
     }
     serveNext();
@@ -76,6 +78,9 @@ void HttpConnection::send(const Reply& reply)
 {
     m_socket->write(reply.bytes);
     m_busy = false;
+    m_answeredNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                       std::chrono::steady_clock::now().time_since_epoch())
+                       .count();
     if (reply.closeAfter) {
         m_closing = true;
         m_socket->disconnectFromHost();

@@ -39,6 +39,7 @@ private:
     bool m_busy = false;
     bool m_silent = false;
     bool m_closing = false;
+    qint64 m_answeredNs = -1; // when the last answer went out; -1 before the first
 };
 
 } // namespace emulator
