@@ -66,20 +66,16 @@ QFuture<QList<SonosDevice>> browse(double timeout)
     auto collection = std::make_shared<Collection>();
     collection->promise.start();
     QFuture<QList<SonosDevice>> future = collection->promise.future();
-    searchHosts(timeout).then([collection](const QSet<QString>& hosts) {
-        describeAll(hosts).then([collection](const QList<SonosDevice>& devices) {
-            collection->devices = devices;
-            collection->deliver();
-        });
+    SsdpSearch::run(window(timeout)).then([collection](const SsdpSearch::Result& found) {
+        describeAll(found.hosts)
+            .then([collection, households = found.households](QList<SonosDevice> devices) {
+                for (SonosDevice& device : devices)
+                    device.household = households.value(device.host);
+                collection->devices = devices;
+                collection->deliver();
+            });
     });
     return future;
-}
-
-QFuture<QSet<QString>> searchHosts(double timeout)
-{
-    return SsdpSearch::run(window(timeout)).then([](const SsdpSearch::Result& result) {
-        return result.hosts;
-    });
 }
 
 QFuture<QList<SonosDevice>> describeAll(const QSet<QString>& hosts)

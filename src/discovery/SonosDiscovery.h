@@ -21,9 +21,6 @@ QByteArray probe();
 // One full sweep: search for `timeout` seconds, then describe every host at once.
 QFuture<QList<SonosDevice>> browse(double timeout);
 
-// The SSDP part alone: the hosts that answered like zone players within `timeout` seconds.
-QFuture<QSet<QString>> searchHosts(double timeout);
-
 // Describes every host concurrently; hosts that fail are dropped. Sorted by name.
 QFuture<QList<SonosDevice>> describeAll(const QSet<QString>& hosts);
 

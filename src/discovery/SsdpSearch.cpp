@@ -126,6 +126,8 @@ void Search::take(QByteArrayView datagram, const QHostAddress& sender)
         return;
     }
     m_result.hosts.insert(host);
+    if (const QString household = SsdpSearch::householdOf(datagram); !household.isEmpty())
+        m_result.households.insert(host, household);
 }
 
 void Search::finish()
@@ -178,6 +180,23 @@ bool SsdpSearch::isZonePlayerAnswer(QByteArrayView datagram)
     if (!bytes.contains("Sonos") && !bytes.contains(zonePlayerType))
         return false;
     return isValidUtf8(datagram);
+}
+
+QString SsdpSearch::householdOf(QByteArrayView datagram)
+{
+    static constexpr QByteArrayView name = "\r\nX-RINCON-HOUSEHOLD:";
+    const QByteArray bytes = QByteArray::fromRawData(datagram.data(), datagram.size());
+    const qsizetype at = bytes.toUpper().indexOf(name); // header names ignore letter case
+    if (at < 0)
+        return {};
+    const qsizetype start = at + name.size();
+    const qsizetype end = bytes.indexOf("\r\n", start);
+    const QByteArray value = bytes.mid(start, end < 0 ? -1 : end - start).trimmed();
+    // An identifier, never a sentence: anything longer or stranger is not one.
+    if (value.size() > 64 ||
+        std::any_of(value.begin(), value.end(), [](char c) { return c <= ' ' || c > '~'; }))
+        return {};
+    return QString::fromLatin1(value);
 }
 
 QString SsdpSearch::hostText(const QString& address)

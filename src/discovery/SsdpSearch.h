@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QFuture>
+#include <QHash>
 #include <QHostAddress>
 #include <QList>
 #include <QNetworkInterface>
@@ -33,6 +34,8 @@ public:
 
     struct Result {
         QSet<QString> hosts;
+        // The household each host named in its answer (X-RINCON-HOUSEHOLD), where it did.
+        QHash<QString, QString> households;
         Counters counters;
         bool joined = false; // false: the search could not be sent anywhere
     };
@@ -51,6 +54,8 @@ public:
     // Whether a datagram reads like a zone player's answer: valid UTF-8 that mentions
     // "Sonos" or the zone player device type.
     static bool isZonePlayerAnswer(QByteArrayView datagram);
+    // The household an answer names ("Sonos_…"), or empty.
+    static QString householdOf(QByteArrayView datagram);
 
     // The sender written as text, cut before an interface scope ("fe80::1%eth0" → "fe80::1").
     static QString hostText(const QString& address);

@@ -143,8 +143,9 @@ QList<SonosDevice> roomLeaders(const QList<SonosDevice>& devices)
     for (const SonosDevice& device : devices) {
         if (SonosDiscovery::neverLeadsARoom(device.model))
             continue;
-        const auto same = std::find_if(leaders.begin(), leaders.end(),
-                                       [&](const SonosDevice& d) { return d.name == device.name; });
+        const auto same = std::find_if(leaders.begin(), leaders.end(), [&](const SonosDevice& d) {
+            return d.name == device.name && d.household == device.household;
+        });
         if (same == leaders.end())
             leaders.append(device);
         else if (SonosDiscovery::leadsHomeTheatre(device.model) &&

@@ -33,9 +33,10 @@ QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from);
 // the room names and models alone decide (`roomLeaders`).
 QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices);
 
-// One player per room name, for when the topology is not there to tell: players that never
-// lead a room are left out, and of players that share a room name (a home theatre and its
-// satellites, a stereo pair) the home theatre's leader stays, else the first in input order.
+// One player per room name and household, for when the topology is not there to tell:
+// players that never lead a room are left out, and of players that share a room name (a
+// home theatre and its satellites, a stereo pair) the home theatre's leader stays, else the
+// first in input order.
 QList<SonosDevice> roomLeaders(const QList<SonosDevice>& devices);
 
 // Whether `device` still leads its room, asked of the device itself: not when the topology

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-// One Sonos zone player: four strings, copied freely, safe to pass between threads. Every
+// One Sonos zone player: a few strings, copied freely, safe to pass between threads. Every
 // operation is one SOAP request to the player's port 1400 and answers asynchronously on
 // the calling thread's event loop; nothing here blocks.
 class SonosDevice {
@@ -17,6 +17,9 @@ public:
     QString uid;   // "RINCON_…", without "uuid:"
     QString name;  // room name
     QString model; // model name as the player reports it
+    // The household it belongs to, as it announced itself in discovery ("Sonos_…"); empty
+    // when unknown. Two households on one network may have rooms of the same name.
+    QString household = {};
 
     struct NowPlaying {
         QString uri;

@@ -16,6 +16,26 @@ namespace {
 // one snapshot of the members' ratios.
 constexpr qint64 kGroupBurstGapMs = 2000;
 
+// The room named `name` among one sweep's rooms. Two households on one network may both
+// have it: then only the one of `household` (the chosen speaker's, where known) counts.
+std::optional<SonosDevice> roomNamed(const QList<SonosDevice>& rooms, const QString& name,
+                                     const QString& household)
+{
+    for (const SonosDevice& room : rooms)
+        if (room.name == name && (household.isEmpty() || room.household == household))
+            return room;
+    return std::nullopt;
+}
+
+// The household of the player at `host` among `zones`, or empty.
+QString householdAt(const QList<SonosDevice>& zones, const QString& host)
+{
+    for (const SonosDevice& zone : zones)
+        if (zone.host == host)
+            return zone.household;
+    return {};
+}
+
 QString withMute(int volume, bool muted)
 {
     return QString::number(volume) + (muted ? QStringLiteral(" (muted)") : QString());
@@ -208,9 +228,10 @@ void SpeakerController::connectByName(int attempt, const Finish& finish)
             // Where the topology could not tell satellites apart, they still share the
             // room's name: the room's leader is the one driven.
             const QList<SonosDevice> rooms = ZoneTopology::roomLeaders(zones);
-            const auto found = std::find_if(rooms.begin(), rooms.end(),
-                                            [&](const SonosDevice& z) { return z.name == name; });
-            if (found == rooms.end()) {
+            const QString household =
+                m_household.isEmpty() ? householdAt(zones, m_knownHost) : m_household;
+            const std::optional<SonosDevice> found = roomNamed(rooms, name, household);
+            if (!found) {
                 m_problem = SpeakerProblem{SpeakerProblem::Kind::notFound, name};
                 Log::info(QStringLiteral("Speaker '%1' not among %2 discovered zones; will retry")
                               .arg(name)
@@ -266,6 +287,8 @@ void SpeakerController::connectTo(const SonosDevice& device, bool remembered, in
 void SpeakerController::establish(const SonosDevice& device, const Levels& levels, bool fixed)
 {
     m_device = device;
+    if (!device.household.isEmpty())
+        m_household = device.household;
     m_coordinator.reset();
     m_groupRefused = false;
     m_fixedVolume = fixed;

@@ -125,6 +125,7 @@ private:
     int m_emptySweeps = 0;
     bool m_wakeRequested = false;
     QString m_knownHost;
+    QString m_household; // the chosen speaker's household, once a sweep has named it
     int m_resyncsSinceGroupCheck = 0;
     bool m_fixedVolume = false;
     // Set when the group refused a volume change; until the group is next looked at,

@@ -26,6 +26,7 @@ constexpr char sub[] = "RINCON_000E58A0B1C301400";
 constexpr char surround[] = "RINCON_000E58A0B1C401400";
 constexpr char kitchen[] = "RINCON_000E58A0B1C501400";
 constexpr char bedroom[] = "RINCON_000E58A0B1C601400";
+constexpr char household[] = "Sonos_dIsCoVeRyTeStHoUsEhOlD01";
 
 // A soundbar with a sub (written in lower case by the topology) and one surround (which
 // answers every search three times), a kitchen grouped with the bedroom, a player whose
@@ -33,7 +34,7 @@ constexpr char bedroom[] = "RINCON_000E58A0B1C601400";
 QByteArray homeTheatre()
 {
     return QStringLiteral(R"({
-  "household": "Sonos_dIsCoVeRyTeStHoUsEhOlD01",
+  "household": "%6",
   "players": [
     { "host": "127.0.0.11", "uid": "%1", "room": "Living Room", "model": "Sonos Arc",
       "transport": "PLAYING",
@@ -52,19 +53,19 @@ QByteArray homeTheatre()
   ],
   "groups": [ { "coordinator": "%4", "members": ["%5"] } ]
 })")
-        .arg(arc, sub, surround, kitchen, bedroom)
+        .arg(arc, sub, surround, kitchen, bedroom, household)
         .toUtf8();
 }
 
 // What a sweep of the home theatre finds, in room-name order ("bedroom" is lower case),
 // equal names in host order.
 const QList<SonosDevice> discovered{
-    SonosDevice{"127.0.0.14", kitchen, "Kitchen", "Sonos One"},
-    SonosDevice{"127.0.0.11", arc, "Living Room", "Sonos Arc"},
-    SonosDevice{"127.0.0.12", sub, "Living Room", "Sonos Sub"},
-    SonosDevice{"127.0.0.13", surround, "Living Room", "Sonos One SL"},
-    SonosDevice{"127.0.0.15", bedroom, "bedroom", "Sonos Era 100"},
-    SonosDevice{"127.0.0.17", "RINCON_000E58A0B1C801400", "boost", "Sonos Boost"},
+    SonosDevice{"127.0.0.14", kitchen, "Kitchen", "Sonos One", household},
+    SonosDevice{"127.0.0.11", arc, "Living Room", "Sonos Arc", household},
+    SonosDevice{"127.0.0.12", sub, "Living Room", "Sonos Sub", household},
+    SonosDevice{"127.0.0.13", surround, "Living Room", "Sonos One SL", household},
+    SonosDevice{"127.0.0.15", bedroom, "bedroom", "Sonos Era 100", household},
+    SonosDevice{"127.0.0.17", "RINCON_000E58A0B1C801400", "boost", "Sonos Boost", household},
 };
 
 template <typename T>

@@ -125,6 +125,17 @@ TEST(SsdpText, RecognisesZonePlayerAnswers)
                                                "che"));
 }
 
+TEST(SsdpText, ReadsTheHouseholdAnIdentifierAtMost)
+{
+    EXPECT_EQ(SsdpSearch::householdOf("HTTP/1.1 200 OK\r\nx-rincon-household: Sonos_Ab1 \r\n\r\n"),
+              "Sonos_Ab1");
+    EXPECT_EQ(SsdpSearch::householdOf("HTTP/1.1 200 OK\r\nX-RINCON-HOUSEHOLD: a b\r\n"), "");
+    EXPECT_EQ(SsdpSearch::householdOf(
+                  "HTTP/1.1 200 OK\r\nX-RINCON-HOUSEHOLD: " + QByteArray(65, 'x') + "\r\n"),
+              "");
+    EXPECT_EQ(SsdpSearch::householdOf("HTTP/1.1 200 OK\r\nX-RINCON-BOOTSEQ: 3\r\n"), "");
+}
+
 TEST(SsdpText, CutsTheInterfaceScopeOffTheSender)
 {
     EXPECT_EQ(SsdpSearch::hostText("fe80::1c2d:3e4f%en0"), "fe80::1c2d:3e4f");

@@ -358,6 +358,23 @@ TEST_F(ControllerTest, TheKeysDriveTheRoomsLeaderNeverItsSub)
     EXPECT_EQ(connected("Living Room").device()->host, livingRoom);
 }
 
+// The neighbours' household on the same network has a living room too, and its player's
+// address sorts first; the speaker stays in the household it was found in.
+TEST_F(ControllerTest, ARoomOfTheSameNameInAnotherHouseholdIsNeverChosen)
+{
+    emulator::EmulatorThread neighbours;
+    const std::optional<QString> failure = neighbours.startJson(R"({
+      "household": "Sonos_Neighbours",
+      "players": [{"host": "127.0.0.10", "uid": "RINCON_000E58D0A1B101400",
+                   "room": "Living Room", "model": "Sonos Beam"}]})",
+                                                                1400, true);
+    ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
+    SpeakerController& controller = connected("Office");
+    controller.switchTo("Living Room");
+    ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
+    EXPECT_EQ(controller.device()->host, livingRoom);
+}
+
 TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)
 {
     SpeakerController& controller = connected("Office");
