@@ -61,6 +61,26 @@ QString hiddenLine(const QList<SonosDevice>& removed)
     return QStringLiteral("hiding bonded satellites: ") + entries.join(QStringLiteral(", "));
 }
 
+// The visible players of several households, put back in the order they were asked in.
+struct Merging {
+    QList<SonosDevice> devices;
+    QList<SonosDevice> kept;
+    qsizetype pending = 0;
+    QPromise<QList<SonosDevice>> promise;
+
+    void add(const QList<SonosDevice>& visible)
+    {
+        kept.append(visible);
+        if (--pending > 0)
+            return;
+        QList<SonosDevice> ordered;
+        for (const SonosDevice& device : devices)
+            if (kept.contains(device))
+                ordered.append(device);
+        deliver(promise, ordered);
+    }
+};
+
 struct Gathering {
     QList<ZoneState> zones;
     qsizetype pending = 0;
@@ -81,6 +101,16 @@ struct Gathering {
         deliver(promise, zones);
     }
 };
+
+QFuture<QList<SonosDevice>> visibleInHousehold(const QList<SonosDevice>& devices)
+{
+    auto asking = std::make_shared<Asking>();
+    asking->devices = devices;
+    asking->promise.start();
+    QFuture<QList<SonosDevice>> future = asking->promise.future();
+    askNext(asking);
+    return future;
+}
 
 } // namespace
 
@@ -108,11 +138,21 @@ QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices)
 {
     if (devices.isEmpty())
         return readyFuture(QList<SonosDevice>());
-    auto asking = std::make_shared<Asking>();
-    asking->devices = devices;
-    asking->promise.start();
-    QFuture<QList<SonosDevice>> future = asking->promise.future();
-    askNext(asking);
+    // A household's topology speaks for its own players only: a neighbour's household on
+    // the same network is asked for its own.
+    QMap<QString, QList<SonosDevice>> households;
+    for (const SonosDevice& device : devices)
+        households[device.household].append(device);
+    if (households.size() == 1)
+        return visibleInHousehold(devices);
+    auto merging = std::make_shared<Merging>();
+    merging->devices = devices;
+    merging->pending = households.size();
+    merging->promise.start();
+    QFuture<QList<SonosDevice>> future = merging->promise.future();
+    for (const QList<SonosDevice>& household : std::as_const(households))
+        visibleInHousehold(household).then(
+            [merging](const QList<SonosDevice>& kept) { merging->add(kept); });
     return future;
 }
 

@@ -5,6 +5,7 @@
 #include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
+#include "discovery/ZoneScan.h"
 #include "emulator/Emulator.h"
 #include "speaker/RetrySchedule.h"
 #include "speaker/SpeakerController.h"
@@ -359,20 +360,30 @@ TEST_F(ControllerTest, TheKeysDriveTheRoomsLeaderNeverItsSub)
 }
 
 // The neighbours' household on the same network has a living room too, and its player's
-// address sorts first; the speaker stays in the household it was found in.
+// address sorts first; the speaker stays in the household it was found in. Each household's
+// topology hides its own sub.
 TEST_F(ControllerTest, ARoomOfTheSameNameInAnotherHouseholdIsNeverChosen)
 {
     emulator::EmulatorThread neighbours;
     const std::optional<QString> failure = neighbours.startJson(R"({
       "household": "Sonos_Neighbours",
       "players": [{"host": "127.0.0.10", "uid": "RINCON_000E58D0A1B101400",
-                   "room": "Living Room", "model": "Sonos Beam"}]})",
+                   "room": "Living Room", "model": "Sonos Beam", "satellites": ["127.0.0.9"]},
+                  {"host": "127.0.0.9", "uid": "RINCON_000E58D0A1B201400",
+                   "room": "Living Room", "model": "Sonos Sub Mini"}]})",
                                                                 1400, true);
     ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
     SpeakerController& controller = connected("Office");
     controller.switchTo("Living Room");
     ASSERT_TRUE(spinUntil([&] { return controller.snapshot().connected; }));
     EXPECT_EQ(controller.device()->host, livingRoom);
+
+    const QFuture<QList<SonosDevice>> scan = ZoneScan::visibleZones(*discovery, 0.3);
+    ASSERT_TRUE(testing_support::await(scan));
+    QStringList hosts;
+    for (const SonosDevice& zone : scan.result())
+        hosts << zone.host;
+    EXPECT_EQ(hosts, (QStringList{"127.0.0.13", "127.0.0.12", "127.0.0.10", livingRoom, office}));
 }
 
 TEST_F(ControllerTest, SwitchingSpeakersMovesTheConnection)
