@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -25,37 +24,6 @@ void writeFile(const QString& path, const QByteArray& bytes)
     ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
     f.write(bytes);
 }
-
-// Captures what the process writes to standard error while it lives.
-class StderrCapture {
-public:
-    StderrCapture()
-    {
-        m_saved = ::dup(STDERR_FILENO);
-        m_file = ::open(m_dir.filePath("stderr").toLocal8Bit(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-        ::dup2(m_file, STDERR_FILENO);
-    }
-    ~StderrCapture() { restore(); }
-    QByteArray text()
-    {
-        restore();
-        return readFile(m_dir.filePath("stderr"));
-    }
-
-private:
-    void restore()
-    {
-        if (m_saved < 0)
-            return;
-        ::dup2(m_saved, STDERR_FILENO);
-        ::close(m_saved);
-        ::close(m_file);
-        m_saved = -1;
-    }
-    QTemporaryDir m_dir;
-    int m_saved = -1;
-    int m_file = -1;
-};
 
 class LogFileTest : public ::testing::Test {
 protected:
@@ -82,7 +50,7 @@ TEST_F(LogFileTest, FirstLineCreatesFolderAndOwnerOnlyFileAndEachMessageHasOneTi
 TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
 {
     LogFile log(path);
-    StderrCapture capture;
+    testing::internal::CaptureStderr();
     std::vector<std::thread> writers;
     for (int t = 0; t < 4; ++t) {
         writers.emplace_back([&log, t] {
@@ -92,7 +60,7 @@ TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
     }
     for (auto& w : writers)
         w.join();
-    const QByteArray err = capture.text();
+    const std::string err = testing::internal::GetCapturedStderr();
     log.flush();
 
     const QList<QByteArray> lines = readFile(path).split('\n');
@@ -104,7 +72,7 @@ TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
         const int t = m.captured(1).toInt();
         EXPECT_EQ(m.captured(2).toInt(), next[t]++) << "lines of one thread reordered";
     }
-    EXPECT_EQ(err.count('\n'), 800);
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 800);
 }
 
 TEST_F(LogFileTest, RotatesOnlyPastTwoMebibytes)
@@ -164,10 +132,10 @@ TEST_F(LogFileTest, StopDrainsTheQueueThenSilencesEverything)
     for (qsizetype i = 0; i + 1 < lines.size(); ++i)
         EXPECT_TRUE(lines[i].endsWith("before " + QByteArray::number(i)));
 
-    StderrCapture capture;
+    testing::internal::CaptureStderr();
     log.info("after the stop");
     log.flush();
-    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(readFile(path), atStop);
 }
 
