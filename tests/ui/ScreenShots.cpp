@@ -27,11 +27,15 @@ QColor blend(const QColor& top, double alpha, const QColor& bottom)
                   mix(top.blue(), bottom.blue()));
 }
 
-bool near(QRgb pixel, const QColor& expected, int tolerance)
+testing::AssertionResult near(QRgb pixel, const QColor& expected, int tolerance)
 {
-    return std::abs(qRed(pixel) - expected.red()) <= tolerance &&
-           std::abs(qGreen(pixel) - expected.green()) <= tolerance &&
-           std::abs(qBlue(pixel) - expected.blue()) <= tolerance;
+    if (std::abs(qRed(pixel) - expected.red()) <= tolerance &&
+        std::abs(qGreen(pixel) - expected.green()) <= tolerance &&
+        std::abs(qBlue(pixel) - expected.blue()) <= tolerance)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "rgb(" << qRed(pixel) << ", " << qGreen(pixel) << ", " << qBlue(pixel)
+           << ") is not near " << expected.name().toStdString();
 }
 
 int countNear(const QImage& image, int y, int x0, int x1, const QColor& expected, int tolerance)
@@ -63,15 +67,6 @@ double barWidth(const QImage& image, int y, int x0, int x1, const QColor& bar, c
         width += std::clamp((value - channels[best][1]) / span, 0.0, 1.0);
     }
     return width;
-}
-
-std::string describe(QRgb pixel)
-{
-    return QStringLiteral("rgb(%1, %2, %3)")
-        .arg(qRed(pixel))
-        .arg(qGreen(pixel))
-        .arg(qBlue(pixel))
-        .toStdString();
 }
 
 Backdrop::Backdrop(const QColor& color)
