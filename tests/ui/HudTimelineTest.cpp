@@ -7,18 +7,6 @@ namespace {
 using State = HudTimeline::State;
 constexpr double frame = HudTimeline::frameInterval;
 
-// Drives the timeline the way the overlay's timer does, in 1 ms steps from `from` to `to`,
-// and answers the first time at which it reached `state`, or -1.
-double firstTimeIn(HudTimeline& timeline, State state, double from, double to)
-{
-    for (double t = from; t <= to + 1e-9; t += 0.001) {
-        timeline.advance(t);
-        if (timeline.state() == state)
-            return t;
-    }
-    return -1;
-}
-
 TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
 {
     HudTimeline timeline;
@@ -36,34 +24,22 @@ TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
     EXPECT_EQ(timeline.state(), State::Fading);
 }
 
-TEST(HudTimeline, BurstOfPressesHoldsUntilLastPlusHoldThenFadesIn15Frames)
+TEST(HudTimeline, FadesIn15FramesFromOneIntervalAfterTheHold)
 {
     HudTimeline timeline;
-    double t = 0;
-    for (int i = 0; i < 20; ++i) {
-        t = i * 0.1;
-        timeline.advance(t);
-        timeline.show(t);
-        EXPECT_EQ(timeline.alpha(), 1) << "press " << i;
-    }
-    const double lastPress = t;
-    const double fadeStart = firstTimeIn(timeline, State::Fading, lastPress, lastPress + 2);
-    EXPECT_NEAR(fadeStart, lastPress + 1.2, 0.0015);
-
-    HudTimeline fresh;
-    fresh.show(0);
-    fresh.advance(1.2);
-    ASSERT_EQ(fresh.state(), State::Fading);
-    EXPECT_EQ(fresh.alpha(), 1) << "the first frame comes one interval after the hold";
+    timeline.show(0);
+    timeline.advance(1.2);
+    ASSERT_EQ(timeline.state(), State::Fading);
+    EXPECT_EQ(timeline.alpha(), 1) << "the first frame comes one interval after the hold";
     for (int k = 1; k <= 14; ++k) {
-        fresh.advance(1.2 + k * frame + 1e-9);
-        EXPECT_NEAR(fresh.alpha(), 1 - k / 15.0, 1e-9) << "frame " << k;
-        EXPECT_EQ(fresh.state(), State::Fading) << "frame " << k;
+        timeline.advance(1.2 + k * frame + 1e-9);
+        EXPECT_NEAR(timeline.alpha(), 1 - k / 15.0, 1e-9) << "frame " << k;
+        EXPECT_EQ(timeline.state(), State::Fading) << "frame " << k;
     }
-    fresh.advance(1.2 + 15 * frame + 1e-9);
-    EXPECT_EQ(fresh.state(), State::Hidden);
-    EXPECT_EQ(fresh.alpha(), 0);
-    EXPECT_FALSE(fresh.nextWake());
+    timeline.advance(1.2 + 15 * frame + 1e-9);
+    EXPECT_EQ(timeline.state(), State::Hidden);
+    EXPECT_EQ(timeline.alpha(), 0);
+    EXPECT_FALSE(timeline.nextWake());
 }
 
 TEST(HudTimeline, WakesAreJudgedByTheClockNotByTheirCount)
@@ -92,9 +68,7 @@ TEST(HudTimeline, PressDuringFadeRestoresFullOpacityAndAsksForPlacement)
     EXPECT_TRUE(timeline.show(1.3));
     EXPECT_EQ(timeline.state(), State::Holding);
     EXPECT_EQ(timeline.alpha(), 1);
-    timeline.advance(2.0);
-    EXPECT_EQ(timeline.alpha(), 1) << "no leftover fade frames run during the new hold";
-    EXPECT_NEAR(firstTimeIn(timeline, State::Fading, 2.0, 3.0), 2.5, 0.0015);
+    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 2.5) << "no leftover fade frames run during the hold";
 }
 
 TEST(HudTimeline, DismissFadesAHoldingOverlayAtOnceAndLeavesOthersAlone)
