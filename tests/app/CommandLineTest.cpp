@@ -34,26 +34,6 @@ TEST(CommandLine, RunModeFromWholeArguments)
         EXPECT_EQ(parse(row.arguments).mode, row.mode) << row.arguments.join(' ').toStdString();
 }
 
-TEST(CommandLine, StagingFlagsAreKeptWhateverTheMode)
-{
-    const CommandLine line = parse({"--demo-onboarding", "--demo-setup-again", "--demo-panel",
-                                    "--demo-finish", "--demo-step=3", "--probe"});
-    EXPECT_EQ(line.mode, RunMode::probe);
-    EXPECT_TRUE(line.demoOnboarding);
-    EXPECT_TRUE(line.demoSetupAgain);
-    EXPECT_TRUE(line.demoPanel);
-    EXPECT_TRUE(line.demoFinish);
-    EXPECT_EQ(line.demoStep, 3);
-    EXPECT_TRUE(line.unknownArguments.isEmpty());
-
-    const CommandLine none = parse({"--demo-panel=1", "--demo-finishing", "-demo-onboarding"});
-    EXPECT_FALSE(none.demoPanel);
-    EXPECT_FALSE(none.demoFinish);
-    EXPECT_FALSE(none.demoOnboarding);
-    EXPECT_FALSE(none.demoSetupAgain);
-    EXPECT_FALSE(none.demoStep.has_value());
-}
-
 TEST(CommandLine, DemoStepNumber)
 {
     struct Row {
@@ -77,16 +57,30 @@ TEST(CommandLine, DemoStepNumber)
         EXPECT_EQ(parse(row.arguments).demoStep, row.step) << row.arguments.join(' ').toStdString();
 }
 
-TEST(CommandLine, UnknownArgumentsAreSetAsideWithoutTheProgramPath)
+TEST(CommandLine, StagingFlagsAreKeptWhateverTheModeAndUnknownOnesSetAside)
 {
     const CommandLine line =
-        parse({"--frobnicate", "--probe=1", "--probe", "--demo-step=1", "--demo-step=2"});
+        parse({"--demo-onboarding", "--demo-setup-again", "--demo-panel", "--demo-finish",
+               "--demo-step=3", "--demo-step=5", "--frobnicate", "--probe=1", "--probe",
+               "--key-service=/k.sock"});
     EXPECT_EQ(line.mode, RunMode::probe);
-    EXPECT_EQ(line.unknownArguments, (QStringList{"--frobnicate", "--probe=1"}));
+    EXPECT_TRUE(line.demoOnboarding);
+    EXPECT_TRUE(line.demoSetupAgain);
+    EXPECT_TRUE(line.demoPanel);
+    EXPECT_TRUE(line.demoFinish);
+    EXPECT_EQ(line.demoStep, 3);
+    EXPECT_EQ(line.keyServicePath, QStringLiteral("/k.sock"));
+    EXPECT_EQ(line.unknownArguments, (QStringList{"--frobnicate", "--probe=1"}))
+        << "without the program path";
 
-    const CommandLine service = parse({"--key-service=/tmp/k.sock", "--key-service"});
-    EXPECT_EQ(service.keyServicePath, QStringLiteral("/tmp/k.sock"));
-    EXPECT_EQ(service.unknownArguments, QStringList{"--key-service"});
+    const CommandLine none =
+        parse({"--demo-panel=1", "--demo-finishing", "-demo-onboarding", "--key-service"});
+    EXPECT_FALSE(none.demoPanel);
+    EXPECT_FALSE(none.demoFinish);
+    EXPECT_FALSE(none.demoOnboarding);
+    EXPECT_FALSE(none.demoSetupAgain);
+    EXPECT_EQ(none.unknownArguments, (QStringList{"--demo-panel=1", "--demo-finishing",
+                                                  "-demo-onboarding", "--key-service"}));
 }
 
 } // namespace
