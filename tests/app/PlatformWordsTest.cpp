@@ -1,7 +1,6 @@
 #include "support/PlatformWords.h"
 
 #include "app/KeyContext.h"
-#include "common/MarkingTranslator.h"
 
 #include <QRegularExpression>
 
@@ -62,17 +61,6 @@ TEST(PlatformWords, NoTextOfTheDecisionNamesAnotherPlatform)
             EXPECT_FALSE(namesForeignPlatform(text)) << text.toStdString();
         }
     }
-}
-
-TEST(PlatformWords, ShownTextsGoThroughTheStringTable)
-{
-    {
-        const MarkingTranslator translator;
-        EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo).arg(QStringLiteral("HDMI")),
-                  QStringLiteral("«THIS COMPUTER'S AUDIO IS GOING TO HDMI»"));
-    }
-    EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo),
-              QStringLiteral("This computer's audio is going to %1"));
 }
 
 } // namespace
