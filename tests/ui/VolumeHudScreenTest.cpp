@@ -67,8 +67,10 @@ protected:
     VolumeHUD hud;
 };
 
-TEST_F(VolumeHudScreen, StandsInTheTopRightCornerAsATranslucentCapsule)
+TEST_F(VolumeHudScreen, AStandingTranslucentCapsuleOverEverythingThatTakesNoInput)
 {
+    backdrop.activateWindow();
+    spinFor(std::chrono::milliseconds(100));
     EXPECT_EQ(hud.material(), HudMaterial::Translucent);
     const QImage shot = showAndGrab(40, false, false, "hud-translucent-40");
 
@@ -84,6 +86,35 @@ TEST_F(VolumeHudScreen, StandsInTheTopRightCornerAsATranslucentCapsule)
     }
     EXPECT_TRUE(near(shot.pixel(capsuleX + 2, barRow), capsule(), 12))
         << "the rounded end reaches the left edge at mid-height";
+
+    // Clicks pass through to the window behind; focus and screen readers stay away.
+    const QPoint target(capsuleX + 100, barRow);
+    ASSERT_EQ(QProcess::execute("xdotool", {"mousemove", QString::number(target.x()),
+                                            QString::number(target.y()), "click", "1"}),
+              0);
+    ASSERT_TRUE(spinUntil([&] { return !backdrop.presses.isEmpty(); }))
+        << "the click did not pass through the overlay";
+    EXPECT_EQ(backdrop.presses.first(), target);
+    EXPECT_FALSE(hud.panel()->isActiveWindow());
+    EXPECT_NE(QGuiApplication::focusWindow(), hud.panel()->windowHandle());
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(hud.panel());
+    ASSERT_TRUE(accessible);
+    EXPECT_TRUE(accessible->state().invisible) << "screen readers do not land on the overlay";
+    EXPECT_FALSE(accessible->state().focusable);
+
+    // A full-screen window that comes up over it is covered again by the next press.
+    Backdrop fullScreen(QColor(20, 120, 40));
+    fullScreen.showFullScreen();
+    fullScreen.raise();
+    spinFor(std::chrono::milliseconds(250));
+    ASSERT_TRUE(near(grabScreen("hud-covered-by-full-screen").pixel(inside), fullScreen.color()))
+        << "the full-screen window came up over the overlay";
+
+    const QImage over = showAndGrab(60, false, false, "hud-over-full-screen");
+    EXPECT_TRUE(near(over.pixel(inside), blend(window(), 0.86, fullScreen.color())));
+    EXPECT_EQ(hud.panel()->geometry(), QRect(capsuleX, capsuleY, 230, 38))
+        << "a visible overlay is not moved";
 }
 
 TEST_F(VolumeHudScreen, MutedAndUnreachableKeepTheLevelInPaleShades)
@@ -128,45 +159,6 @@ TEST_F(VolumeHudScreen, OpaqueBackdropWhenTransparencyIsReduced)
 
     hud.setDisplayOptions({});
     EXPECT_EQ(hud.material(), HudMaterial::Translucent);
-}
-
-TEST_F(VolumeHudScreen, NeverTakesClicksFocusOrTheScreenReader)
-{
-    backdrop.activateWindow();
-    spinFor(std::chrono::milliseconds(100));
-    showAndGrab(60, false, false, "hud-click-through");
-    ASSERT_TRUE(hud.panel()->isVisible());
-
-    const QPoint target(capsuleX + 100, barRow);
-    ASSERT_EQ(QProcess::execute("xdotool", {"mousemove", QString::number(target.x()),
-                                            QString::number(target.y()), "click", "1"}),
-              0);
-    ASSERT_TRUE(spinUntil([&] { return !backdrop.presses.isEmpty(); }))
-        << "the click did not pass through the overlay";
-    EXPECT_EQ(backdrop.presses.first(), target);
-    EXPECT_FALSE(hud.panel()->isActiveWindow());
-    EXPECT_NE(QGuiApplication::focusWindow(), hud.panel()->windowHandle());
-
-    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(hud.panel());
-    ASSERT_TRUE(accessible);
-    EXPECT_TRUE(accessible->state().invisible) << "screen readers do not land on the overlay";
-    EXPECT_FALSE(accessible->state().focusable);
-}
-
-TEST_F(VolumeHudScreen, StandsOverAFullScreenWindow)
-{
-    showAndGrab(40, false, false, "hud-before-full-screen");
-    Backdrop fullScreen(QColor(20, 120, 40));
-    fullScreen.showFullScreen();
-    fullScreen.raise();
-    spinFor(std::chrono::milliseconds(250));
-    ASSERT_TRUE(near(grabScreen("hud-covered-by-full-screen").pixel(inside), fullScreen.color()))
-        << "the full-screen window came up over the overlay";
-
-    const QImage shot = showAndGrab(60, false, false, "hud-over-full-screen");
-    EXPECT_TRUE(near(shot.pixel(inside), blend(window(), 0.86, fullScreen.color())));
-    EXPECT_EQ(hud.panel()->geometry(), QRect(capsuleX, capsuleY, 230, 38))
-        << "a visible overlay is not moved";
 }
 
 TEST_F(VolumeHudScreen, FadesAwayAfterTheHoldOrAtOnceWithReducedMotion)
