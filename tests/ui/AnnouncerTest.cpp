@@ -119,32 +119,19 @@ private:
     QDBusConnection m_bus;
 };
 
-class Announcements : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (!busRunning)
-            GTEST_SKIP() << "no AT-SPI bus launcher (at-spi2-core) to listen through";
-        ASSERT_TRUE(spinUntil([] { return QAccessible::isActive(); }, std::chrono::seconds(5)))
-            << "accessibility is on for the session";
-        const QDBusMessage address =
-            QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-                "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
-        reader = std::make_unique<ScreenReader>(address.arguments().value(0).toString());
-        ASSERT_TRUE(reader->registered);
-        // The application learns of the new listener from the registry's signal.
-        spinFor(std::chrono::milliseconds(300));
-    }
-
-    void TearDown() override { AccessibilityBus::setStatus("ScreenReaderEnabled", false); }
-
-    std::unique_ptr<ScreenReader> reader;
-    VolumeHUD hud;
-};
-
-TEST_F(Announcements, SilentWithoutAScreenReaderThenBurstSpeaksFirstAndLastLevelsAndMuted)
+TEST(Announcements, SilentWithoutAScreenReaderThenBurstSpeaksFirstAndLastLevelsAndMuted)
 {
-    spinFor(std::chrono::milliseconds(200));
+    if (!busRunning)
+        GTEST_SKIP() << "no AT-SPI bus launcher (at-spi2-core) to listen through";
+    VolumeHUD hud;
+    ASSERT_TRUE(spinUntil([] { return QAccessible::isActive(); }, std::chrono::seconds(5)))
+        << "accessibility is on for the session";
+    const QDBusMessage address = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
+    const auto reader = std::make_unique<ScreenReader>(address.arguments().value(0).toString());
+    ASSERT_TRUE(reader->registered);
+    // The application learns of the new listener from the registry's signal.
+    spinFor(std::chrono::milliseconds(500));
     ASSERT_FALSE(hud.displayOptions().screenReader);
     hud.show(30, false, false, QStringLiteral("Den"), 60);
     hud.show(30, true, false, QStringLiteral("Den"), 60);
