@@ -7,26 +7,19 @@ namespace {
 
 using Case = ArmedState::Case;
 
-// A context in which every input is wrong at once.
-KeyContext everythingWrong()
-{
-    KeyContext context;
-    context.paused = true;
-    context.trusted = false;
-    context.tapEnabled = false;
-    context.triggerOutput = QStringLiteral("Optical Out");
-    context.triggerConfigured = true;
-    context.currentOutput = QStringLiteral("Speakers");
-    context.speakerConnected = false;
-    return context;
-}
-
 // Put right one input after the other, in order of priority: each step must reveal the next
 // state, which shows that every state beats all the ones after it. (Outputs are compared
 // exactly: the probe's report test shows that.)
 TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
 {
-    KeyContext context = everythingWrong();
+    // Every input wrong at once.
+    KeyContext context{.paused = true,
+                       .trusted = false,
+                       .tapEnabled = false,
+                       .triggerOutput = "Optical Out",
+                       .triggerConfigured = true,
+                       .currentOutput = "Speakers",
+                       .speakerConnected = false};
     const std::vector<std::pair<std::function<void(KeyContext&)>, ArmedState>> steps{
         {[](KeyContext&) {}, Case::paused},
         {[](KeyContext& c) { c.paused = false; }, Case::noAccessibility},
@@ -45,12 +38,13 @@ TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
 
 TEST(Arming, WithoutATriggerOutputTheQuestionMustBeSettled)
 {
-    KeyContext context = everythingWrong();
-    context.triggerOutput.clear();
-    context.triggerConfigured = false;
-    context.paused = false;
-    context.trusted = true;
-    context.tapEnabled = true;
+    KeyContext context{.paused = false,
+                       .trusted = true,
+                       .tapEnabled = true,
+                       .triggerOutput = "",
+                       .triggerConfigured = false,
+                       .currentOutput = "Speakers",
+                       .speakerConnected = false};
     EXPECT_EQ(context.evaluate(), Case::noOutputChosen) << "beats a missing speaker";
     context.triggerConfigured = true;
     context.speakerConnected = true;
