@@ -27,11 +27,6 @@ DiagnosticsState armedState()
     return state;
 }
 
-QStringList linesOf(const QString& text)
-{
-    return text.split(QLatin1Char('\n'));
-}
-
 TEST(DiagnosticsText, HealthySetupLineByLine)
 {
     const QStringList expected = {
@@ -50,7 +45,7 @@ TEST(DiagnosticsText, HealthySetupLineByLine)
         "--- log (last 60 lines) ---",
         "2026-01-02 03:04:05 started",
     };
-    EXPECT_EQ(linesOf(diagnosticsText(armedState(), "2026-01-02 03:04:05 started")), expected);
+    EXPECT_EQ(diagnosticsText(armedState(), "2026-01-02 03:04:05 started").split(u'\n'), expected);
 }
 
 // The reason the keys are off, the speaker's error line, the wording of each missing fact, and
@@ -86,7 +81,7 @@ TEST(DiagnosticsText, ProblemsAndMissingFactsLineByLine)
         "",
         "line four",
     };
-    EXPECT_EQ(linesOf(diagnosticsText(state, "line one\nline two %1\n\nline four")), expected);
+    EXPECT_EQ(diagnosticsText(state, "line one\nline two %1\n\nline four").split(u'\n'), expected);
 }
 
 TEST(DiagnosticsText, CopiedLineCountsAndPreviewCutsAtFourThousand)

@@ -167,7 +167,6 @@ TEST_F(EndToEnd, VolumeKeysReachTheOnlyInstanceWhileSoundGoesToTheTrigger)
         QStringLiteral("another instance is already running (pid %1); showing it and exiting")
             .arg(app->pid())))
         << second.describe();
-    EXPECT_TRUE(second.messages().filter("Starting Velotide").isEmpty());
     EXPECT_EQ(app->stop(), 0) << app->describe();
 }
 

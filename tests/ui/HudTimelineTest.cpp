@@ -7,7 +7,7 @@ namespace {
 using State = HudTimeline::State;
 constexpr double frame = HudTimeline::frameInterval;
 
-TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
+TEST(HudTimeline, AppearsAtOnceHoldsForDefaultOrGivenTimeAndAppearsAgainDuringTheFade)
 {
     HudTimeline timeline;
     EXPECT_TRUE(timeline.show(10.0)) << "a hidden overlay is placed before it appears";
@@ -22,6 +22,14 @@ TEST(HudTimeline, AppearsAtOnceAndHoldsForDefaultOrGivenTime)
     EXPECT_EQ(timeline.state(), State::Holding);
     timeline.advance(13.5);
     EXPECT_EQ(timeline.state(), State::Fading);
+
+    // A press during the fade restores full opacity and asks for placement again.
+    timeline.advance(13.5 + 5 * frame + 1e-9);
+    ASSERT_LT(timeline.alpha(), 1);
+    EXPECT_TRUE(timeline.show(13.6));
+    EXPECT_EQ(timeline.state(), State::Holding);
+    EXPECT_EQ(timeline.alpha(), 1);
+    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 14.8) << "no leftover fade frames run during the hold";
 }
 
 TEST(HudTimeline, FadesIn15FramesFromOneIntervalAfterTheHold)
@@ -55,20 +63,6 @@ TEST(HudTimeline, WakesAreJudgedByTheClockNotByTheirCount)
     EXPECT_NEAR(timeline.alpha(), 1 - 6 / 15.0, 1e-9);
     timeline.advance(6);
     EXPECT_EQ(timeline.state(), State::Hidden);
-}
-
-TEST(HudTimeline, PressDuringFadeRestoresFullOpacityAndAsksForPlacement)
-{
-    HudTimeline timeline;
-    timeline.show(0);
-    timeline.advance(1.2 + 5 * frame + 1e-9);
-    ASSERT_EQ(timeline.state(), State::Fading);
-    ASSERT_LT(timeline.alpha(), 1);
-
-    EXPECT_TRUE(timeline.show(1.3));
-    EXPECT_EQ(timeline.state(), State::Holding);
-    EXPECT_EQ(timeline.alpha(), 1);
-    EXPECT_DOUBLE_EQ(*timeline.nextWake(), 2.5) << "no leftover fade frames run during the hold";
 }
 
 TEST(HudTimeline, DismissFadesAHoldingOverlayAtOnceAndLeavesOthersAlone)
