@@ -3,12 +3,11 @@
 // private session bus, all started by the test's wrappers. Volume keys go in through XTEST
 // (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
 #include "AppProcess.h"
+#include "common/Files.h"
 #include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -17,8 +16,10 @@
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
+using testing_support::readFile;
 using testing_support::spinFor;
 using testing_support::spinUntil;
+using testing_support::writeFile;
 
 namespace {
 
@@ -61,15 +62,12 @@ protected:
     // With the speaker and the trigger chosen, unless `firstRun`.
     std::unique_ptr<AppProcess> startApp(bool firstRun = false)
     {
+        const QJsonObject chosen{{"speaker", "Living Room"},
+                                 {"triggerOutput", digitalName},
+                                 {"triggerConfigured", true},
+                                 {"route", "optical"}};
         if (!firstRun) {
-            QDir().mkpath(configDir());
-            QFile file(configDir() + "/settings.json");
-            EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(QJsonDocument(QJsonObject{{"speaker", "Living Room"},
-                                                 {"triggerOutput", digitalName},
-                                                 {"triggerConfigured", true},
-                                                 {"route", "optical"}})
-                           .toJson());
+            EXPECT_TRUE(writeFile(settingsPath(), QJsonDocument(chosen).toJson()));
         }
         return std::make_unique<AppProcess>(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")),
                                             m_home.path());
@@ -77,13 +75,10 @@ protected:
 
     QJsonObject savedSettings() const
     {
-        QFile file(configDir() + "/settings.json");
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object();
+        return QJsonDocument::fromJson(readFile(settingsPath())).object();
     }
 
-    QString configDir() const { return m_home.path() + "/config/velotide"; }
+    QString settingsPath() const { return m_home.path() + "/config/velotide/settings.json"; }
 
     // The values of one SOAP argument in the requests of one action, in order of arrival.
     QStringList sent(const QString& action, const QString& argument) const

@@ -2,6 +2,7 @@
 // private network namespace, a private sound server whose default output is S/PDIF, and (for
 // input access) a key service socket of the test's own. Each run's standard output is compared
 // line by line with the expected report of that arrangement.
+#include "common/Files.h"
 #include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
@@ -18,6 +19,9 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+using testing_support::readFile;
+using testing_support::writeFile;
 
 namespace {
 
@@ -43,10 +47,8 @@ std::string fingerprint(const QString& dir)
         const QString name = QDir(dir).relativeFilePath(info.filePath());
         if (name == QStringLiteral("pulse") || name.startsWith(QStringLiteral("pulse/")))
             continue;
-        QFile file(info.filePath());
-        QByteArray digest;
-        if (info.isFile() && file.open(QIODevice::ReadOnly))
-            digest = QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex();
+        const QByteArray digest =
+            QCryptographicHash::hash(readFile(info.filePath()), QCryptographicHash::Sha256).toHex();
         entries << QStringLiteral("%1 %2 %3 %4")
                        .arg(name)
                        .arg(info.size())
@@ -80,13 +82,7 @@ protected:
 
     QString settingsPath() const { return m_config.path() + "/velotide/settings.json"; }
 
-    void writeSettings(const QByteArray& bytes)
-    {
-        ASSERT_TRUE(QDir().mkpath(QFileInfo(settingsPath()).absolutePath()));
-        QFile file(settingsPath());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
+    void writeSettings(const QByteArray& bytes) { ASSERT_TRUE(writeFile(settingsPath(), bytes)); }
 
     // The program as a user would start it, with only the environment a desktop gives it.
     ProbeRun probe(QStringList arguments, bool withInputAccess, const QString& sessionBus = {})
@@ -126,10 +122,7 @@ protected:
     // splitting is empty.
     std::string expected(const QString& name) const
     {
-        QFile file(QStringLiteral(EXPECTED_DIR "/") + name);
-        if (!file.open(QIODevice::ReadOnly))
-            return "cannot read " + file.fileName().toStdString();
-        QString text = QString::fromUtf8(file.readAll());
+        QString text = QString::fromUtf8(readFile(EXPECTED_DIR "/" + name));
         text.replace(QStringLiteral("@SETTINGS@"), settingsPath());
         return text.toStdString();
     }

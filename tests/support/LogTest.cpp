@@ -1,5 +1,7 @@
 #include "support/Log.h"
 
+#include "common/Files.h"
+
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -10,20 +12,10 @@
 #include <thread>
 #include <unistd.h>
 
+using testing_support::readFile;
+using testing_support::writeFile;
+
 namespace {
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-}
 
 class LogFileTest : public ::testing::Test {
 protected:
@@ -77,9 +69,8 @@ TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
 
 TEST_F(LogFileTest, RotatesOnlyPastTwoMebibytes)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    writeFile(path, QByteArray(LogFile::rotationSize, 'a'));
-    writeFile(path + ".1", "old generation\n");
+    ASSERT_TRUE(writeFile(path, QByteArray(LogFile::rotationSize, 'a')));
+    ASSERT_TRUE(writeFile(path + ".1", "old generation\n"));
     {
         LogFile log(path);
         log.info("at the limit");
@@ -88,7 +79,7 @@ TEST_F(LogFileTest, RotatesOnlyPastTwoMebibytes)
     EXPECT_EQ(QFileInfo(path).size(), LogFile::rotationSize + 33); // one line over, not rotated
     EXPECT_EQ(readFile(path + ".1"), "old generation\n");
 
-    writeFile(path, QByteArray(LogFile::rotationSize + 1, 'b'));
+    ASSERT_TRUE(writeFile(path, QByteArray(LogFile::rotationSize + 1, 'b')));
     {
         LogFile log(path);
         log.info("fresh start");
@@ -104,16 +95,15 @@ TEST_F(LogFileTest, TailKeepsTheEmptyPieceAfterTheLastFeed)
     LogFile log(path);
     EXPECT_EQ(log.tail(60), "(no log file yet)");
 
-    QDir().mkpath(QFileInfo(path).absolutePath());
     QByteArray ten;
     for (int i = 1; i <= 10; ++i)
         ten += "line " + QByteArray::number(i) + '\n';
-    writeFile(path, ten);
+    ASSERT_TRUE(writeFile(path, ten));
     EXPECT_EQ(log.tail(60), QString::fromUtf8(ten));
     EXPECT_EQ(log.tail(3), "line 9\nline 10\n");
     EXPECT_EQ(log.tail(0), "");
 
-    writeFile(path, "valid\n\xff\xfe broken\n");
+    ASSERT_TRUE(writeFile(path, "valid\n\xff\xfe broken\n"));
     EXPECT_EQ(log.tail(60), "(no log file yet)");
 }
 

@@ -1,5 +1,6 @@
 #include "support/Settings.h"
 
+#include "common/Files.h"
 #include "common/LogWatch.h"
 #include "common/QtPrinters.h"
 
@@ -20,23 +21,12 @@
 // rest all the same.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
+using testing_support::readFile;
+using testing_support::writeFile;
+
 namespace {
 
 using Route = Settings::Route;
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("(missing)");
-}
-
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-}
 
 // Runs `f` on a thread of its own that has given up root's power to ignore file
 // permissions, so a read-only folder is read-only even when the tests run as root.
@@ -112,7 +102,7 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        writeFile(path, c.json);
+        ASSERT_TRUE(writeFile(path, c.json));
         LogWatch log;
         const auto [settings, isFirstRun] = Settings::load(path);
         EXPECT_FALSE(isFirstRun);
@@ -127,7 +117,7 @@ TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
     for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]")}) {
         SCOPED_TRACE(bytes.constData());
         QDir(dir.filePath("velotide")).removeRecursively();
-        writeFile(path, bytes);
+        ASSERT_TRUE(writeFile(path, bytes));
         LogWatch log;
         const auto [settings, isFirstRun] = Settings::load(path);
         EXPECT_TRUE(isFirstRun);
@@ -151,7 +141,7 @@ TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
 TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadReadsThemBack)
 {
     ::umask(0022);
-    writeFile(path, "{}");
+    ASSERT_TRUE(writeFile(path, "{}"));
     ::chmod(QFile::encodeName(path).constData(), 0644);
 
     ASSERT_TRUE(Settings{}.save(path));
@@ -189,7 +179,7 @@ TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadRe
 // Also shows that the file is never written in place, so a reader never sees half a record.
 TEST_F(SettingsFileTest, SaveFailsWhereTheFolderIsReadOnly)
 {
-    writeFile(path, "{\"speaker\": \"Old\"}\n");
+    ASSERT_TRUE(writeFile(path, "{\"speaker\": \"Old\"}\n"));
     const QString folder = dir.filePath("velotide");
     ::chmod(QFile::encodeName(folder).constData(), 0555);
 
