@@ -10,51 +10,44 @@ CommandLine parse(QStringList arguments)
     return CommandLine::parse(arguments);
 }
 
-TEST(CommandLine, RunModeFromWholeArguments)
+TEST(CommandLine, RunModeAndDemoStepFromWholeArguments)
 {
+    using enum RunMode;
     struct Row {
         QStringList arguments;
         RunMode mode;
-    };
-    const Row rows[] = {
-        {{}, RunMode::application},
-        {{"--probe"}, RunMode::probe},
-        {{"--hud-demo"}, RunMode::hudDemo},
-        {{"--hud-demo", "--probe"}, RunMode::probe},
-        {{"--probe", "--hud-demo"}, RunMode::probe},
-        {{"--probe=1"}, RunMode::application},
-        {{"--probex"}, RunMode::application},
-        {{"-probe"}, RunMode::application},
-        {{" --probe"}, RunMode::application},
-        {{"--hud-demo=1", "-hud-demo"}, RunMode::application},
-        {{"--probe=1", "--hud-demo"}, RunMode::hudDemo},
-        {{"--demo-panel", "--demo-onboarding"}, RunMode::application},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(parse(row.arguments).mode, row.mode) << row.arguments.join(' ').toStdString();
-}
-
-TEST(CommandLine, DemoStepNumber)
-{
-    struct Row {
-        QStringList arguments;
         std::optional<int> step;
     };
     const Row rows[] = {
-        {{}, std::nullopt},
-        {{"--demo-step"}, std::nullopt},
-        {{"--demo-step=4"}, 4},
-        {{"--demo-step=-2"}, -2},
-        {{"--demo-step="}, 0},
-        {{"--demo-step=two"}, 0},
-        {{"--demo-step=3x"}, 0},
-        {{"--demo-step= 3"}, 0},
-        {{"--demo-step=99999999999"}, 0},
-        {{"--demo-step=2", "--demo-step=5"}, 2},
-        {{"--demo-step=x", "--demo-step=5"}, 0},
+        {{}, application, std::nullopt},
+        {{"--probe"}, probe, std::nullopt},
+        {{"--hud-demo"}, hudDemo, std::nullopt},
+        {{"--hud-demo", "--probe"}, probe, std::nullopt},
+        {{"--probe", "--hud-demo"}, probe, std::nullopt},
+        {{"--probe=1"}, application, std::nullopt},
+        {{"--probex"}, application, std::nullopt},
+        {{"-probe"}, application, std::nullopt},
+        {{" --probe"}, application, std::nullopt},
+        {{"--hud-demo=1", "-hud-demo"}, application, std::nullopt},
+        {{"--probe=1", "--hud-demo"}, hudDemo, std::nullopt},
+        {{"--demo-panel", "--demo-onboarding"}, application, std::nullopt},
+        {{"--demo-step"}, application, std::nullopt},
+        {{"--demo-step=4"}, application, 4},
+        {{"--demo-step=-2"}, application, -2},
+        {{"--demo-step="}, application, 0},
+        {{"--demo-step=two"}, application, 0},
+        {{"--demo-step=3x"}, application, 0},
+        {{"--demo-step= 3"}, application, 0},
+        {{"--demo-step=99999999999"}, application, 0},
+        {{"--demo-step=2", "--demo-step=5"}, application, 2},
+        {{"--demo-step=x", "--demo-step=5"}, application, 0},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(parse(row.arguments).demoStep, row.step) << row.arguments.join(' ').toStdString();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.arguments.join(' ').toStdString());
+        const CommandLine line = parse(row.arguments);
+        EXPECT_EQ(line.mode, row.mode);
+        EXPECT_EQ(line.demoStep, row.step);
+    }
 }
 
 TEST(CommandLine, StagingFlagsAreKeptWhateverTheModeAndUnknownOnesSetAside)
