@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 // Words that name the platform the texts were first written for, or its parts. The local
@@ -17,11 +19,8 @@ const QStringList foreignWords{
 
 bool namesForeignPlatform(const QString& text)
 {
-    for (const QString& word : foreignWords) {
-        if (text.contains(word))
-            return true;
-    }
-    return false;
+    return std::any_of(foreignWords.begin(), foreignWords.end(),
+                       [&](const QString& word) { return text.contains(word); });
 }
 
 int placeholderCount(const QString& text)
