@@ -27,25 +27,20 @@ const QString livingRoom = QStringLiteral("127.0.0.11");
 const QString digitalSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.iec958-stereo");
 const QString digitalName = QStringLiteral("Built-in Audio Digital Stereo (IEC958)");
 
-bool run(const QString& program, const QStringList& arguments)
-{
-    return QProcess::execute(program, arguments) == 0;
-}
-
 bool setDefaultSink(const QString& sink)
 {
-    return run("pactl", {"set-default-sink", sink});
+    return QProcess::execute("pactl", {"set-default-sink", sink}) == 0;
 }
 
 bool pressKey(const QString& keys)
 {
-    return run("xdotool", {"key", keys});
+    return QProcess::execute("xdotool", {"key", keys}) == 0;
 }
 
 // Long enough for the X server to repeat the key.
 bool holdKey(const QString& key)
 {
-    return run("xdotool", {"keydown", key, "sleep", "1.2", "keyup", key});
+    return QProcess::execute("xdotool", {"keydown", key, "sleep", "1.2", "keyup", key}) == 0;
 }
 
 class EndToEnd : public testing::Test {
