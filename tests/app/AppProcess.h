@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 
@@ -81,17 +82,10 @@ public:
 
     bool waitForPrefix(const QString& prefix)
     {
-        return testing_support::spinUntil([&] { return !withPrefix(prefix).isEmpty(); },
-                                          std::chrono::seconds(15));
-    }
-
-    QStringList withPrefix(const QString& prefix) const
-    {
-        QStringList found;
-        for (const QString& message : m_messages)
-            if (message.startsWith(prefix))
-                found << message;
-        return found;
+        const auto starts = [&](const QString& message) { return message.startsWith(prefix); };
+        return testing_support::spinUntil(
+            [&] { return std::any_of(m_messages.begin(), m_messages.end(), starts); },
+            std::chrono::seconds(15));
     }
 
     // Everything it wrote to standard error, and how it stands, for failure messages.

@@ -7,27 +7,21 @@ namespace {
 
 using Case = ArmedState::Case;
 
-// A context in which every input is wrong at once.
-KeyContext everythingWrong()
-{
-    KeyContext context;
-    context.paused = true;
-    context.trusted = false;
-    context.tapEnabled = false;
-    context.triggerOutput = QStringLiteral("Optical Out");
-    context.triggerConfigured = true;
-    context.currentOutput = QStringLiteral("Speakers");
-    context.speakerConnected = false;
-    context.speakerFixedVolume = true;
-    context.speakerName = QStringLiteral("Den");
-    return context;
-}
-
 // Put right one input after the other, in order of priority: each step must reveal the next
-// state, which shows that every state beats all the ones after it.
+// state, which shows that every state beats all the ones after it. (Outputs are compared
+// exactly: the probe's report test shows that.)
 TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
 {
-    KeyContext context = everythingWrong();
+    // Every input wrong at once.
+    KeyContext context{.paused = true,
+                       .trusted = false,
+                       .tapEnabled = false,
+                       .triggerOutput = "Optical Out",
+                       .triggerConfigured = true,
+                       .currentOutput = "Speakers",
+                       .speakerConnected = false,
+                       .speakerFixedVolume = true,
+                       .speakerName = "Den"};
     const std::vector<std::pair<std::function<void(KeyContext&)>, ArmedState>> steps{
         {[](KeyContext&) {}, Case::paused},
         {[](KeyContext& c) { c.paused = false; }, Case::noAccessibility},
@@ -48,34 +42,20 @@ TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
 
 TEST(Arming, WithoutATriggerOutputTheQuestionMustBeSettled)
 {
-    KeyContext context = everythingWrong();
-    context.triggerOutput.clear();
-    context.triggerConfigured = false;
-    context.paused = false;
-    context.trusted = true;
-    context.tapEnabled = true;
+    KeyContext context{.paused = false,
+                       .trusted = true,
+                       .tapEnabled = true,
+                       .triggerOutput = "",
+                       .triggerConfigured = false,
+                       .currentOutput = "Speakers",
+                       .speakerConnected = false,
+                       .speakerFixedVolume = false,
+                       .speakerName = ""};
     EXPECT_EQ(context.evaluate(), Case::noOutputChosen) << "beats a missing speaker";
     context.triggerConfigured = true;
     context.speakerConnected = true;
-    context.speakerFixedVolume = false;
     context.currentOutput.reset();
     EXPECT_EQ(context.evaluate(), Case::armed) << "an empty, settled trigger means any output";
-}
-
-TEST(Arming, OutputsAreComparedExactlyAndNamedAsTheyAre)
-{
-    KeyContext context = everythingWrong();
-    context.paused = false;
-    context.trusted = true;
-    context.tapEnabled = true;
-    context.speakerConnected = true;
-    context.speakerFixedVolume = false;
-    context.currentOutput = QStringLiteral("optical out");
-    EXPECT_EQ(context.evaluate(), ArmedState::wrongOutput(QStringLiteral("optical out"),
-                                                          QStringLiteral("Optical Out")));
-    // A name that looks like a placeholder is shown as it is.
-    EXPECT_EQ(ArmedState::wrongOutput(QStringLiteral("Out %1"), QStringLiteral("T")).panelMessage(),
-              QStringLiteral("Volume keys inactive — playing to Out %1"));
 }
 
 TEST(Arming, FixForEachState)
@@ -111,9 +91,10 @@ TEST(Arming, PanelMessagesAreLookedUpAndReasonsAreNot)
     EXPECT_EQ(nowhere.panelMessage(),
               QStringLiteral("«VOLUME KEYS INACTIVE — PLAYING TO «ANOTHER OUTPUT»»"));
     EXPECT_EQ(nowhere.reason(), QStringLiteral("output is unknown, not T"));
-
-    const ArmedState fixed = ArmedState::fixedVolume(QStringLiteral("Den"));
-    EXPECT_EQ(fixed.panelMessage(),
+    // A name that looks like a placeholder is shown as it is.
+    EXPECT_EQ(ArmedState::wrongOutput(QStringLiteral("Out %1"), QStringLiteral("T")).panelMessage(),
+              QStringLiteral("«VOLUME KEYS INACTIVE — PLAYING TO Out %1»"));
+    EXPECT_EQ(ArmedState::fixedVolume(QStringLiteral("Den")).panelMessage(),
               QStringLiteral("«VOLUME KEYS INACTIVE — Den HAS A FIXED VOLUME»"));
 }
 

@@ -3,12 +3,11 @@
 // private session bus, all started by the test's wrappers. Volume keys go in through XTEST
 // (xdotool), exactly as a keyboard's would, and come out as SOAP requests at the player.
 #include "AppProcess.h"
+#include "common/Files.h"
 #include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "emulator/Emulator.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -17,49 +16,37 @@
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
+using testing_support::readFile;
 using testing_support::spinFor;
 using testing_support::spinUntil;
+using testing_support::writeFile;
 
 namespace {
 
 const QString livingRoom = QStringLiteral("127.0.0.11");
 const QString digitalSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.iec958-stereo");
 const QString digitalName = QStringLiteral("Built-in Audio Digital Stereo (IEC958)");
-const QString analogSink = QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo");
-const QString analogName = QStringLiteral("Built-in Audio Analog Stereo");
-
-QString velotideProgram()
-{
-    return QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN"));
-}
-
-bool run(const QString& program, const QStringList& arguments)
-{
-    return QProcess::execute(program, arguments) == 0;
-}
 
 bool setDefaultSink(const QString& sink)
 {
-    return run(QStringLiteral("pactl"), {QStringLiteral("set-default-sink"), sink});
+    return QProcess::execute("pactl", {"set-default-sink", sink}) == 0;
 }
 
 bool pressKey(const QString& keys)
 {
-    return run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+    return QProcess::execute("xdotool", {"key", keys}) == 0;
 }
 
 // Long enough for the X server to repeat the key.
 bool holdKey(const QString& key)
 {
-    return run(QStringLiteral("xdotool"), {QStringLiteral("keydown"), key, QStringLiteral("sleep"),
-                                           QStringLiteral("1.2"), QStringLiteral("keyup"), key});
+    return QProcess::execute("xdotool", {"keydown", key, "sleep", "1.2", "keyup", key}) == 0;
 }
 
 class EndToEnd : public testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(m_home.isValid());
         ASSERT_FALSE(qgetenv("VELOTIDE_BIN").isEmpty());
         const auto error =
             m_household.start(QString::fromLocal8Bit(qgetenv("VELOTIDE_HOUSEHOLD")), 1400, true);
@@ -67,23 +54,26 @@ protected:
         ASSERT_TRUE(setDefaultSink(digitalSink));
     }
 
-    void writeSettings(const QJsonObject& settings)
+    // With the speaker and the trigger chosen, unless `firstRun`.
+    std::unique_ptr<AppProcess> startApp(bool firstRun = false)
     {
-        QDir().mkpath(configDir());
-        QFile file(configDir() + QStringLiteral("/settings.json"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(settings).toJson());
+        const QJsonObject chosen{{"speaker", "Living Room"},
+                                 {"triggerOutput", digitalName},
+                                 {"triggerConfigured", true},
+                                 {"route", "optical"}};
+        if (!firstRun) {
+            EXPECT_TRUE(writeFile(settingsPath(), QJsonDocument(chosen).toJson()));
+        }
+        return std::make_unique<AppProcess>(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")),
+                                            m_home.path());
     }
 
     QJsonObject savedSettings() const
     {
-        QFile file(configDir() + QStringLiteral("/settings.json"));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object();
+        return QJsonDocument::fromJson(readFile(settingsPath())).object();
     }
 
-    QString configDir() const { return m_home.path() + QStringLiteral("/config/velotide"); }
+    QString settingsPath() const { return m_home.path() + "/config/velotide/settings.json"; }
 
     // The values of one SOAP argument in the requests of one action, in order of arrival.
     QStringList sent(const QString& action, const QString& argument) const
@@ -94,23 +84,11 @@ protected:
                 values << r.argument(argument);
         return values;
     }
+    QStringList volumesSent() const { return sent("SetVolume", "DesiredVolume"); }
 
     bool waitForVolume(const QString& volume)
     {
-        return spinUntil(
-            [&] {
-                return sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume"))
-                    .contains(volume);
-            },
-            5s);
-    }
-
-    QJsonObject chosenSpeakerSettings() const
-    {
-        return QJsonObject{{"speaker", "Living Room"},
-                           {"triggerOutput", digitalName},
-                           {"triggerConfigured", true},
-                           {"route", "optical"}};
+        return spinUntil([&] { return volumesSent().contains(volume); }, 5s);
     }
 
     QTemporaryDir m_home;
@@ -119,130 +97,113 @@ protected:
 
 TEST_F(EndToEnd, VolumeKeysReachTheOnlyInstanceWhileSoundGoesToTheTrigger)
 {
-    writeSettings(chosenSpeakerSettings());
-    AppProcess app(velotideProgram(), m_home.path());
-    app.start();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
-    EXPECT_TRUE(
-        app.withPrefix(QStringLiteral("Starting Velotide "))
-            .first()
-            .endsWith(QStringLiteral(" for speaker 'Living Room' (active while output is '") +
-                      digitalName + QStringLiteral("')")))
-        << app.describe();
-    ASSERT_TRUE(app.waitFor(
-        QStringLiteral("Connected to Living Room (Sonos Arc) at 127.0.0.11, volume 25")))
-        << app.describe();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.describe();
+    const auto app = startApp();
+    app->start();
+    ASSERT_TRUE(app->waitFor("Connected to Living Room (Sonos Arc) at 127.0.0.11, volume 25"))
+        << app->describe();
+    ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
 
     // The mirror starts from the speaker's own level: 25, then up by 2, up by 1 with Shift,
     // down by 2.
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("27"))) << app.describe();
-    ASSERT_TRUE(pressKey(QStringLiteral("shift+XF86AudioRaiseVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("28")));
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioLowerVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("26")));
+    ASSERT_TRUE(pressKey("XF86AudioRaiseVolume"));
+    EXPECT_TRUE(waitForVolume("27")) << app->describe();
+    ASSERT_TRUE(pressKey("shift+XF86AudioRaiseVolume"));
+    EXPECT_TRUE(waitForVolume("28"));
+    ASSERT_TRUE(pressKey("XF86AudioLowerVolume"));
+    EXPECT_TRUE(waitForVolume("26"));
     EXPECT_TRUE(spinUntil([&] { return m_household->volume(livingRoom) == 26; }, 5s));
 
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioMute")));
+    ASSERT_TRUE(pressKey("XF86AudioMute"));
     EXPECT_TRUE(spinUntil([&] { return m_household->muted(livingRoom); }, 5s));
     // Raising the volume unmutes.
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("28")));
+    ASSERT_TRUE(pressKey("XF86AudioRaiseVolume"));
+    EXPECT_TRUE(waitForVolume("28"));
     EXPECT_TRUE(spinUntil([&] { return !m_household->muted(livingRoom); }, 5s));
 
     // Sound moves to another output: the keys go back to the desktop.
-    ASSERT_TRUE(setDefaultSink(analogSink));
-    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys not armed — output is ") + analogName +
-                            QStringLiteral(", not ") + digitalName))
-        << app.describe();
-    const qsizetype before =
-        sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume")).size();
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
+    ASSERT_TRUE(setDefaultSink("alsa_output.pci-0000_00_1f.3.analog-stereo"));
+    ASSERT_TRUE(app->waitFor(
+        "volume keys not armed — output is Built-in Audio Analog Stereo, not " + digitalName))
+        << app->describe();
+    const qsizetype before = volumesSent().size();
+    ASSERT_TRUE(pressKey("XF86AudioRaiseVolume"));
     spinFor(1500ms);
-    EXPECT_EQ(sent(QStringLiteral("SetVolume"), QStringLiteral("DesiredVolume")).size(), before);
+    EXPECT_EQ(volumesSent().size(), before);
     EXPECT_EQ(m_household->volume(livingRoom), 28);
 
     // And back.
     ASSERT_TRUE(setDefaultSink(digitalSink));
-    ASSERT_TRUE(spinUntil(
-        [&] { return app.messages().count(QStringLiteral("volume keys armed")) == 2; }, 10s));
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioRaiseVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("30")));
+    ASSERT_TRUE(spinUntil([&] { return app->messages().count("volume keys armed") == 2; }, 10s));
+    ASSERT_TRUE(pressKey("XF86AudioRaiseVolume"));
+    EXPECT_TRUE(waitForVolume("30"));
 
-    // The X server repeats a held key; the repeats of mute are swallowed and ignored.
-    const QStringList mutes = sent(QStringLiteral("SetMute"), QStringLiteral("DesiredMute"));
-    ASSERT_TRUE(holdKey(QStringLiteral("XF86AudioMute")));
+    // The X server repeats a held key; the repeats of mute are swallowed and ignored. Each
+    // press sends its level, then its mute state: the last press is whole once a mute request
+    // follows the last level.
+    ASSERT_TRUE(spinUntil(
+        [&] {
+            QStringList actions;
+            for (const emulator::Request& r : m_household->requests(livingRoom))
+                actions << r.action;
+            return actions.lastIndexOf("SetMute") > actions.lastIndexOf("SetVolume");
+        },
+        5s));
+    const QStringList mutes = sent("SetMute", "DesiredMute");
+    ASSERT_TRUE(holdKey("XF86AudioMute"));
     spinFor(1000ms);
     EXPECT_TRUE(m_household->muted(livingRoom));
-    EXPECT_EQ(sent(QStringLiteral("SetMute"), QStringLiteral("DesiredMute")),
-              mutes + QStringList{QStringLiteral("1")});
+    EXPECT_EQ(sent("SetMute", "DesiredMute"), mutes + QStringList{"1"});
     // A held volume key goes on stepping.
-    ASSERT_TRUE(holdKey(QStringLiteral("XF86AudioRaiseVolume")));
+    ASSERT_TRUE(holdKey("XF86AudioRaiseVolume"));
     EXPECT_TRUE(spinUntil([&] { return m_household->volume(livingRoom) > 34; }, 5s))
         << m_household->volume(livingRoom);
-    EXPECT_FALSE(m_household->muted(livingRoom));
+    // The unmute goes out once the level has settled.
+    EXPECT_TRUE(spinUntil([&] { return !m_household->muted(livingRoom); }, 5s));
 
     // A second launch asks this one to show itself and exits without starting.
-    AppProcess second(velotideProgram(), m_home.path());
+    AppProcess second(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), m_home.path());
     second.start();
     EXPECT_EQ(second.finish(10s), 0) << second.describe();
     EXPECT_TRUE(second.logged(
         QStringLiteral("another instance is already running (pid %1); showing it and exiting")
-            .arg(app.pid())))
+            .arg(app->pid())))
         << second.describe();
-    EXPECT_TRUE(second.messages().filter(QStringLiteral("Starting Velotide")).isEmpty());
-    EXPECT_EQ(app.stop(), 0) << app.describe();
+    EXPECT_EQ(app->stop(), 0) << app->describe();
 }
 
 TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
 {
     // No key service and no X server to grab keys from: nothing can catch the keys.
-    writeSettings(chosenSpeakerSettings());
-    AppProcess app(velotideProgram(), m_home.path());
-    app.setVariable(QStringLiteral("DISPLAY"), {});
-    app.setVariable(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    app.start();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("Input access needed — requesting"))) << app.describe();
-    EXPECT_TRUE(
-        app.waitForPrefix(QStringLiteral("The volume keys need the key service velotide-keyd.")))
-        << app.describe();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Connected to Living Room"))) << app.describe();
-    EXPECT_EQ(app.stop(), 0) << app.describe();
-    EXPECT_TRUE(app.logged(QStringLiteral("volume keys not armed — input access missing")))
-        << app.describe();
-    EXPECT_FALSE(app.logged(QStringLiteral("volume keys armed")));
+    const auto app = startApp();
+    app->setVariable("DISPLAY", {});
+    app->setVariable("QT_QPA_PLATFORM", "offscreen");
+    app->start();
+    ASSERT_TRUE(app->waitFor("Input access needed — requesting")) << app->describe();
+    EXPECT_TRUE(app->waitForPrefix("The volume keys need the key service velotide-keyd."))
+        << app->describe();
+    ASSERT_TRUE(app->waitForPrefix("Connected to Living Room")) << app->describe();
+    EXPECT_EQ(app->stop(), 0) << app->describe();
+    EXPECT_TRUE(app->logged("volume keys not armed — input access missing")) << app->describe();
+    EXPECT_FALSE(app->logged("volume keys armed"));
 }
 
 TEST_F(EndToEnd, FirstRunPicksTheZoneOnTheOpticalCableAndTheDigitalOutput)
 {
-    AppProcess app(velotideProgram(), m_home.path());
-    app.start();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Starting Velotide "))) << app.describe();
-    EXPECT_TRUE(app.withPrefix(QStringLiteral("Starting Velotide "))
-                    .first()
-                    .endsWith(QStringLiteral(" for speaker '(not chosen)' (active on any output)")))
-        << app.describe();
-    ASSERT_TRUE(app.waitForPrefix(QStringLiteral("Auto-detected Living Room "))) << app.describe();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("Auto-detected trigger output: ") + digitalName))
-        << app.describe();
-    ASSERT_TRUE(app.waitFor(QStringLiteral("volume keys armed"))) << app.describe();
-    // The trigger and the host the speaker answered at are saved as they become known.
-    ASSERT_TRUE(spinUntil(
-        [&] {
-            const QJsonObject saved = savedSettings();
-            return saved.value(QStringLiteral("triggerOutput")).toString() == digitalName &&
-                   !saved.value(QStringLiteral("lastKnownHost")).toString().isEmpty();
-        },
-        5s))
+    const auto app = startApp(true);
+    app->start();
+    ASSERT_TRUE(app->waitForPrefix("Auto-detected Living Room ")) << app->describe();
+    ASSERT_TRUE(app->waitFor("Auto-detected trigger output: " + digitalName)) << app->describe();
+    ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
+    // The choices and the host the speaker answered at are saved as they become known.
+    const QJsonObject expected{
+        {"speaker", "Living Room"},  {"route", "optical"},           {"triggerOutput", digitalName},
+        {"triggerConfigured", true}, {"opticalOutput", digitalName}, {"airplayOutput", ""},
+        {"paused", false},           {"loginItemOffered", false},    {"lastKnownHost", livingRoom}};
+    EXPECT_TRUE(spinUntil([&] { return savedSettings() == expected; }, 5s))
         << QJsonDocument(savedSettings()).toJson().toStdString();
-    const QJsonObject saved = savedSettings();
-    EXPECT_EQ(saved.value(QStringLiteral("speaker")).toString(), QStringLiteral("Living Room"));
-    EXPECT_TRUE(saved.value(QStringLiteral("triggerConfigured")).toBool());
-    EXPECT_EQ(saved.value(QStringLiteral("lastKnownHost")).toString(), livingRoom);
 
-    ASSERT_TRUE(pressKey(QStringLiteral("XF86AudioLowerVolume")));
-    EXPECT_TRUE(waitForVolume(QStringLiteral("23")));
+    ASSERT_TRUE(pressKey("XF86AudioLowerVolume"));
+    EXPECT_TRUE(waitForVolume("23"));
 }
 
 } // namespace

@@ -15,15 +15,12 @@ TEST(PanelFix, NoFixHasNoButtonAndInputAccessIsExplained)
     EXPECT_FALSE(panelFixAction(PanelFix::openSoundSettings).explainInputAccess);
 }
 
-TEST(SettingsLink, DesktopFromItsNames)
+TEST(SettingsLink, DesktopFromItsNamesAndAHelpPageForEveryPane)
 {
     EXPECT_EQ(desktopFromXdgCurrentDesktop(QStringLiteral("ubuntu:GNOME")), Desktop::gnome);
     EXPECT_EQ(desktopFromXdgCurrentDesktop(QStringLiteral("KDE")), Desktop::kde);
     EXPECT_EQ(desktopFromXdgCurrentDesktop(QStringLiteral("GNOME-Flashback")), Desktop::other);
-}
 
-TEST(SettingsLink, InputAccessHasNoDesktopPageButEveryPaneHasItsOwnHelp)
-{
     // Input access is the key service's, which no desktop's settings know about.
     EXPECT_TRUE(settingsLink(SettingsPane::inputAccess, Desktop::gnome).program.isEmpty());
     QStringList sections;

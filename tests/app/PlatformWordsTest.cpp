@@ -1,11 +1,12 @@
 #include "support/PlatformWords.h"
 
 #include "app/KeyContext.h"
-#include "common/MarkingTranslator.h"
 
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -18,11 +19,8 @@ const QStringList foreignWords{
 
 bool namesForeignPlatform(const QString& text)
 {
-    for (const QString& word : foreignWords) {
-        if (text.contains(word))
-            return true;
-    }
-    return false;
+    return std::any_of(foreignWords.begin(), foreignWords.end(),
+                       [&](const QString& word) { return text.contains(word); });
 }
 
 int placeholderCount(const QString& text)
@@ -62,17 +60,6 @@ TEST(PlatformWords, NoTextOfTheDecisionNamesAnotherPlatform)
             EXPECT_FALSE(namesForeignPlatform(text)) << text.toStdString();
         }
     }
-}
-
-TEST(PlatformWords, ShownTextsGoThroughTheStringTable)
-{
-    {
-        const MarkingTranslator translator;
-        EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo).arg(QStringLiteral("HDMI")),
-                  QStringLiteral("«THIS COMPUTER'S AUDIO IS GOING TO HDMI»"));
-    }
-    EXPECT_EQ(uiText(PlatformText::computerAudioGoingTo),
-              QStringLiteral("This computer's audio is going to %1"));
 }
 
 } // namespace

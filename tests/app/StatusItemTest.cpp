@@ -17,7 +17,7 @@ QStringList menuTexts(const QMenu* menu)
     return texts;
 }
 
-TEST(StatusItem, ArmedAndDisarmedLookDifferentAndTheTooltipSaysWhy)
+TEST(StatusItem, ArmedAndDisarmedLookDifferentTheTooltipSaysWhyAndTheMenuCopiesDiagnostics)
 {
     StatusItem item;
     EXPECT_FALSE(item.isArmedLook());
@@ -40,11 +40,7 @@ TEST(StatusItem, ArmedAndDisarmedLookDifferentAndTheTooltipSaysWhy)
     EXPECT_NE(item.icon().cacheKey(), armed);
     item.setState(false, QString());
     EXPECT_EQ(item.toolTip(), QStringLiteral("Velotide"));
-}
 
-TEST(StatusItem, MenuOffersCopyDiagnosticsAboveQuit)
-{
-    StatusItem item;
     int copies = 0;
     QObject::connect(&item, &StatusItem::copyDiagnosticsRequested, [&copies] { ++copies; });
     EXPECT_EQ(menuTexts(item.menu()),

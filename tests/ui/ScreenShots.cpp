@@ -27,11 +27,15 @@ QColor blend(const QColor& top, double alpha, const QColor& bottom)
                   mix(top.blue(), bottom.blue()));
 }
 
-bool near(QRgb pixel, const QColor& expected, int tolerance)
+testing::AssertionResult near(QRgb pixel, const QColor& expected, int tolerance)
 {
-    return std::abs(qRed(pixel) - expected.red()) <= tolerance &&
-           std::abs(qGreen(pixel) - expected.green()) <= tolerance &&
-           std::abs(qBlue(pixel) - expected.blue()) <= tolerance;
+    if (std::abs(qRed(pixel) - expected.red()) <= tolerance &&
+        std::abs(qGreen(pixel) - expected.green()) <= tolerance &&
+        std::abs(qBlue(pixel) - expected.blue()) <= tolerance)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "rgb(" << qRed(pixel) << ", " << qGreen(pixel) << ", " << qBlue(pixel)
+           << ") is not near " << expected.name().toStdString();
 }
 
 int countNear(const QImage& image, int y, int x0, int x1, const QColor& expected, int tolerance)
@@ -46,32 +50,17 @@ int countNear(const QImage& image, int y, int x0, int x1, const QColor& expected
 
 double barWidth(const QImage& image, int y, int x0, int x1, const QColor& bar, const QColor& under)
 {
-    // Measure along the channel where the two colours differ most.
-    const int channels[3][2] = {
-        {bar.red(), under.red()}, {bar.green(), under.green()}, {bar.blue(), under.blue()}};
-    int best = 0;
-    for (int c = 1; c < 3; ++c) {
-        if (std::abs(channels[c][0] - channels[c][1]) >
-            std::abs(channels[best][0] - channels[best][1]))
-            best = c;
-    }
-    const double span = channels[best][0] - channels[best][1];
+    // Each pixel's colour projected onto the line from `under` to `bar`.
+    const double r = bar.red() - under.red(), g = bar.green() - under.green(),
+                 b = bar.blue() - under.blue();
     double width = 0;
     for (int x = x0; x <= x1; ++x) {
         const QRgb p = image.pixel(x, y);
-        const int value = best == 0 ? qRed(p) : best == 1 ? qGreen(p) : qBlue(p);
-        width += std::clamp((value - channels[best][1]) / span, 0.0, 1.0);
+        const double along = (qRed(p) - under.red()) * r + (qGreen(p) - under.green()) * g +
+                             (qBlue(p) - under.blue()) * b;
+        width += std::clamp(along / (r * r + g * g + b * b), 0.0, 1.0);
     }
     return width;
-}
-
-std::string describe(QRgb pixel)
-{
-    return QStringLiteral("rgb(%1, %2, %3)")
-        .arg(qRed(pixel))
-        .arg(qGreen(pixel))
-        .arg(qBlue(pixel))
-        .toStdString();
 }
 
 Backdrop::Backdrop(const QColor& color)

@@ -69,6 +69,7 @@ TEST_F(SymbolIconsTest, ShippedPicturesStandInWhenTheThemeHasNone)
     EXPECT_TRUE(icons.symbol("no.such.symbol").isNull());
 }
 
+// Which theme icon stands for which state is the code's own table; one shows the preference.
 TEST_F(SymbolIconsTest, PrefersTheDesktopThemesSymbolicIcons)
 {
     // Where a desktop session's platform theme looks; this test runs without one.
@@ -80,11 +81,6 @@ TEST_F(SymbolIconsTest, PrefersTheDesktopThemesSymbolicIcons)
     const SymbolIcons::Icon high = icons.symbol("speaker.wave.3.fill");
     EXPECT_EQ(high.icon.name(), "audio-volume-high-symbolic");
     EXPECT_TRUE(high.tintable);
-    EXPECT_EQ(icons.symbol("speaker.slash.fill").icon.name(), "audio-volume-muted-symbolic");
-    const QString unreachable = icons.symbol("speaker.badge.exclamationmark.fill").icon.name();
-    EXPECT_TRUE(unreachable == "audio-volume-muted-blocking-symbolic" ||
-                unreachable == "dialog-warning-symbolic")
-        << unreachable.toStdString();
 }
 
 } // namespace

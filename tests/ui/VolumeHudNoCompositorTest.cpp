@@ -1,7 +1,6 @@
 // The overlay on an X server without a compositor: nothing can be translucent there, so the
 // capsule is opaque and cut to shape; it turns translucent once a compositor starts.
 #include "ScreenShots.h"
-#include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "desktop/Compositor.h"
 #include "support/Log.h"
@@ -34,11 +33,9 @@ TEST(VolumeHudWithoutCompositor, DrawsAnOpaqueCapsuleUntilACompositorStarts)
     const QImage shot = grabScreen("hud-no-compositor-40");
     const QColor window = hud.panel()->palette().color(QPalette::Window);
     const QColor label = hud.panel()->palette().color(QPalette::WindowText);
-    EXPECT_TRUE(near(shot.pixel(capsuleX + 120, capsuleY + 6), window, 0))
-        << describe(shot.pixel(capsuleX + 120, capsuleY + 6));
+    EXPECT_TRUE(near(shot.pixel(inside), window, 0));
     EXPECT_TRUE(near(shot.pixel(capsuleX + 1, capsuleY + 1), backdrop.color(), 0))
-        << "the corner is cut away, not black: "
-        << describe(shot.pixel(capsuleX + 1, capsuleY + 1));
+        << "the corner is cut away, not black";
     EXPECT_TRUE(near(shot.pixel(capsuleX + 228, capsuleY + 36), backdrop.color(), 0));
     EXPECT_TRUE(near(shot.pixel(capsuleX + 2, capsuleY + 19), window, 0))
         << "the rounded end reaches the edge at mid-height";
@@ -55,13 +52,9 @@ TEST(VolumeHudWithoutCompositor, DrawsAnOpaqueCapsuleUntilACompositorStarts)
     ASSERT_TRUE(spinUntil([] { return isCompositorRunning(); }));
     hud.show(40, false, false, QString(), 60);
     EXPECT_EQ(hud.material(), HudMaterial::Translucent) << "re-checked when it comes back";
-    Log::flush();
-    EXPECT_TRUE(Log::tail(5).contains("HUD material: translucent (compositor is running)"));
     spinFor(std::chrono::milliseconds(250));
-    const QImage composited = grabScreen("hud-compositor-started-40");
-    EXPECT_TRUE(
-        near(composited.pixel(capsuleX + 120, capsuleY + 6), blend(window, 0.86, backdrop.color())))
-        << describe(composited.pixel(capsuleX + 120, capsuleY + 6));
+    EXPECT_TRUE(near(grabScreen("hud-compositor-started-40").pixel(inside),
+                     blend(window, 0.86, backdrop.color())));
 
     compositor.terminate();
     compositor.waitForFinished();
