@@ -16,9 +16,10 @@ class AudioDevice : public QObject {
     Q_OBJECT
 
 public:
-    // One output device: its identifier on the server, the name the user sees in the
-    // sound settings, and a short transport word ("spdif", "usb", "airplay", "bluetooth",
-    // "hdmi", "displayport", "thunderbolt", "aggregate", "virtual", "built-in", "other").
+    // One output device: its identifier on the server (0xffffffff for an output its card
+    // gives only under another profile), the name the user sees in the sound settings,
+    // and a short transport word ("spdif", "usb", "airplay", "bluetooth", "hdmi",
+    // "displayport", "thunderbolt", "aggregate", "virtual", "built-in", "other").
     struct Output {
         quint32 id = 0;
         QString name;
@@ -47,8 +48,9 @@ public:
     // The output that most likely feeds an external speaker, if any.
     std::optional<QString> detectTriggerOutput() const;
 
-    // Makes the first output of that exact name the default. Answers true once the server
-    // has accepted the change, false when no output has the name or the server refused.
+    // Makes the first output of that exact name the default, switching its card's profile
+    // first where it needs one. Answers true once the server has accepted the change, false
+    // when no output has the name or the server refused.
     virtual QFuture<bool> setDefaultOutput(const QString& name) = 0;
 
     // The guess behind detectTriggerOutput(): the default output when it is S/PDIF or USB

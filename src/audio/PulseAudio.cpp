@@ -6,11 +6,14 @@
 
 #include <algorithm>
 #include <pulse/pulseaudio.h>
+#include <vector>
 
 namespace {
 
 constexpr int firstRetryMs = 100;
 constexpr int longestRetryMs = 2000;
+// How long a card that changed profile has to bring up its new sink.
+constexpr int profileSinkWaitMs = 5000;
 
 QString propertyOf(const pa_proplist* properties, const char* key)
 {
@@ -80,27 +83,93 @@ QFuture<bool> PulseAudio::setDefaultOutput(const QString& name)
     pending->promise.start();
 
     pa_threaded_mainloop_lock(m_mainloop);
+    const bool ready = m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY;
     const auto sink = std::find_if(m_sinks.begin(), m_sinks.end(), [&](const auto& entry) {
         return entry.second.output.name == name;
     });
-    pa_operation* operation = nullptr;
-    if (sink != m_sinks.end() && m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY) {
-        const auto done = [](pa_context*, int success, void* data) {
-            auto* p = static_cast<PendingSwitch*>(data);
-            p->owner->finishSwitch(p, success != 0);
-        };
-        operation = pa_context_set_default_sink(m_context, sink->second.serverName.constData(),
-                                                done, pending.get());
+    if (ready && sink != m_sinks.end()) {
+        if (makeDefault(sink->second.serverName, pending.get()))
+            m_switches.push_back(std::move(pending));
+    } else if (ready) {
+        for (const auto& [index, inactiveOutputs] : m_cards) {
+            const auto target = std::find_if(inactiveOutputs.begin(), inactiveOutputs.end(),
+                                             [&](const auto& o) { return o.name == name; });
+            if (target != inactiveOutputs.end()) {
+                switchCardProfile(index, *target, pending);
+                break;
+            }
+        }
     }
-    if (operation) {
-        pa_operation_unref(operation);
-        m_switches.push_back(std::move(pending));
-    } else {
+    if (pending) {
         pending->promise.addResult(false);
         pending->promise.finish();
     }
     pa_threaded_mainloop_unlock(m_mainloop);
     return future;
+}
+
+bool PulseAudio::makeDefault(const QByteArray& sinkName, PendingSwitch* pending)
+{
+    const auto done = [](pa_context*, int success, void* data) {
+        auto* p = static_cast<PendingSwitch*>(data);
+        p->owner->finishSwitch(p, success != 0);
+    };
+    pa_operation* operation =
+        pa_context_set_default_sink(m_context, sinkName.constData(), done, pending);
+    if (!operation)
+        return false;
+    pa_operation_unref(operation);
+    return true;
+}
+
+// The card's new sink may show before or after the server confirms the profile (PipeWire
+// makes it a little later); whichever comes last makes it the default. The wait for it
+// starts with the confirmation, which the server always sends.
+void PulseAudio::switchCardProfile(quint32 card, const ProfileOutput& target,
+                                   std::unique_ptr<PendingSwitch>& pending)
+{
+    const auto done = [](pa_context*, int success, void* data) {
+        auto* p = static_cast<PendingSwitch*>(data);
+        if (success)
+            p->owner->defaultWhenShown(p, true);
+        else
+            p->owner->finishSwitch(p, false);
+    };
+    const QByteArray profile = target.profile.toUtf8();
+    pa_operation* operation = pa_context_set_card_profile_by_index(
+        m_context, card, profile.constData(), done, pending.get());
+    if (!operation)
+        return;
+    pa_operation_unref(operation);
+    pending->card = card;
+    pending->target = target;
+    m_switches.push_back(std::move(pending));
+}
+
+void PulseAudio::defaultWhenShown(PendingSwitch* pending, bool confirmed)
+{
+    if (!pending->card)
+        return;
+    const auto shown = std::find_if(m_sinks.begin(), m_sinks.end(), [&](const auto& entry) {
+        const Sink& sink = entry.second;
+        return sink.card == *pending->card && (sink.mapping == pending->target.mapping ||
+                                               sink.output.name == pending->target.name);
+    });
+    if (shown == m_sinks.end()) {
+        if (confirmed) {
+            const auto giveUp = [](pa_mainloop_api*, pa_time_event*, const timeval*, void* data) {
+                auto* p = static_cast<PendingSwitch*>(data);
+                p->owner->finishSwitch(p, false);
+            };
+            timeval when{};
+            pa_timeval_add(pa_gettimeofday(&when), pa_usec_t(profileSinkWaitMs) * PA_USEC_PER_MSEC);
+            pending->deadline = m_api->time_new(m_api, &when, giveUp, pending);
+        }
+        return;
+    }
+    pending->card.reset();
+    if (!makeDefault(shown->second.serverName, pending))
+        finishSwitch(pending, false);
 }
 
 void PulseAudio::connectToServer()
@@ -174,6 +243,7 @@ void PulseAudio::forgetServer()
 {
     m_sinks.clear();
     m_streams.clear();
+    m_cards.clear();
     m_defaultSinkName.clear();
     m_initialPending = 0;
     publish();
@@ -187,13 +257,14 @@ void PulseAudio::onReady()
         static_cast<PulseAudio*>(self)->onEvent(type, index);
     };
     pa_context_set_subscribe_callback(m_context, onEventCallback, this);
-    const auto mask = pa_subscription_mask_t(
-        PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SERVER);
+    const auto mask =
+        pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SINK_INPUT |
+                               PA_SUBSCRIPTION_MASK_SERVER | PA_SUBSCRIPTION_MASK_CARD);
     pa_operation_unref(pa_context_subscribe(m_context, mask, nullptr, nullptr));
 
-    // The first copy is published only once all three answers are in, so nobody sees a
+    // The first copy is published only once all four answers are in, so nobody sees a
     // list of sinks without its default in between.
-    m_initialPending = 3;
+    m_initialPending = 4;
     fetchServer(true);
     const auto onSink = [](pa_context*, const pa_sink_info* info, int eol, void* data) {
         auto* self = static_cast<PulseAudio*>(data);
@@ -211,6 +282,14 @@ void PulseAudio::onReady()
             self->storeStream(*info);
     };
     pa_operation_unref(pa_context_get_sink_input_info_list(m_context, onStream, this));
+    const auto onCard = [](pa_context*, const pa_card_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(true);
+        else
+            self->storeCard(*info);
+    };
+    pa_operation_unref(pa_context_get_card_info_list(m_context, onCard, this));
 }
 
 void PulseAudio::requestDone(bool initial)
@@ -240,6 +319,14 @@ void PulseAudio::onEvent(int type, quint32 index)
             requestDone(false);
         } else {
             fetchStream(index);
+        }
+        break;
+    case PA_SUBSCRIPTION_EVENT_CARD:
+        if (removed) {
+            m_cards.erase(index);
+            requestDone(false);
+        } else {
+            fetchCard(index);
         }
         break;
     case PA_SUBSCRIPTION_EVENT_SERVER:
@@ -274,6 +361,18 @@ void PulseAudio::fetchStream(quint32 index)
     pa_operation_unref(pa_context_get_sink_input_info(m_context, index, onStream, this));
 }
 
+void PulseAudio::fetchCard(quint32 index)
+{
+    const auto onCard = [](pa_context*, const pa_card_info* info, int eol, void* data) {
+        auto* self = static_cast<PulseAudio*>(data);
+        if (eol)
+            self->requestDone(false);
+        else
+            self->storeCard(*info);
+    };
+    pa_operation_unref(pa_context_get_card_info_by_index(m_context, index, onCard, this));
+}
+
 void PulseAudio::fetchServer(bool initial)
 {
     const auto onServer = [](pa_context*, const pa_server_info* info, void* data) {
@@ -298,6 +397,34 @@ void PulseAudio::storeSink(const pa_sink_info& info)
     sink.serverName = QByteArray(info.name ? info.name : "");
     sink.output = Output{info.index, QString::fromUtf8(info.description ? info.description : ""),
                          transportWord(factsOf(info))};
+    sink.card = info.card;
+    sink.mapping = propertyOf(info.proplist, "device.profile.name");
+    std::vector<PendingSwitch*> waiting;
+    for (const auto& pending : m_switches) {
+        if (pending->card == info.card)
+            waiting.push_back(pending.get());
+    }
+    for (PendingSwitch* pending : waiting)
+        defaultWhenShown(pending, false);
+}
+
+void PulseAudio::storeCard(const pa_card_info& info)
+{
+    CardFacts facts;
+    for (const char* key : {"device.description", "device.api", "device.bus", "device.class"}) {
+        const QString value = propertyOf(info.proplist, key);
+        if (!value.isNull())
+            facts.properties.insert(QString::fromLatin1(key), value);
+    }
+    if (info.active_profile2 && info.active_profile2->name)
+        facts.activeProfile = QString::fromUtf8(info.active_profile2->name);
+    for (quint32 i = 0; i < info.n_profiles && info.profiles2; ++i) {
+        const pa_card_profile_info2& p = *info.profiles2[i];
+        facts.profiles.append({QString::fromUtf8(p.name ? p.name : ""),
+                               QString::fromUtf8(p.description ? p.description : ""), p.n_sinks,
+                               p.priority, p.available != 0});
+    }
+    m_cards[info.index] = inactiveSpdifOutputs(facts);
 }
 
 void PulseAudio::storeStream(const pa_sink_input_info& info)
@@ -316,6 +443,8 @@ void PulseAudio::finishSwitch(PendingSwitch* pending, bool accepted)
                                  [&](const auto& p) { return p.get() == pending; });
     if (it == m_switches.end())
         return;
+    if ((*it)->deadline)
+        m_api->time_free((*it)->deadline);
     (*it)->promise.addResult(accepted);
     (*it)->promise.finish();
     m_switches.erase(it);
@@ -324,6 +453,8 @@ void PulseAudio::finishSwitch(PendingSwitch* pending, bool accepted)
 void PulseAudio::failPendingSwitches()
 {
     for (auto& pending : m_switches) {
+        if (pending->deadline)
+            m_api->time_free(pending->deadline);
         pending->promise.addResult(false);
         pending->promise.finish();
     }
@@ -339,6 +470,16 @@ void PulseAudio::publish()
         if (!next.defaultOutputName && !m_defaultSinkName.isEmpty() &&
             sink.serverName == m_defaultSinkName)
             next.defaultOutputName = sink.output.name;
+    }
+    for (const auto& [index, inactiveOutputs] : m_cards) {
+        for (const ProfileOutput& inactive : inactiveOutputs) {
+            const bool shown =
+                std::any_of(next.outputs.begin(), next.outputs.end(),
+                            [&](const Output& o) { return o.name == inactive.name; });
+            if (!shown)
+                next.outputs.append(
+                    Output{PA_INVALID_INDEX, inactive.name, QStringLiteral("spdif")});
+        }
     }
     for (const auto& [index, stream] : m_streams) {
         if (!stream.corked && !stream.application.isEmpty() &&

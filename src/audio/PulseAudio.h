@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AudioDevice.h"
+#include "audio/CardProfiles.h"
 #include "support/LockedBox.h"
 
 #include <QPromise>
@@ -10,6 +11,7 @@
 #include <map>
 #include <memory>
 
+struct pa_card_info;
 struct pa_context;
 struct pa_sink_info;
 struct pa_sink_input_info;
@@ -19,10 +21,13 @@ struct pa_time_event;
 struct pa_mainloop_api;
 
 // The audio outputs of a PulseAudio server (or PipeWire's PulseAudio service). A thread
-// of libpulse's own follows the server's sinks, default sink and playing streams through
-// its change subscription and publishes a copy after every change; the reads answer that
-// copy. When the server is missing or goes away, the copy is empty and the backend keeps
-// reconnecting (after 0.1 s, doubling up to 2 s) until it is back.
+// of libpulse's own follows the server's sinks, cards, default sink and playing streams
+// through its change subscription and publishes a copy after every change; the reads answer
+// that copy. After the sinks come the S/PDIF outputs that a card has only under a profile
+// it is not running (id 0xffffffff: no sink yet), named as their sinks will be; making
+// one the default switches the card to that profile first. When the server is missing or goes away,
+// the copy is empty and the backend keeps reconnecting (after 0.1 s, doubling up to 2 s) until it
+// is back.
 class PulseAudio final : public AudioDevice {
     Q_OBJECT
 
@@ -39,6 +44,8 @@ private:
     struct Sink {
         QByteArray serverName; // the sink's name on the server, which the default names
         Output output;
+        quint32 card = 0xffffffff;
+        QString mapping; // the card's output mapping it plays through
     };
     struct Stream {
         QString application;
@@ -47,6 +54,11 @@ private:
     struct PendingSwitch {
         PulseAudio* owner = nullptr;
         QPromise<bool> promise;
+        // While a card changes profile: the sink to make the default once it shows, and
+        // when to give up waiting for it.
+        std::optional<quint32> card;
+        ProfileOutput target;
+        pa_time_event* deadline = nullptr;
     };
 
     // Everything below runs on libpulse's thread, or with its lock held.
@@ -60,7 +72,13 @@ private:
     void storeSink(const pa_sink_info& info);
     void storeStream(const pa_sink_input_info& info);
     void storeServer(const pa_server_info& info);
+    void storeCard(const pa_card_info& info);
     void fetchSink(quint32 index);
+    void fetchCard(quint32 index);
+    void switchCardProfile(quint32 card, const ProfileOutput& target,
+                           std::unique_ptr<PendingSwitch>& pending);
+    void defaultWhenShown(PendingSwitch* pending, bool confirmed);
+    bool makeDefault(const QByteArray& sinkName, PendingSwitch* pending);
     void fetchStream(quint32 index);
     void fetchServer(bool initial);
     void onEvent(int type, quint32 index);
@@ -81,6 +99,7 @@ private:
     int m_initialPending = 0;
     std::map<quint32, Sink> m_sinks;
     std::map<quint32, Stream> m_streams;
+    std::map<quint32, QList<ProfileOutput>> m_cards; // each card's S/PDIF outputs not active
     QByteArray m_defaultSinkName;
     std::list<std::unique_ptr<PendingSwitch>> m_switches;
     State m_published;

@@ -1,7 +1,5 @@
-// The start-up rules that need no speakers: the first run's pick of the optically wired zone,
-// and the network watch's first report.
+// The start-up rule that needs no speakers: the first run's pick of the optically wired zone.
 #include "app/OpticalZonePick.h"
-#include "desktop/NetworkWatch.h"
 
 #include <gtest/gtest.h>
 
@@ -31,22 +29,6 @@ TEST(OpticalZonePick, InOrderOfLikelihood)
                                zone("Patio", true, false)}),
               QStringLiteral("Kitchen"));
     EXPECT_EQ(pickOpticalZone({zone("Office", false, false)}), std::nullopt);
-}
-
-TEST(NetworkWatch, FirstUsableReportIsNoChangeLaterOnesAreOneEach)
-{
-    int changes = 0;
-    NetworkWatch watch;
-    QObject::connect(&watch, &NetworkWatch::changed, [&changes] { ++changes; });
-    watch.report(false);
-    watch.report(true);
-    EXPECT_EQ(changes, 0);
-    watch.report(false);
-    EXPECT_EQ(changes, 0);
-    watch.report(true);
-    EXPECT_EQ(changes, 1);
-    watch.report(true);
-    EXPECT_EQ(changes, 2);
 }
 
 } // namespace

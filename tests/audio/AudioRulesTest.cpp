@@ -1,4 +1,5 @@
 #include "audio/AudioDevice.h"
+#include "audio/CardProfiles.h"
 #include "audio/SinkTransport.h"
 #include "common/QtPrinters.h"
 
@@ -111,6 +112,42 @@ TEST(DetectTriggerOutputTest, PrefersTheCurrentExternalOutputThenSpdifThenUsb)
     };
     for (const DetectCase& c : cases)
         EXPECT_EQ(AudioDevice::detectTriggerOutput(c.outputs, c.defaultName), c.expected) << c.what;
+}
+
+// An onboard card as PulseAudio describes it, running its analog profile.
+CardFacts onboardCard(const char* bus, const char* activeProfile)
+{
+    return {{{"device.description", "Built-in Audio"}, {"device.bus", bus}, {"device.api", "alsa"}},
+            activeProfile,
+            {{"output:analog-stereo+input:analog-stereo", "Analog Stereo Duplex", 1, 6565},
+             {"output:iec958-ac3-surround-51+input:analog-stereo",
+              "Digital Surround 5.1 (IEC958/AC3) Output + Analog Stereo Input", 1, 265},
+             {"output:iec958-stereo", "Digital Stereo (IEC958) Output", 1, 5500},
+             {"output:iec958-stereo+input:analog-stereo",
+              "Digital Stereo (IEC958) Output + Analog Stereo Input", 1, 5565},
+             {"output:iec958-stereo+input:iec958-stereo", "Digital Stereo Duplex (IEC958)", 1, 5600,
+              false},
+             {"output:hdmi-stereo", "Digital Stereo (HDMI) Output", 1, 5900},
+             {"input:iec958-stereo", "Digital Stereo (IEC958) Input", 0, 60},
+             {"off", "Off", 0, 0}}};
+}
+
+TEST(CardProfilesTest, InactiveSpdifProfilesBecomeOutputsNamedAsTheirSinks)
+{
+    EXPECT_EQ(inactiveSpdifOutputs(onboardCard("pci", "output:analog-stereo+input:analog-stereo")),
+              (QList<ProfileOutput>{{"output:iec958-stereo+input:analog-stereo", "iec958-stereo",
+                                     "Built-in Audio Digital Stereo (IEC958)"},
+                                    {"output:iec958-ac3-surround-51+input:analog-stereo",
+                                     "iec958-ac3-surround-51",
+                                     "Built-in Audio Digital Surround 5.1 (IEC958/AC3)"}}))
+        << "the most preferred available profile of each mapping, stereo first; no HDMI";
+    EXPECT_EQ(inactiveSpdifOutputs(onboardCard("pci", "output:iec958-stereo")),
+              (QList<ProfileOutput>{{"output:iec958-ac3-surround-51+input:analog-stereo",
+                                     "iec958-ac3-surround-51",
+                                     "Built-in Audio Digital Surround 5.1 (IEC958/AC3)"}}))
+        << "the active mapping has its sink already";
+    EXPECT_TRUE(inactiveSpdifOutputs(onboardCard("usb", "off")).isEmpty())
+        << "a USB interface's optical output is a USB output, as its sink would be";
 }
 
 } // namespace
