@@ -20,6 +20,15 @@ inline input_event event(unsigned type, unsigned code, int value)
     return e;
 }
 
+// Key events, each in a frame of its own as a keyboard sends them.
+inline std::vector<input_event> keyFrames(std::initializer_list<std::pair<unsigned, int>> keys)
+{
+    std::vector<input_event> out;
+    for (auto [code, value] : keys)
+        out.insert(out.end(), {event(EV_KEY, code, value), event(EV_SYN, SYN_REPORT, 0)});
+    return out;
+}
+
 // Events without their time stamps, for comparing.
 using Triple = std::tuple<int, int, int>;
 inline std::vector<Triple> triples(const std::vector<input_event>& events)
