@@ -23,6 +23,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(window.showFocused());
+        recorder.armedAnswer = true;
         tap = EventTap::create(recorder.callbacks(),
                                EventTap::Options{QStringLiteral("/nonexistent")});
         ASSERT_EQ(tap->backendName(), QStringLiteral("X11"));
@@ -38,7 +39,6 @@ protected:
 
 TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndOnlyShiftChangesThem)
 {
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
     EXPECT_EQ(log.count(QStringLiteral("Volume keys now control the Sonos")), 1);
@@ -64,7 +64,6 @@ TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndOnlyShiftChangesThem)
 
 TEST_F(X11TapTest, aHeldKeyRepeatsAndItsReleaseFollowsItsFirstPress)
 {
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
 
     // Held longer than the auto-repeat delay, the key repeats.
@@ -103,7 +102,6 @@ TEST_F(X11TapTest, aKeyGrabbedByAnotherProgramLeavesTheTapInactiveUntilItIsFree)
 {
     auto desktop = x11_session::grabKeyElsewhere("XF86AudioMute");
     ASSERT_TRUE(desktop);
-    recorder.armedAnswer = true;
 
     EXPECT_FALSE(tap->install());
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
@@ -127,20 +125,8 @@ TEST_F(X11TapTest, aKeyGrabbedByAnotherProgramLeavesTheTapInactiveUntilItIsFree)
     EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::mute, false, false}}));
 }
 
-TEST_F(X11TapTest, teardownGivesTheKeysBack)
+TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodesUntilTeardown)
 {
-    recorder.armedAnswer = true;
-    ASSERT_TRUE(tap->install());
-    tap->teardown();
-    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
-    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
-    EXPECT_TRUE(recorder.keys.empty());
-}
-
-TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
-{
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
     const auto moved = x11_session::moveKeysym("XF86AudioRaiseVolume", 200);
     ASSERT_TRUE(moved);
@@ -151,6 +137,13 @@ TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
     EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
     EXPECT_EQ(windowSaw(Qt::Key_VolumeUp), 0);
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
+
+    // Teardown gives the keys back.
+    tap->teardown();
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
+    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
+    EXPECT_EQ(recorder.keys.size(), 1u);
 }
 
 TEST(X11TapChoice, aWaylandSessionGetsNoGrabThroughXWayland)
