@@ -300,8 +300,6 @@ public:
         return r;
     }
 
-    std::size_t pending() const { return m_bytes.size() - m_start; }
-
 private:
     std::vector<std::uint8_t> m_bytes;
     std::size_t m_start = 0;

@@ -89,15 +89,4 @@ TEST_F(KeydClientLink, aClientThatStopsReadingIsDropped)
     close(client);
 }
 
-TEST_F(KeydClientLink, aSecondServiceLeavesTheFirstOnesSocketAlone)
-{
-    auto second = ClientLink::listen(socketPath(), dir + "/seat0");
-    ASSERT_FALSE(second);
-    EXPECT_EQ(second.error().message, "another instance is already running on " + socketPath());
-    close(connectClient()); // the first still answers on its socket
-
-    link.reset();
-    EXPECT_TRUE(ClientLink::listen(socketPath(), dir + "/seat0")) << "the lock went with it";
-}
-
 } // namespace

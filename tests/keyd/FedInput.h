@@ -11,13 +11,18 @@
 
 namespace fed {
 
-inline input_event event(unsigned type, unsigned code, int value)
+inline input_event event(unsigned short type, unsigned short code, int value)
 {
-    input_event e{};
-    e.type = static_cast<unsigned short>(type);
-    e.code = static_cast<unsigned short>(code);
-    e.value = value;
-    return e;
+    return input_event{{}, type, code, value};
+}
+
+// Key events, each in a frame of its own as a keyboard sends them.
+inline std::vector<input_event> keyFrames(std::initializer_list<std::pair<unsigned, int>> keys)
+{
+    std::vector<input_event> out;
+    for (auto [code, value] : keys)
+        out.insert(out.end(), {event(EV_KEY, code, value), event(EV_SYN, SYN_REPORT, 0)});
+    return out;
 }
 
 // Events without their time stamps, for comparing.
@@ -40,7 +45,7 @@ struct Hardware {
     bool failRead = false;
     std::vector<input_event> requests;    // LED and sound requests handed to the device
     std::vector<input_event> cloneFrames; // everything written to its clone
-    std::vector<input_event> toClone;     // what the desktop writes to the clone
+    std::deque<input_event> toClone;      // what the desktop writes to the clone
     bool cloned = false;
 
     // A key event and its SYN_REPORT, as a keyboard sends them.
@@ -82,7 +87,7 @@ public:
         if (m_hw.toClone.empty())
             return std::optional<input_event>();
         const input_event e = m_hw.toClone.front();
-        m_hw.toClone.erase(m_hw.toClone.begin());
+        m_hw.toClone.pop_front();
         return std::optional<input_event>(e);
     }
     int fd() const override { return -1; }

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 using namespace keyd;
-using fed::Triple;
+using fed::keyFrames;
 using fed::triples;
 
 namespace {
@@ -18,17 +18,6 @@ input_event key(unsigned short code, int value)
 input_event syn()
 {
     return fed::event(EV_SYN, SYN_REPORT, 0);
-}
-
-// Key events as they come out, each in a frame of its own.
-std::vector<Triple> frames(std::initializer_list<std::pair<int, int>> keys)
-{
-    std::vector<Triple> out;
-    for (auto [code, value] : keys) {
-        out.emplace_back(EV_KEY, code, value);
-        out.emplace_back(EV_SYN, SYN_REPORT, 0);
-    }
-    return out;
 }
 
 // A grabbed device fed one frame at a time, with the arming of the moment.
@@ -44,7 +33,7 @@ struct Rig {
 
     Rig() { router.setGrabbed(true); }
 
-    void feed(std::vector<input_event> frame)
+    void feed(const std::vector<input_event>& frame)
     {
         RouteContext context{armed, wantsButtons, [this] {
                                  ++shiftAsked;
@@ -63,70 +52,59 @@ struct Rig {
 
 TEST(KeydRouter, everyPressFollowsTheDecisionTakenAtItsKeyDown)
 {
-    struct Step {
-        bool armed;
-        std::vector<input_event> frame;
-    };
     struct Scenario {
         const char* what;
-        std::vector<Step> steps;
-        std::vector<Triple> passed;
+        std::vector<std::pair<bool, std::vector<input_event>>> steps; // (armed, frames)
+        std::vector<input_event> passed;
         std::vector<KeyReport> reports;
     };
-    const auto tap = [](unsigned short code, int value) {
-        return std::vector<input_event>{key(code, value), syn()};
-    };
-    const Triple report{EV_SYN, SYN_REPORT, 0};
+    const input_event scan = fed::event(EV_MSC, MSC_SCAN, 7);
     const Scenario scenarios[] = {
         {"armed: the whole press vanishes, the scan codes beside it stay, key-downs are reported",
-         {{true, tap(KEY_VOLUMEDOWN, 1)},
-          {true, tap(KEY_VOLUMEDOWN, 2)},
-          {true, tap(KEY_VOLUMEDOWN, 2)},
-          {true, tap(KEY_VOLUMEDOWN, 0)},
-          {true, {fed::event(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 1), syn()}},
-          {true, {fed::event(EV_MSC, MSC_SCAN, 7), key(KEY_MUTE, 0), syn()}}},
-         {{EV_MSC, MSC_SCAN, 7}, report, {EV_MSC, MSC_SCAN, 7}, report},
+         {{true, keyFrames({{KEY_VOLUMEDOWN, 1},
+                            {KEY_VOLUMEDOWN, 2},
+                            {KEY_VOLUMEDOWN, 2},
+                            {KEY_VOLUMEDOWN, 0}})},
+          {true, {scan, key(KEY_MUTE, 1), syn(), scan, key(KEY_MUTE, 0), syn()}}},
+         {scan, syn(), scan, syn()},
          {{MediaKey::soundDown, false, false},
           {MediaKey::soundDown, false, true},
           {MediaKey::soundDown, false, true},
           {MediaKey::mute, false, false}}},
         {"pressed disarmed, armed mid-press: the repeat and the release reach the desktop",
-         {{false, tap(KEY_VOLUMEUP, 1)},
-          {true, tap(KEY_VOLUMEUP, 2)},
-          {true, tap(KEY_VOLUMEUP, 0)}},
-         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 2}, {KEY_VOLUMEUP, 0}}),
+         {{false, keyFrames({{KEY_VOLUMEUP, 1}})},
+          {true, keyFrames({{KEY_VOLUMEUP, 2}, {KEY_VOLUMEUP, 0}})}},
+         keyFrames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 2}, {KEY_VOLUMEUP, 0}}),
          {}},
         {"pressed armed, disarmed mid-press (the client left): the rest stays swallowed, and the "
          "next press is decided afresh",
-         {{true, tap(KEY_MUTE, 1)},
-          {false, tap(KEY_MUTE, 2)},
-          {false, tap(KEY_MUTE, 0)},
-          {false, {key(KEY_MUTE, 1), syn(), key(KEY_MUTE, 0), syn()}}},
-         frames({{KEY_MUTE, 1}, {KEY_MUTE, 0}}),
+         {{true, keyFrames({{KEY_MUTE, 1}})},
+          {false, keyFrames({{KEY_MUTE, 2}, {KEY_MUTE, 0}})},
+          {false, keyFrames({{KEY_MUTE, 1}, {KEY_MUTE, 0}})}},
+         keyFrames({{KEY_MUTE, 1}, {KEY_MUTE, 0}}),
          {{MediaKey::mute, false, false}}},
         // A resync after dropped events can repeat the key-down of a key already down.
         // Deciding it afresh would swallow the release of a press the desktop saw begin.
         {"a second key-down of a held key keeps the first decision",
-         {{false, tap(KEY_VOLUMEUP, 1)},
-          {true, tap(KEY_VOLUMEUP, 1)},
-          {true, tap(KEY_VOLUMEUP, 0)}},
-         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
+         {{false, keyFrames({{KEY_VOLUMEUP, 1}})},
+          {true, keyFrames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}})}},
+         keyFrames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
          {}},
         {"each volume key keeps its own decision",
-         {{false, tap(KEY_VOLUMEUP, 1)},
-          {true, tap(KEY_VOLUMEDOWN, 1)},
+         {{false, keyFrames({{KEY_VOLUMEUP, 1}})},
+          {true, keyFrames({{KEY_VOLUMEDOWN, 1}})},
           {false, {key(KEY_VOLUMEUP, 0), key(KEY_VOLUMEDOWN, 0), syn()}}},
-         frames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
+         keyFrames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}),
          {{MediaKey::soundDown, false, false}}},
     };
     for (const Scenario& scenario : scenarios) {
         SCOPED_TRACE(scenario.what);
         Rig rig;
-        for (const Step& step : scenario.steps) {
-            rig.armed = step.armed;
-            rig.feed(step.frame);
+        for (const auto& [armed, frames] : scenario.steps) {
+            rig.armed = armed;
+            rig.feed(frames);
         }
-        EXPECT_EQ(triples(rig.written), scenario.passed);
+        EXPECT_EQ(triples(rig.written), triples(scenario.passed));
         EXPECT_EQ(rig.reports, scenario.reports);
     }
 }
@@ -136,18 +114,18 @@ TEST(KeydRouter, fineComesFromTheShiftAnswerOfTheMoment)
     Rig rig;
     rig.armed = true;
     rig.shift = true; // held on this or any other keyboard: the service asks them all
-    rig.feed({key(KEY_VOLUMEUP, 1), syn(), key(KEY_VOLUMEUP, 0), syn()});
+    rig.feed(keyFrames({{KEY_VOLUMEUP, 1}, {KEY_VOLUMEUP, 0}}));
     rig.shift = false;
-    rig.feed({key(KEY_VOLUMEUP, 1), syn()});
+    rig.feed(keyFrames({{KEY_VOLUMEUP, 1}}));
     rig.shift = true;
-    rig.feed({key(KEY_VOLUMEUP, 2), syn()});
+    rig.feed(keyFrames({{KEY_VOLUMEUP, 2}}));
     EXPECT_EQ(rig.reports, (std::vector<KeyReport>{{MediaKey::soundUp, true, false},
                                                    {MediaKey::soundUp, false, false},
                                                    {MediaKey::soundUp, true, true}}));
     EXPECT_EQ(rig.shiftAsked, 3) << "asked only for a swallowed key-down or repeat";
     // Shift itself is an ordinary key and passes.
     rig.written.clear();
-    rig.feed({key(KEY_LEFTSHIFT, 1), syn()});
+    rig.feed(keyFrames({{KEY_LEFTSHIFT, 1}}));
     EXPECT_EQ(triples(rig.written).size(), 2u);
 }
 
@@ -156,35 +134,31 @@ TEST(KeydRouter, neutralOnlyWhenEveryKeyIsUpAfterACompleteFrame)
     KeyRouter router;
     RouteContext context;
     RouteOutput out;
+    const auto neutralAfter = [&](const std::vector<input_event>& events) {
+        for (const input_event& e : events)
+            router.route(e, context, out);
+        return router.isNeutral();
+    };
     EXPECT_TRUE(router.isNeutral());
-    router.route(key(KEY_A, 1), context, out);
-    router.route(syn(), context, out);
-    EXPECT_FALSE(router.isNeutral());
-    router.route(key(KEY_A, 0), context, out);
-    router.route(syn(), context, out);
-    EXPECT_TRUE(router.isNeutral());
-    router.route(key(BTN_LEFT, 1), context, out);
-    EXPECT_FALSE(router.isNeutral());
-    router.route(key(BTN_LEFT, 0), context, out);
-    EXPECT_TRUE(router.isNeutral());
-    // Not grabbed: the desktop reads the device itself, nothing is written.
-    EXPECT_TRUE(out.frame.empty());
+    EXPECT_FALSE(neutralAfter(keyFrames({{KEY_A, 1}})));
+    EXPECT_TRUE(neutralAfter(keyFrames({{KEY_A, 0}})));
+    EXPECT_FALSE(neutralAfter({key(BTN_LEFT, 1)}));
+    EXPECT_TRUE(neutralAfter({key(BTN_LEFT, 0)}));
+    EXPECT_TRUE(out.frame.empty()) << "not grabbed: the desktop reads the device itself";
 
     router.setGrabbed(true);
-    router.route(key(KEY_B, 1), context, out);
-    router.route(key(KEY_B, 0), context, out);
-    EXPECT_FALSE(router.isNeutral()) << "a frame still open is not a resting state";
-    router.route(syn(), context, out);
-    EXPECT_TRUE(router.isNeutral());
+    EXPECT_FALSE(neutralAfter({key(KEY_B, 1), key(KEY_B, 0)}))
+        << "a frame still open is not a resting state";
+    EXPECT_TRUE(neutralAfter({syn()}));
 }
 
 TEST(KeydRouter, pointerButtonPressesAreReportedOnlyWhenWanted)
 {
     Rig rig;
-    rig.feed({key(BTN_LEFT, 1), syn(), key(BTN_LEFT, 0), syn()});
+    rig.feed(keyFrames({{BTN_LEFT, 1}, {BTN_LEFT, 0}}));
     EXPECT_TRUE(rig.buttons.empty());
     rig.wantsButtons = true;
-    rig.feed({key(BTN_RIGHT, 1), syn(), key(BTN_RIGHT, 0), syn(), key(KEY_A, 1), syn()});
+    rig.feed(keyFrames({{BTN_RIGHT, 1}, {BTN_RIGHT, 0}, {KEY_A, 1}}));
     EXPECT_EQ(rig.buttons, (std::vector<PointerButton>{{BTN_RIGHT}}));
     EXPECT_EQ(triples(rig.written).size(), 10u) << "buttons still pass to the desktop";
 }

@@ -34,32 +34,3 @@ TEST(KeydProtocol, malformedAndUnknownRecordsDecodeToNothing)
     EXPECT_FALSE(decodeClientMessage(Record{0x01, 2, 0, 0, 0, 0, 0, 0}));
     EXPECT_FALSE(decodeClientMessage(encode(Health{1})));
 }
-
-TEST(KeydProtocol, recordBufferReassemblesPartialReads)
-{
-    std::vector<std::uint8_t> stream;
-    for (int i = 0; i < 50; ++i) {
-        Record r = encode(Health{static_cast<std::uint16_t>(i)});
-        stream.insert(stream.end(), r.begin(), r.end());
-    }
-    RecordBuffer buffer;
-    std::vector<int> seen;
-    std::size_t at = 0;
-    std::size_t chunk = 1;
-    while (at < stream.size()) {
-        std::size_t n = std::min(chunk, stream.size() - at);
-        buffer.append(std::span(stream).subspan(at, n));
-        at += n;
-        chunk = chunk % 13 + 1; // chunks of 1..13 bytes, never aligned for long
-        while (auto r = buffer.take())
-            seen.push_back(std::get<Health>(*decodeServiceMessage(*r)).devicesGrabbed);
-    }
-    ASSERT_EQ(seen.size(), 50u);
-    for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
-    EXPECT_EQ(buffer.pending(), 0u);
-
-    buffer.append(std::span(stream).first(5));
-    EXPECT_FALSE(buffer.take());
-    EXPECT_EQ(buffer.pending(), 5u);
-}

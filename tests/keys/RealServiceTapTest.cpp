@@ -43,6 +43,13 @@ TEST(RealServiceTap, talksWithTheRealServiceThroughItsWholeLife)
     ASSERT_TRUE(spinUntil([&] { return first.armedAsked > 0; }));
     EXPECT_TRUE(first.lastHealth().first);
 
+    // A second service on the same socket fails to start, so that systemd sees the failure, and
+    // leaves the first one's socket alone.
+    QProcess again;
+    again.start(qEnvironmentVariable("VELOTIDE_KEYD"), arguments);
+    ASSERT_TRUE(again.waitForFinished(10000));
+    EXPECT_EQ(again.exitCode(), 1);
+
     // One client at a time: a second one is turned away, and trusted all the same.
     TapRecorder second;
     auto other = EventTap::create(second.callbacks(), EventTap::Options{socket});
@@ -52,12 +59,6 @@ TEST(RealServiceTap, talksWithTheRealServiceThroughItsWholeLife)
                                         "connected) — keys stay with the desktop")) == 1;
     }));
     EXPECT_EQ(second.lastHealth(), std::pair(true, false));
-
-    // A second service on the same socket fails to start, so that systemd sees the failure.
-    QProcess again;
-    again.start(qEnvironmentVariable("VELOTIDE_KEYD"), arguments);
-    ASSERT_TRUE(again.waitForFinished(10000));
-    EXPECT_EQ(again.exitCode(), 1);
 
     // The service stops (its socket goes with it): input access is gone.
     service.terminate();

@@ -10,10 +10,10 @@
 
 namespace x11_session {
 
-bool xdotool(const QStringList& arguments)
+bool xdotool(const QString& words)
 {
     QProcess process;
-    process.start(QStringLiteral("xdotool"), arguments);
+    process.start(QStringLiteral("xdotool"), words.split(u' '));
     const bool ended = testing_support::spinUntil(
         [&] { return process.state() == QProcess::NotRunning; }, std::chrono::seconds(10));
     return ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
@@ -83,7 +83,7 @@ bool FocusedWindow::showFocused()
 bool FocusedWindow::settle()
 {
     const int before = releases(Qt::Key_A);
-    if (!xdotool({QStringLiteral("key"), QStringLiteral("a")}) ||
+    if (!xdotool(QStringLiteral("key a")) ||
         !testing_support::spinUntil([&] { return releases(Qt::Key_A) > before; }))
         return false;
     testing_support::spinFor(std::chrono::milliseconds(30));

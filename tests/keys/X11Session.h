@@ -11,9 +11,10 @@
 // What a test under the private X server needs around the code under test.
 namespace x11_session {
 
-// Runs xdotool (input goes in through XTEST, as from a real keyboard) while the event loop
-// keeps turning, so that a tap holding the keyboard frozen can answer.
-bool xdotool(const QStringList& arguments);
+// Runs xdotool with these space-separated words (input goes in through XTEST, as from a real
+// keyboard) while the event loop keeps turning, so that a tap holding the keyboard frozen can
+// answer.
+bool xdotool(const QString& words);
 
 // Another X client grabbing one key on the root window, as a desktop would, until the handle
 // goes; null when it could not.

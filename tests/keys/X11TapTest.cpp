@@ -14,15 +14,12 @@ using MediaKey = EventTap::MediaKey;
 
 namespace {
 
-const QString up = QStringLiteral("XF86AudioRaiseVolume");
-const QString down = QStringLiteral("XF86AudioLowerVolume");
-const QString mute = QStringLiteral("XF86AudioMute");
-
 class X11TapTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
         ASSERT_TRUE(window.showFocused());
+        recorder.armedAnswer = true;
         tap = EventTap::create(recorder.callbacks(),
                                EventTap::Options{QStringLiteral("/nonexistent")});
         ASSERT_EQ(tap->backendName(), QStringLiteral("X11"));
@@ -38,17 +35,15 @@ protected:
 
 TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndOnlyShiftChangesThem)
 {
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
     EXPECT_EQ(log.count(QStringLiteral("Volume keys now control the Sonos")), 1);
 
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("shift+") + up,
-                         QStringLiteral("ctrl+") + down, QStringLiteral("alt+") + mute}));
+    ASSERT_TRUE(xdotool(QStringLiteral(
+        "key shift+XF86AudioRaiseVolume ctrl+XF86AudioLowerVolume alt+XF86AudioMute")));
     // With Caps Lock and Num Lock on, the keys are still ours.
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), QStringLiteral("Caps_Lock"),
-                         QStringLiteral("Num_Lock"), up, QStringLiteral("shift+") + down,
-                         QStringLiteral("Caps_Lock"), QStringLiteral("Num_Lock")}));
+    ASSERT_TRUE(xdotool(QStringLiteral("key Caps_Lock Num_Lock XF86AudioRaiseVolume "
+                                       "shift+XF86AudioLowerVolume Caps_Lock Num_Lock")));
     ASSERT_TRUE(window.settle());
 
     const std::vector<Key> expected{{MediaKey::soundUp, true, false},
@@ -64,13 +59,11 @@ TEST_F(X11TapTest, armedKeysAreReportedOnceEachAndOnlyShiftChangesThem)
 
 TEST_F(X11TapTest, aHeldKeyRepeatsAndItsReleaseFollowsItsFirstPress)
 {
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
 
     // Held longer than the auto-repeat delay, the key repeats.
-    ASSERT_TRUE(
-        xdotool({QStringLiteral("keydown"), down, QStringLiteral("sleep"), QStringLiteral("0.9"),
-                 QStringLiteral("keyup"), down, QStringLiteral("key"), down}));
+    ASSERT_TRUE(xdotool(QStringLiteral("keydown XF86AudioLowerVolume sleep 0.9 "
+                                       "keyup XF86AudioLowerVolume key XF86AudioLowerVolume")));
     ASSERT_TRUE(window.settle());
     ASSERT_GE(recorder.keys.size(), 3u);
     EXPECT_EQ(recorder.keys.front(), (Key{MediaKey::soundDown, false, false}));
@@ -82,18 +75,18 @@ TEST_F(X11TapTest, aHeldKeyRepeatsAndItsReleaseFollowsItsFirstPress)
     // A key that went to the window stays with it until released, even if armed meanwhile.
     recorder.keys.clear();
     recorder.armedAnswer = false;
-    ASSERT_TRUE(xdotool({QStringLiteral("keydown"), up}));
+    ASSERT_TRUE(xdotool(QStringLiteral("keydown XF86AudioRaiseVolume")));
     ASSERT_TRUE(spinUntil([&] { return window.presses(Qt::Key_VolumeUp) == 1; }));
     recorder.armedAnswer = true;
     ASSERT_TRUE(spinUntil([&] { return window.presses(Qt::Key_VolumeUp) >= 3; }));
-    ASSERT_TRUE(xdotool({QStringLiteral("keyup"), up}));
+    ASSERT_TRUE(xdotool(QStringLiteral("keyup XF86AudioRaiseVolume")));
     ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) >= 1; }));
     ASSERT_TRUE(window.settle());
     EXPECT_TRUE(recorder.keys.empty());
 
     // Released, the next press is decided afresh.
     const int pressesBefore = window.presses(Qt::Key_VolumeUp);
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(xdotool(QStringLiteral("key XF86AudioRaiseVolume")));
     ASSERT_TRUE(window.settle());
     EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
     EXPECT_EQ(window.presses(Qt::Key_VolumeUp), pressesBefore);
@@ -103,7 +96,6 @@ TEST_F(X11TapTest, aKeyGrabbedByAnotherProgramLeavesTheTapInactiveUntilItIsFree)
 {
     auto desktop = x11_session::grabKeyElsewhere("XF86AudioMute");
     ASSERT_TRUE(desktop);
-    recorder.armedAnswer = true;
 
     EXPECT_FALSE(tap->install());
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
@@ -115,42 +107,37 @@ TEST_F(X11TapTest, aKeyGrabbedByAnotherProgramLeavesTheTapInactiveUntilItIsFree)
               1);
 
     // None of the keys is held by the tap meanwhile, not even the free ones.
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(xdotool(QStringLiteral("key XF86AudioRaiseVolume")));
     ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
     EXPECT_TRUE(recorder.keys.empty());
 
     desktop.reset();
     tap->check();
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), mute}));
+    ASSERT_TRUE(xdotool(QStringLiteral("key XF86AudioMute")));
     ASSERT_TRUE(window.settle());
     EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::mute, false, false}}));
 }
 
-TEST_F(X11TapTest, teardownGivesTheKeysBack)
+TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodesUntilTeardown)
 {
-    recorder.armedAnswer = true;
-    ASSERT_TRUE(tap->install());
-    tap->teardown();
-    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
-    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
-    EXPECT_TRUE(recorder.keys.empty());
-}
-
-TEST_F(X11TapTest, theGrabFollowsTheVolumeKeysToTheirNewKeyCodes)
-{
-    recorder.armedAnswer = true;
     ASSERT_TRUE(tap->install());
     const auto moved = x11_session::moveKeysym("XF86AudioRaiseVolume", 200);
     ASSERT_TRUE(moved);
     ASSERT_TRUE(window.settle());
 
-    ASSERT_TRUE(xdotool({QStringLiteral("key"), up}));
+    ASSERT_TRUE(xdotool(QStringLiteral("key XF86AudioRaiseVolume")));
     ASSERT_TRUE(window.settle());
     EXPECT_EQ(recorder.keys, (std::vector<Key>{{MediaKey::soundUp, false, false}}));
     EXPECT_EQ(windowSaw(Qt::Key_VolumeUp), 0);
     EXPECT_EQ(recorder.lastHealth(), std::pair(true, true));
+
+    // Teardown gives the keys back.
+    tap->teardown();
+    EXPECT_EQ(recorder.lastHealth(), std::pair(true, false));
+    ASSERT_TRUE(xdotool(QStringLiteral("key XF86AudioRaiseVolume")));
+    ASSERT_TRUE(spinUntil([&] { return window.releases(Qt::Key_VolumeUp) == 1; }));
+    EXPECT_EQ(recorder.keys.size(), 1u);
 }
 
 TEST(X11TapChoice, aWaylandSessionGetsNoGrabThroughXWayland)
