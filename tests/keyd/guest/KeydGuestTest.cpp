@@ -13,8 +13,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -63,14 +63,18 @@ bool waitUntil(const std::function<bool()>& done, Millis timeout)
 // The node of the input device with this name; empty while there is none.
 std::string nodeOf(const std::string& name)
 {
-    for (const auto& entry : std::filesystem::directory_iterator("/sys/class/input")) {
-        const std::string sys = entry.path().filename();
+    DIR* dir = opendir("/sys/class/input");
+    std::string found;
+    while (dirent* entry = dir ? readdir(dir) : nullptr) {
+        const std::string sys = entry->d_name;
         std::string line;
-        std::getline(std::ifstream(entry.path() / "device/name"), line);
+        std::getline(std::ifstream("/sys/class/input/" + sys + "/device/name"), line);
         if (sys.starts_with("event") && line == name)
-            return "/dev/input/" + sys;
+            found = "/dev/input/" + sys;
     }
-    return {};
+    if (dir)
+        closedir(dir);
+    return found;
 }
 
 std::string waitForNode(const std::string& name)
