@@ -12,11 +12,14 @@
 namespace {
 
 // Lets the frozen keyboard go exactly once: replayed to the focused window unless told to
-// swallow, and replayed too if anything leaves the scope early.
+// swallow, and replayed too if anything leaves the scope early. The thaw carries the time of
+// the event it answers: the server ignores it when a newer grab has frozen the keyboard
+// since, so an answer that arrives late can never release a later key's grab.
 class KeyboardThaw {
 public:
-    explicit KeyboardThaw(Display* display)
+    KeyboardThaw(Display* display, Time time)
         : m_display(display)
+        , m_time(time)
     {
     }
     ~KeyboardThaw() { release(ReplayKeyboard); }
@@ -32,11 +35,12 @@ private:
         if (m_done)
             return;
         m_done = true;
-        XAllowEvents(m_display, mode, CurrentTime);
+        XAllowEvents(m_display, mode, m_time);
         XFlush(m_display);
     }
 
     Display* m_display;
+    Time m_time;
     bool m_done = false;
 };
 
@@ -63,7 +67,7 @@ X11Tap::X11Tap(Callbacks callbacks)
 {
     if (!m_x)
         return;
-    findKeys();
+    m_keys = findKeys();
     // A held key then repeats as presses without releases in between, so a repeat is a
     // press of a key that is already down. (A server without this turns each repeat into a
     // release and a fresh press; keys still work, only isRepeat stays false.)
@@ -71,7 +75,7 @@ X11Tap::X11Tap(Callbacks callbacks)
     m_x->setEventHandler([this](XEvent& event) {
         if (event.type == KeyPress || event.type == KeyRelease) {
             keyEvent(std::uint8_t(event.xkey.keycode), event.type == KeyPress,
-                     (event.xkey.state & ShiftMask) != 0);
+                     (event.xkey.state & ShiftMask) != 0, event.xkey.time);
         } else if (event.type == MappingNotify) {
             XRefreshKeyboardMapping(&event.xmapping);
             if (event.xmapping.request == MappingKeyboard)
@@ -112,26 +116,32 @@ bool X11Tap::reenable()
     return m_x && grabKeys();
 }
 
-void X11Tap::findKeys()
+std::map<std::uint8_t, EventTap::MediaKey> X11Tap::findKeys() const
 {
     const std::pair<KeySym, MediaKey> keys[] = {{XF86XK_AudioRaiseVolume, MediaKey::soundUp},
                                                 {XF86XK_AudioLowerVolume, MediaKey::soundDown},
                                                 {XF86XK_AudioMute, MediaKey::mute}};
-    m_keys.clear();
+    std::map<std::uint8_t, MediaKey> found;
     for (const auto& [sym, key] : keys) {
         if (const KeyCode code = XKeysymToKeycode(m_x->display(), sym))
-            m_keys[code] = key;
+            found[code] = key;
     }
+    return found;
 }
 
 // Desktops often load their keymap after the programs of the session have started; the
-// volume keys may then sit on other key codes, and the grab moves with them.
+// volume keys may then sit on other key codes, and the grab moves with them. The server also
+// announces a keymap each time another keyboard starts typing, mostly the same one: the
+// grab then stays, as moving it would let a key that is on its way slip past.
 void X11Tap::keymapChanged()
 {
+    std::map<std::uint8_t, MediaKey> found = findKeys();
+    if (found == m_keys)
+        return;
     const bool wasGrabbed = m_grabbed;
     if (wasGrabbed)
         ungrabKeys();
-    findKeys();
+    m_keys = std::move(found);
     if (wasGrabbed && !grabKeys())
         reportHealth();
 }
@@ -171,24 +181,27 @@ void X11Tap::ungrabKeys()
     watchReleases(false);
 }
 
-void X11Tap::keyEvent(std::uint8_t code, bool press, bool fine)
+void X11Tap::keyEvent(std::uint8_t code, bool press, bool fine, unsigned long time)
 {
     const auto it = m_keys.find(code);
     if (it == m_keys.end()) {
-        KeyboardThaw(m_x->display()).replay(); // not ours; never leave the keyboard frozen
+        // Not ours: another key pressed or released while one of ours is held. It froze
+        // nothing, unless it is a volume key that has just moved to another key code; either
+        // way the keyboard must not stay frozen.
+        KeyboardThaw(m_x->display(), time).replay();
         return;
     }
     if (press)
-        keyPressed(code, it->second, fine);
+        keyPressed(code, it->second, fine, time);
     else
         m_swallowed.remove(code); // only a swallowed key's release comes to us
 }
 
 // The first press of a key freezes the keyboard until we answer. Repeats of a swallowed key
 // arrive through the grab that is still active and need no answer, but get one anyway.
-void X11Tap::keyPressed(std::uint8_t code, MediaKey key, bool fine)
+void X11Tap::keyPressed(std::uint8_t code, MediaKey key, bool fine, unsigned long time)
 {
-    KeyboardThaw thaw(m_x->display());
+    KeyboardThaw thaw(m_x->display(), time);
     if (m_passed.contains(code)) {
         thaw.replay(); // a key held since it went to the desktop stays with the desktop
         return;

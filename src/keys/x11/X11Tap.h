@@ -33,12 +33,14 @@ protected:
     bool reenable() override;
 
 private:
-    void findKeys();
+    // The key codes the volume keys sit on in the keymap now.
+    std::map<std::uint8_t, MediaKey> findKeys() const;
     void keymapChanged();
     bool grabKeys();
     void ungrabKeys();
-    void keyEvent(std::uint8_t keycode, bool press, bool fine);
-    void keyPressed(std::uint8_t keycode, MediaKey key, bool fine);
+    // `time` is the event's server time, which ties the thaw to the freeze it answers.
+    void keyEvent(std::uint8_t keycode, bool press, bool fine, unsigned long time);
+    void keyPressed(std::uint8_t keycode, MediaKey key, bool fine, unsigned long time);
     void passUntilReleased(std::uint8_t keycode);
     void rawKeyReleased(std::uint8_t keycode);
     void watchReleases(bool on);
