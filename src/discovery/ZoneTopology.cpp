@@ -6,6 +6,7 @@
 #include "support/ReadyFuture.h"
 
 #include <QPromise>
+#include <QTimer>
 
 #include <algorithm>
 #include <memory>
@@ -25,31 +26,66 @@ void deliver(QPromise<T>& promise, T value)
     promise.finish();
 }
 
-// Asks the devices for the group state one at a time, stopping at the first answer.
+// A player that neither answers nor refuses holds up the group state for no longer than
+// this before the next one is asked as well; all of them together for no longer than the
+// deadline (shorter than one request's own time-out), after which the room names and models
+// decide.
+constexpr std::chrono::milliseconds kNextAskAfter{500};
+constexpr std::chrono::milliseconds kTopologyDeadline{4000};
+
+// Asks the devices for the group state until one answers: the first at once, the next
+// after a refusal or when the ones asked keep silent too long.
 struct Asking {
     QList<SonosDevice> devices;
     qsizetype next = 0;
+    QList<SonosDevice> waitingFor;
+    bool settled = false;
     QPromise<QList<SonosDevice>> promise;
+
+    void settle(const QList<SonosDevice>& visible)
+    {
+        settled = true;
+        deliver(promise, visible);
+    }
 };
+
+void giveUp(const std::shared_ptr<Asking>& asking)
+{
+    if (!asking->waitingFor.isEmpty()) {
+        QStringList late;
+        for (const SonosDevice& device : std::as_const(asking->waitingFor))
+            late.append(device.name + QStringLiteral(" at ") + device.host);
+        Log::info(QStringLiteral("topology: no answer in time from ") +
+                  late.join(QStringLiteral(", ")));
+    }
+    const QList<SonosDevice> leaders = roomLeaders(asking->devices);
+    Log::info(QStringLiteral("no zone answered GetZoneGroupState; listing %1 of %2 players, "
+                             "one per room")
+                  .arg(leaders.size())
+                  .arg(asking->devices.size()));
+    asking->settle(leaders);
+}
 
 void askNext(const std::shared_ptr<Asking>& asking)
 {
+    if (asking->settled)
+        return;
     if (asking->next >= asking->devices.size()) {
-        const QList<SonosDevice> leaders = roomLeaders(asking->devices);
-        Log::info(QStringLiteral("no zone answered GetZoneGroupState; listing %1 of %2 players, "
-                                 "one per room")
-                      .arg(leaders.size())
-                      .arg(asking->devices.size()));
-        deliver(asking->promise, leaders);
+        if (asking->waitingFor.isEmpty())
+            giveUp(asking);
         return;
     }
-    const SonosDevice& device = asking->devices.at(asking->next++);
-    zoneGroupState(device).then([asking](const std::optional<QString>& answer) {
+    const SonosDevice device = asking->devices.at(asking->next++);
+    asking->waitingFor.append(device);
+    zoneGroupState(device).then([asking, device](const std::optional<QString>& answer) {
+        asking->waitingFor.removeOne(device);
+        if (asking->settled)
+            return;
         if (answer)
-            deliver(asking->promise, withoutSatellites(asking->devices, *answer));
-        else
-            askNext(asking);
+            return asking->settle(withoutSatellites(asking->devices, *answer));
+        askNext(asking);
     });
+    QTimer::singleShot(kNextAskAfter, [asking] { askNext(asking); });
 }
 
 QString hiddenLine(const QList<SonosDevice>& removed)
@@ -109,6 +145,10 @@ QFuture<QList<SonosDevice>> visibleInHousehold(const QList<SonosDevice>& devices
     asking->promise.start();
     QFuture<QList<SonosDevice>> future = asking->promise.future();
     askNext(asking);
+    QTimer::singleShot(kTopologyDeadline, [asking] {
+        if (!asking->settled)
+            giveUp(asking);
+    });
     return future;
 }
 

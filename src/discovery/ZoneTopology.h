@@ -29,8 +29,10 @@ struct GroupTarget {
 QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from);
 
 // The devices that may be offered as rooms, in input order: without bonded satellites and
-// zone bridges. The players are asked one after another until one answers; when none does,
-// the room names and models alone decide (`roomLeaders`).
+// zone bridges. The players are asked one after another until one answers, the next as soon
+// as one refuses or after half a second of silence; when none answers within four seconds,
+// the room names and models alone decide (`roomLeaders`). Each household on the network is
+// asked for its own players.
 QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices);
 
 // One player per room name and household, for when the topology is not there to tell:

@@ -158,6 +158,28 @@ TEST_F(HouseholdDiscovery, WithoutAnAnswerEachRoomIsListedOnceByItsLeader)
         lines.count("no zone answered GetZoneGroupState; listing 3 of 6 players, one per room"), 1);
 }
 
+// Players that take the request and never answer hold the answer up by a fraction of their
+// time-out each, and all of them together by the deadline, never by their time-outs in a
+// row (5 s each).
+TEST_F(HouseholdDiscovery, SilentPlayersDelayTheTopologyOnlyBriefly)
+{
+    emulator::Fault silent;
+    silent.kind = emulator::Fault::Kind::Silent;
+    silent.only = "GetZoneGroupState";
+    for (const char* host : {"127.0.0.14", "127.0.0.11"})
+        players->setFault(host, silent);
+    const QList<SonosDevice> visible{discovered[0], discovered[1], discovered[4]};
+    EXPECT_EQ(resultOf(ZoneTopology::visible(discovered), 3s), visible);
+
+    players->setFault("127.0.0.15", silent);
+    LogWatch log;
+    EXPECT_EQ(resultOf(ZoneTopology::visible({discovered[0], discovered[1], discovered[4]}), 9s),
+              visible);
+    EXPECT_EQ(log.count("topology: no answer in time from Kitchen at 127.0.0.14, Living Room at "
+                        "127.0.0.11, bedroom at 127.0.0.15"),
+              1);
+}
+
 TEST_F(HouseholdDiscovery, TheGroupTargetIsTheCoordinator)
 {
     const auto forBedroom = resultOf(ZoneTopology::group(discovered[4], discovered));
