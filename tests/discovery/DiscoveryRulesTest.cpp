@@ -130,6 +130,15 @@ const QString theatre = QStringLiteral(
     "</ZoneGroup>"
     "</ZoneGroups>");
 
+TEST(TopologyScan, FindsOpeningTagsWithAttributesInOrder)
+{
+    const QString text = "<a x=\"1\"><a><b y=\"2\"/><a  z=\"3\" >text</a><ab q=\"4\"/>";
+    EXPECT_EQ(ZoneTopology::tags(u"a", text), (QStringList{"<a x=\"1\">", "<a  z=\"3\" >"}));
+    EXPECT_EQ(ZoneTopology::tags(u"b", text), QStringList{"<b y=\"2\"/>"});
+    EXPECT_TRUE(ZoneTopology::tags(u"c", text).isEmpty());
+    EXPECT_TRUE(ZoneTopology::tags(u"a", u"<a x=\"never closed").isEmpty());
+}
+
 TEST(TopologyScan, ReadsAttributesAsTheyStand)
 {
     const QString tag = "<ZoneGroupMember UUID=\"RINCON_1\" ZoneName=\"Tom &amp; Jo\" Empty=\"\">";

@@ -237,6 +237,16 @@ TEST_F(DeviceTest, NowPlayingReadsTheTrackAsThePlayerMeansIt)
     EXPECT_EQ(playing->albumArt, track.albumArt);
 }
 
+TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)
+{
+    const SonosDevice kitchen = device(hosts[1]);
+    (*players)->setOnline(hosts[1], false);
+    const SonosResult<int> offline = settle(kitchen.volume());
+    EXPECT_EQ(transportCodeOf(offline), QNetworkReply::ConnectionRefusedError);
+    (*players)->setOnline(hosts[1], true);
+    EXPECT_TRUE(succeeded(settle(kitchen.volume())));
+}
+
 // A player that takes the request and never answers is given up on by the request time-out.
 TEST_F(DeviceTest, APlayerThatNeverAnswersTimesOut)
 {
