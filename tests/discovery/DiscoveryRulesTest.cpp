@@ -5,6 +5,7 @@
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
+#include "discovery/TopologyScan.h"
 #include "discovery/ZoneTopology.h"
 
 #include <QPromise>
@@ -102,43 +103,112 @@ TEST(DiscoveryRules, SortsByRoomNameInCodePointOrderThenByHost)
 
 // ---- readings of the topology
 
-QString topology(const QStringList& members)
+// As the zone group state travels inside the SOAP answer.
+QString escaped(QString text)
 {
-    QString text = "<ZoneGroupState><ZoneGroups><ZoneGroup Coordinator=\"RINCON_A\">" +
-                   members.join("") + "</ZoneGroup></ZoneGroups></ZoneGroupState>";
-    // As it travels inside the SOAP answer.
-    return "<ZoneGroupState>" +
-           text.replace("&", "&amp;")
-               .replace("<", "&lt;")
-               .replace(">", "&gt;")
-               .replace("\"", "&quot;") +
-           "</ZoneGroupState>";
+    return text.replace("&", "&amp;")
+        .replace("<", "&lt;")
+        .replace(">", "&gt;")
+        .replace("\"", "&quot;");
 }
 
-QString member(const QString& uid, bool invisible = false)
+// A home theatre (soundbar with two surrounds and a sub) grouped with a kitchen player,
+// and a bedroom on its own.
+const QString theatre = QStringLiteral(
+    "<ZoneGroups>"
+    "<ZoneGroup Coordinator=\"RINCON_AAA01400\" ID=\"RINCON_AAA01400:12\">"
+    "<ZoneGroupMember UUID=\"RINCON_AAA01400\" ZoneName=\"Living Room\" Location=\"x\">"
+    "<Satellite UUID=\"RINCON_SUB01400\" ZoneName=\"Living Room\" Invisible=\"1\"/>"
+    "<Satellite UUID=\"rincon_ls01400\" ZoneName=\"Living Room\" Invisible=\"1\"/>"
+    "<Satellite UUID=\"RINCON_RS01400\" ZoneName=\"Living Room\" Invisible=\"0\"/>"
+    "</ZoneGroupMember>"
+    "<ZoneGroupMember UUID=\"RINCON_KIT01400\" ZoneName=\"Kitchen\"/>"
+    "</ZoneGroup>"
+    "<ZoneGroup Coordinator=\"RINCON_BED01400\" ID=\"RINCON_BED01400:3\">"
+    "<ZoneGroupMember UUID=\"rincon_bed01400\" ZoneName=\"Bedroom\"/>"
+    "<ZoneGroupMember UUID=\"RINCON_BDSUB1400\" ZoneName=\"Bedroom\" Invisible=\"1\"/>"
+    "</ZoneGroup>"
+    "</ZoneGroups>");
+
+TEST(TopologyScan, FindsOpeningTagsWithAttributesInOrder)
 {
-    return "<ZoneGroupMember UUID=\"" + uid + "\"" + (invisible ? " Invisible=\"1\"" : "") + "/>";
+    const QString text = "<a x=\"1\"><a><b y=\"2\"/><a  z=\"3\" >text</a><ab q=\"4\"/>";
+    EXPECT_EQ(ZoneTopology::tags(u"a", text), (QStringList{"<a x=\"1\">", "<a  z=\"3\" >"}));
+    EXPECT_EQ(ZoneTopology::tags(u"b", text), QStringList{"<b y=\"2\"/>"});
+    EXPECT_TRUE(ZoneTopology::tags(u"c", text).isEmpty());
+    EXPECT_TRUE(ZoneTopology::tags(u"a", u"<a x=\"never closed").isEmpty());
+}
+
+TEST(TopologyScan, ReadsAttributesAsTheyStand)
+{
+    const QString tag = "<ZoneGroupMember UUID=\"RINCON_1\" ZoneName=\"Tom &amp; Jo\" Empty=\"\">";
+    EXPECT_EQ(ZoneTopology::attribute(u"UUID", tag), "RINCON_1");
+    EXPECT_EQ(ZoneTopology::attribute(u"ZoneName", tag), "Tom &amp; Jo");
+    EXPECT_EQ(ZoneTopology::attribute(u"Empty", tag), "");
+    EXPECT_EQ(ZoneTopology::attribute(u"Invisible", tag), std::nullopt);
+    EXPECT_EQ(ZoneTopology::attribute(u"UUID", u"<x UUID='single'>"), std::nullopt);
+    EXPECT_EQ(ZoneTopology::attribute(u"UUID", u"<x UUID=\"unterminated>"), std::nullopt);
+}
+
+TEST(TopologyScan, CollectsInvisibleMembersAndSatellitesUpperCased)
+{
+    EXPECT_EQ(ZoneTopology::invisibleUIDs(escaped(theatre)),
+              (QSet<QString>{"RINCON_SUB01400", "RINCON_LS01400", "RINCON_BDSUB1400"}));
+    EXPECT_EQ(ZoneTopology::invisibleUIDs(theatre), ZoneTopology::invisibleUIDs(escaped(theatre)));
+    EXPECT_TRUE(ZoneTopology::invisibleUIDs("").isEmpty());
+}
+
+TEST(TopologyScan, FindsTheGroupOfAPlayerWhateverTheLetterCase)
+{
+    const auto living = ZoneTopology::groupInfo("RINCON_KIT01400", theatre);
+    ASSERT_TRUE(living);
+    EXPECT_EQ(living->coordinator, "RINCON_AAA01400");
+    EXPECT_EQ(living->members, (QStringList{"RINCON_AAA01400", "RINCON_KIT01400"}));
+
+    const auto bedroom = ZoneTopology::groupInfo("rincon_BED01400", theatre);
+    ASSERT_TRUE(bedroom);
+    EXPECT_EQ(bedroom->coordinator, "RINCON_BED01400");
+    EXPECT_EQ(bedroom->members, (QStringList{"RINCON_BED01400", "RINCON_BDSUB1400"}));
+
+    // Satellites are not members of their own.
+    EXPECT_EQ(ZoneTopology::groupInfo("RINCON_SUB01400", theatre), std::nullopt);
+    EXPECT_EQ(ZoneTopology::groupInfo("RINCON_NOPE", theatre), std::nullopt);
+}
+
+// A group without a coordinator is skipped, and one group's members never leak into the next.
+TEST(TopologyScan, SkipsGroupsWithoutCoordinatorAndKeepsMembersToTheirGroup)
+{
+    const QString text = "<ZoneGroup ID=\"x\"><ZoneGroupMember UUID=\"RINCON_A\"/></ZoneGroup>"
+                         "<ZoneGroup Coordinator=\"RINCON_B\"><ZoneGroupMember UUID=\"RINCON_A\"/>"
+                         "<ZoneGroupMember UUID=\"RINCON_B\"/></ZoneGroup>"
+                         "<ZoneGroup Coordinator=\"RINCON_C\">"
+                         "<ZoneGroupMember UUID=\"RINCON_C\"/></ZoneGroup>";
+    const auto info = ZoneTopology::groupInfo("RINCON_A", text);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->coordinator, "RINCON_B");
+    EXPECT_EQ(info->members, (QStringList{"RINCON_A", "RINCON_B"}));
+    EXPECT_EQ(ZoneTopology::groupInfo("RINCON_C", text)->members, QStringList{"RINCON_C"});
 }
 
 TEST(TopologyVisible, HidesSatellitesWrittenInAnyCaseAndSaysSoOnce)
 {
-    const QList<SonosDevice> devices{player("Living Room", "RINCON_A", "Arc", "127.0.0.11"),
-                                     player("Living Room", "RINCON_SUB", "Sub", "127.0.0.12"),
-                                     player("Living Room", "rincon_ls", "One SL", "127.0.0.13"),
-                                     player("Kitchen", "RINCON_K", "One", "127.0.0.14")};
-    const QString answer = topology({member("RINCON_A"), member("rincon_sub", true),
-                                     member("RINCON_LS", true), member("RINCON_K")});
+    const QList<SonosDevice> devices{
+        player("Living Room", "RINCON_AAA01400", "Arc", "127.0.0.11"),
+        player("Living Room", "RINCON_SUB01400", "Sub", "127.0.0.12"),
+        player("Living Room", "rincon_LS01400", "One SL", "127.0.0.13"),
+        player("Kitchen", "RINCON_KIT01400", "One", "127.0.0.14")};
     const QString line = "hiding bonded satellites: Living Room (Sub) at 127.0.0.12, "
                          "Living Room (One SL) at 127.0.0.13";
     LogWatch log;
     const QList<SonosDevice> kept{devices[0], devices[3]};
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, escaped(theatre)), kept);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, escaped(theatre)), kept);
     EXPECT_EQ(log.count(line), 1);
 
     // A different set is a new line; going back to the first set writes it again.
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices.mid(0, 2), answer), devices.mid(0, 1));
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, answer), kept);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices.mid(0, 2), escaped(theatre)),
+              devices.mid(0, 1));
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, escaped(theatre)), kept);
     EXPECT_EQ(log.count(line), 2);
 }
 
@@ -147,38 +217,35 @@ TEST(TopologyVisible, HidingNothingOrEverythingKeepsAll)
 {
     const QList<SonosDevice> devices{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
     LogWatch log;
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, topology({member("RINCON_B")})), devices);
-    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, topology({member("RINCON_X", true)})),
-              devices);
+    EXPECT_EQ(ZoneTopology::withoutSatellites(devices, escaped(theatre)), devices);
     EXPECT_EQ(ZoneTopology::withoutSatellites(devices, "not a topology at all"), devices);
     EXPECT_TRUE(log.lines().isEmpty());
 
-    EXPECT_EQ(ZoneTopology::withoutSatellites(
-                  devices, topology({member("RINCON_B", true), member("rincon_d", true)})),
-              devices);
+    const QList<SonosDevice> satellites{player("Living Room", "RINCON_SUB01400", "Sub"),
+                                        player("Bedroom", "rincon_bdsub1400", "Sub")};
+    EXPECT_EQ(ZoneTopology::withoutSatellites(satellites, escaped(theatre)), satellites);
     EXPECT_EQ(log.lines(), QStringList{"topology hid every zone; ignoring it"});
 }
 
 TEST(TopologyGroup, FindsTheCoordinatorAndCountsOnlyVisibleMembers)
 {
-    const SonosDevice arc = player("Living Room", "RINCON_A", "Arc");
-    const SonosDevice kitchen = player("Kitchen", "rincon_k");
-    const SonosDevice sub = player("Living Room", "RINCON_SUB", "Sub");
-    const QList<SonosDevice> among{kitchen, arc};
+    const SonosDevice arc = player("Living Room", "RINCON_AAA01400", "Arc");
+    const SonosDevice kitchen = player("Kitchen", "rincon_kit01400");
+    const SonosDevice bedroom = player("Bedroom", "RINCON_BED01400");
+    const SonosDevice sub = player("Living Room", "RINCON_SUB01400", "Sub");
+    const QList<SonosDevice> among{kitchen, arc, bedroom};
+    const QString answer = escaped(theatre);
 
-    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, among,
-                                        topology({member("RINCON_A"), member("RINCON_K")})),
+    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, among, answer),
               (ZoneTopology::GroupTarget{arc, true}));
-    // A soundbar with its sub is one visible member: not grouped.
-    EXPECT_EQ(ZoneTopology::groupTarget(arc, among,
-                                        topology({member("RINCON_A"), member("RINCON_SUB", true)})),
-              (ZoneTopology::GroupTarget{arc, false}));
+    // A player with its sub is one visible member: not grouped.
+    EXPECT_EQ(ZoneTopology::groupTarget(bedroom, among, answer),
+              (ZoneTopology::GroupTarget{bedroom, false}));
     // A coordinator that discovery did not find: the device itself.
-    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, {kitchen},
-                                        topology({member("RINCON_A"), member("RINCON_K")})),
+    EXPECT_EQ(ZoneTopology::groupTarget(kitchen, {kitchen}, answer),
               (ZoneTopology::GroupTarget{kitchen, true}));
     // Not in any group of the answer.
-    EXPECT_EQ(ZoneTopology::groupTarget(sub, among, topology({member("RINCON_A")})),
+    EXPECT_EQ(ZoneTopology::groupTarget(sub, among, answer),
               (ZoneTopology::GroupTarget{sub, false}));
 }
 
@@ -259,30 +326,7 @@ protected:
     const QList<SonosDevice> household{player("Bath", "RINCON_B"), player("Den", "RINCON_D")};
 };
 
-TEST_F(CoordinatorRules, KeepsANonEmptyResultForTenSeconds)
-{
-    auto swept = coordinator.zones(1.0);
-    sweeps.finish(household);
-    EXPECT_EQ(result(swept), household);
-
-    now += 9999ms;
-    auto cached = coordinator.zones(1.0);
-    EXPECT_TRUE(cached.isFinished());
-    EXPECT_EQ(result(cached), household);
-    EXPECT_EQ(coordinator.sweepsStarted(), 1);
-
-    now += 1ms;
-    auto again = coordinator.zones(1.0);
-    EXPECT_EQ(coordinator.sweepsStarted(), 2);
-    sweeps.finish({household[0]});
-    EXPECT_EQ(result(again), QList<SonosDevice>{household[0]});
-    // The cache is replaced, and its ten seconds start again from the new sweep.
-    now += 5s;
-    EXPECT_EQ(result(coordinator.zones(1.0)), QList<SonosDevice>{household[0]});
-    EXPECT_EQ(coordinator.sweepsStarted(), 2);
-}
-
-TEST_F(CoordinatorRules, NeverKeepsAnEmptyResult)
+TEST_F(CoordinatorRules, KeepsANonEmptyResultForTenSecondsAndNeverAnEmptyOne)
 {
     auto swept = coordinator.zones(1.0);
     sweeps.finish({});
@@ -292,12 +336,28 @@ TEST_F(CoordinatorRules, NeverKeepsAnEmptyResult)
     sweeps.finish(household);
     EXPECT_EQ(result(next), household);
 
+    now += 9999ms;
+    auto cached = coordinator.zones(1.0);
+    EXPECT_TRUE(cached.isFinished());
+    EXPECT_EQ(result(cached), household);
+    EXPECT_EQ(coordinator.sweepsStarted(), 2);
+
+    now += 1ms;
+    auto again = coordinator.zones(1.0);
+    EXPECT_EQ(coordinator.sweepsStarted(), 3);
+    sweeps.finish({household[0]});
+    EXPECT_EQ(result(again), QList<SonosDevice>{household[0]});
+    // The cache is replaced, and its ten seconds start again from the new sweep.
+    now += 5s;
+    EXPECT_EQ(result(coordinator.zones(1.0)), QList<SonosDevice>{household[0]});
+    EXPECT_EQ(coordinator.sweepsStarted(), 3);
+
     // An empty sweep after a good one leaves the good one in the cache.
     now += 11s;
     auto empty = coordinator.zones(1.0);
     sweeps.finish({});
     EXPECT_TRUE(result(empty).isEmpty());
-    EXPECT_EQ(coordinator.sweepsStarted(), 3);
+    EXPECT_EQ(coordinator.sweepsStarted(), 4);
 }
 
 TEST_F(CoordinatorRules, AnswersCallersOnOtherThreadsFromItsOwn)

@@ -88,13 +88,6 @@ protected:
     emulator::EmulatorThread players;
 };
 
-TEST_F(HouseholdDiscovery, ASweepListsEveryDescribedPlayerOnceInRoomOrder)
-{
-    // The attic answers the search but its description has no model name: it is left out.
-    const QList<SonosDevice> zones = resultOf(SonosDiscovery::browse(window));
-    EXPECT_EQ(zones, discovered);
-}
-
 TEST_F(HouseholdDiscovery, APlayerWhoseDescriptionFailsIsLeftOut)
 {
     emulator::Fault oversized;
@@ -116,6 +109,7 @@ TEST_F(HouseholdDiscovery, ConcurrentCallersSendOneSearchAndGetTheSameList)
     const auto a = resultOf(first);
     const auto b = resultOf(second);
     EXPECT_EQ(peer.searches(), 3); // one search, in its three rounds
+    // The attic answers the search but its description has no model name: it is left out.
     EXPECT_EQ(a, discovered);
     EXPECT_EQ(a, b);
 }
@@ -150,12 +144,9 @@ TEST_F(HouseholdDiscovery, WithoutAnAnswerEachRoomIsListedOnceByItsLeader)
     const QList<SonosDevice> backwards(discovered.rbegin(), discovered.rend());
     EXPECT_EQ(resultOf(ZoneTopology::visible(backwards)),
               (QList<SonosDevice>{discovered[4], discovered[1], discovered[0]}));
-    const QStringList lines = log.lines();
-    EXPECT_EQ(lines.filter("topology: Kitchen unreachable (").size(), 1);
-    EXPECT_EQ(lines.count("topology: bedroom answered 503"), 1);
-    EXPECT_EQ(lines.count("topology: Living Room answered 500"), 3);
-    EXPECT_EQ(
-        lines.count("no zone answered GetZoneGroupState; listing 3 of 6 players, one per room"), 1);
+    EXPECT_EQ(log.lines().filter("topology: Kitchen unreachable (").size(), 1);
+    EXPECT_EQ(log.count("no zone answered GetZoneGroupState; listing 3 of 6 players, one per room"),
+              1);
 }
 
 // Players that take the request and never answer hold the answer up by a fraction of their
