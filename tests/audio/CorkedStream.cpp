@@ -32,10 +32,10 @@ void contextState(pa_context* c, void* binary)
 {
     if (pa_context_get_state(c) != PA_CONTEXT_READY)
         return;
-    const pa_sample_spec spec{PA_SAMPLE_S16LE, 44100, 2};
+    const pa_sample_spec format{PA_SAMPLE_S16LE, 44100, 2};
     pa_proplist* properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_APPLICATION_PROCESS_BINARY, static_cast<char*>(binary));
-    stream = pa_stream_new_with_proplist(c, "silence", &spec, nullptr, properties);
+    stream = pa_stream_new_with_proplist(c, "silence", &format, nullptr, properties);
     pa_proplist_free(properties);
     pa_stream_set_state_callback(stream, streamState, nullptr);
     pa_stream_set_write_callback(stream, writeSilence, nullptr);
