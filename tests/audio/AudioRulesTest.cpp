@@ -24,10 +24,10 @@ SinkFacts alsa(const char* bus, const char* profile, const char* alsaName = "")
             {}};
 }
 
+// The sinks of test.pa, read from a real server, are the other cases (PulseAudioTest).
 TEST(SinkTransportTest, WordsComeFromTheSinkProperties)
 {
     const TransportCase cases[] = {
-        {"RAOP by its module", {{}, "module-raop-sink.c", "network-output"}, "airplay"},
         {"RAOP by its api", {{{"device.api", "raop"}}, "PipeWire", {}}, "airplay"},
         {"PipeWire's RAOP sink, a virtual node",
          {{{"node.virtual", "true"}, {"raop.ip", "192.0.2.7"}}, "PipeWire", {}},
@@ -36,27 +36,18 @@ TEST(SinkTransportTest, WordsComeFromTheSinkProperties)
          {{{"device.bus", "bluetooth"}}, "module-bluez5-device.c", {}},
          "bluetooth"},
         {"Bluetooth by api", {{{"device.api", "bluez5"}}, "PipeWire", {}}, "bluetooth"},
-        {"USB analog", alsa("usb", "analog-stereo"), "usb"},
         {"a USB interface's optical output is still USB", alsa("usb", "iec958-stereo"), "usb"},
-        {"PCI S/PDIF by profile", alsa("pci", "iec958-stereo"), "spdif"},
         {"S/PDIF by active port",
          {{{"device.bus", "pci"}, {"device.class", "sound"}},
           "module-alsa-card.c",
           "iec958-stereo-output"},
          "spdif"},
-        {"HDMI", alsa("pci", "hdmi-stereo", "HDMI 0"), "hdmi"},
         {"HDMI/DP jack name stays HDMI", alsa("pci", "hdmi-stereo-extra2", "HDMI/DP,pcm=8"),
          "hdmi"},
-        {"DisplayPort by ALSA name", alsa("pci", "hdmi-stereo-extra1", "DP 1"), "displayport"},
         {"DisplayPort spelled out", alsa("pci", "hdmi-surround", "DisplayPort 2"), "displayport"},
         {"Thunderbolt", {{{"device.bus", "thunderbolt"}}, "module-alsa-card.c", {}}, "thunderbolt"},
-        {"combine sink",
-         {{{"device.class", "abstract"}}, "module-combine-sink.c", {}},
-         "aggregate"},
-        {"null sink", {{{"device.class", "abstract"}}, "module-null-sink.c", {}}, "virtual"},
         {"filter sink", {{{"device.class", "filter"}}, "module-remap-sink.c", {}}, "virtual"},
         {"PipeWire virtual node", {{{"node.virtual", "true"}}, "PipeWire", {}}, "virtual"},
-        {"PCI analog", alsa("pci", "analog-stereo"), "built-in"},
         {"SoC analog", alsa("platform", "stereo-fallback"), "built-in"},
         {"FireWire", {{{"device.bus", "firewire"}}, "module-alsa-card.c", {}}, "other"},
         {"nothing known", {}, "other"},
@@ -83,10 +74,6 @@ TEST(DetectTriggerOutputTest, PrefersTheCurrentExternalOutputThenSpdifThenUsb)
     const AudioDevice::Output usb2{5, "Second DAC", "usb"};
     const DetectCase cases[] = {
         {"a USB default beats another S/PDIF output", {builtIn, spdif, usb}, "USB DAC", "USB DAC"},
-        {"a built-in default gives the S/PDIF output",
-         {builtIn, spdif, usb},
-         "Speakers",
-         "Digital Out"},
         {"S/PDIF before USB without a default", {usb, spdif}, std::nullopt, "Digital Out"},
         {"a default no output has", {usb, spdif}, "Gone", "Digital Out"},
         {"the first USB output when there is no S/PDIF",

@@ -1,6 +1,6 @@
-// A player that can pause: one playback stream of silence that starts corked and is
-// corked or uncorked by the lines "pause" and "play" on standard input. It answers
-// "ready" once the stream exists.
+// A player that can pause: one playback stream of silence that starts corked, is corked by
+// the line "pause" on standard input and uncorked by any other. It answers "ready" once the
+// stream exists.
 // Usage: corked-stream APPLICATION-BINARY
 #include <cstdio>
 #include <cstring>
@@ -14,12 +14,6 @@ namespace {
 pa_threaded_mainloop* loop;
 pa_stream* stream;
 
-void say(const char* line)
-{
-    std::printf("%s\n", line);
-    std::fflush(stdout);
-}
-
 void writeSilence(pa_stream* s, size_t bytes, void*)
 {
     std::vector<char> zeros(bytes, 0);
@@ -28,24 +22,20 @@ void writeSilence(pa_stream* s, size_t bytes, void*)
 
 void streamState(pa_stream* s, void*)
 {
-    if (pa_stream_get_state(s) == PA_STREAM_READY)
-        say("ready");
-    if (pa_stream_get_state(s) == PA_STREAM_FAILED)
-        say("failed");
+    if (pa_stream_get_state(s) == PA_STREAM_READY) {
+        std::printf("ready\n");
+        std::fflush(stdout);
+    }
 }
 
 void contextState(pa_context* c, void* binary)
 {
-    if (pa_context_get_state(c) == PA_CONTEXT_FAILED) {
-        say("failed");
-        return;
-    }
     if (pa_context_get_state(c) != PA_CONTEXT_READY)
         return;
-    const pa_sample_spec spec{PA_SAMPLE_S16LE, 44100, 2};
+    const pa_sample_spec format{PA_SAMPLE_S16LE, 44100, 2};
     pa_proplist* properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_APPLICATION_PROCESS_BINARY, static_cast<char*>(binary));
-    stream = pa_stream_new_with_proplist(c, "silence", &spec, nullptr, properties);
+    stream = pa_stream_new_with_proplist(c, "silence", &format, nullptr, properties);
     pa_proplist_free(properties);
     pa_stream_set_state_callback(stream, streamState, nullptr);
     pa_stream_set_write_callback(stream, writeSilence, nullptr);
@@ -66,8 +56,6 @@ int main(int argc, char** argv)
 
     std::string line;
     while (std::getline(std::cin, line)) {
-        if (line != "play" && line != "pause")
-            continue;
         pa_threaded_mainloop_lock(loop);
         if (stream)
             pa_operation_unref(pa_stream_cork(stream, line == "pause", nullptr, nullptr));

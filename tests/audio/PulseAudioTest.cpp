@@ -10,7 +10,6 @@
 
 namespace {
 
-using pulse_testing::defaultSinkName;
 using pulse_testing::pactl;
 using testing_support::await;
 using testing_support::spinFor;
@@ -110,7 +109,7 @@ TEST_F(PulseAudioTest, SetDefaultOutputPicksTheFirstOutputOfThatName)
         QFuture<bool> switched = device.setDefaultOutput("Living Room Speakers");
         ASSERT_TRUE(await(switched));
         EXPECT_TRUE(switched.result());
-        EXPECT_EQ(defaultSinkName(), "twin_first") << "from " << before.toStdString();
+        EXPECT_EQ(pactl({"get-default-sink"}), "twin_first") << "from " << before.toStdString();
         EXPECT_TRUE(
             waitFor([](const auto& s) { return s.defaultOutputName == "Living Room Speakers"; }));
     }
@@ -121,7 +120,7 @@ TEST_F(PulseAudioTest, SetDefaultOutputPicksTheFirstOutputOfThatName)
         EXPECT_TRUE(refused.isFinished()) << "an unknown name is answered at once";
         EXPECT_FALSE(refused.result()) << unknown.toStdString();
     }
-    EXPECT_EQ(defaultSinkName(), "twin_first");
+    EXPECT_EQ(pactl({"get-default-sink"}), "twin_first");
 }
 
 TEST_F(PulseAudioTest, ListsEachApplicationPlayingOnceAndLeavesOutCorkedStreams)

@@ -22,31 +22,22 @@ inline QString pactl(const QStringList& args)
     return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
 }
 
-inline QString defaultSinkName()
-{
-    return pactl({QStringLiteral("get-default-sink")});
-}
-
 // Modules loaded for one test, unloaded when it ends.
 class Modules {
 public:
-    Modules() = default;
-    Modules(const Modules&) = delete;
-    Modules& operator=(const Modules&) = delete;
     ~Modules()
     {
         for (const QString& index : m_loaded)
             pactl({QStringLiteral("unload-module"), index});
     }
 
-    // A null sink whose properties make it look like a real device. `properties` are
-    // given as pactl spells them (key=value key="quoted value").
-    QString addSink(const QString& sinkName, const QString& description,
-                    const QString& properties = QStringLiteral("device.class=sound"))
+    // A null sink that looks like a sound card's.
+    QString addSink(const QString& sinkName, const QString& description)
     {
         return load(QStringLiteral("module-null-sink"),
-                    QStringLiteral("sink_name=%1 sink_properties='device.description=\"%2\" %3'")
-                        .arg(sinkName, description, properties));
+                    QStringLiteral("sink_name=%1 sink_properties='device.description=\"%2\" "
+                                   "device.class=sound'")
+                        .arg(sinkName, description));
     }
 
     QString load(const QString& module, const QString& arguments)

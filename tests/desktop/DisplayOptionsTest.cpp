@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -21,13 +20,8 @@ class DisplayOptionsTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (QStandardPaths::findExecutable("gsettings").isEmpty())
-            GTEST_SKIP() << "gsettings is not installed";
         qputenv("GSETTINGS_BACKEND", "keyfile");
         qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
-        if (QProcess::execute("gsettings",
-                              {"get", "org.gnome.desktop.a11y.interface", "high-contrast"}) != 0)
-            GTEST_SKIP() << "the GNOME desktop schemas are not installed";
     }
 
     static void set(const QString& schema, const QString& key, const QString& value)
@@ -47,23 +41,22 @@ TEST_F(DisplayOptionsTest, ReadsTheSettingsAtStartAndFollowsTheirChanges)
     std::vector<DisplayOptions> seen;
     QObject::connect(&watcher, &DisplayOptionsWatcher::changed,
                      [&](const DisplayOptions& options) { seen.push_back(options); });
+    const auto becomes = [&](DisplayOptions expected) {
+        return spinUntil([&] { return watcher.options() == expected; });
+    };
     EXPECT_EQ(watcher.options(), DisplayOptions{}) << "all off until the answers arrive";
-    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceMotion; }));
-    ASSERT_TRUE(spinUntil([&] { return watcher.options().reduceTransparency; }));
-    EXPECT_TRUE(watcher.options().increaseContrast);
-    EXPECT_FALSE(watcher.options().screenReader);
+    ASSERT_TRUE(becomes({true, true, true, false}));
     // Let the monitors start before anything changes.
     spinFor(std::chrono::milliseconds(500));
 
     set("org.gnome.desktop.a11y.applications", "screen-reader-enabled", "true");
-    ASSERT_TRUE(spinUntil([&] { return watcher.options().screenReader; }));
+    ASSERT_TRUE(becomes({true, true, true, true}));
     set("org.gnome.desktop.interface", "enable-animations", "true");
-    ASSERT_TRUE(spinUntil([&] { return !watcher.options().reduceMotion; }));
+    ASSERT_TRUE(becomes({false, true, true, true}));
     set("org.gnome.desktop.a11y.interface", "high-contrast", "false");
-    ASSERT_TRUE(spinUntil([&] { return !watcher.options().increaseContrast; }));
+    ASSERT_TRUE(becomes({false, false, false, true}));
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ(seen.back(), watcher.options());
-    EXPECT_FALSE(watcher.options().reduceTransparency);
 }
 
 TEST_F(DisplayOptionsTest, UnreadableSettingsStayOff)

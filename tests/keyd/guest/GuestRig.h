@@ -13,13 +13,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <libevdev/libevdev-uinput.h>
 #include <poll.h>
-#include <sstream>
 #include <stdexcept>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -57,20 +56,14 @@ inline bool waitUntil(const std::function<bool()>& done, Millis timeout)
 // The node of the input device with this name; empty while there is none.
 inline std::string nodeOf(const std::string& name)
 {
-    DIR* dir = opendir("/sys/class/input");
-    std::string found;
-    while (dirent* entry = dir ? readdir(dir) : nullptr) {
-        const std::string sys = entry->d_name;
+    for (const auto& entry : std::filesystem::directory_iterator("/sys/class/input")) {
+        const std::string sys = entry.path().filename();
         std::string line;
-        std::getline(std::ifstream("/sys/class/input/" + sys + "/device/name"), line);
-        if (sys.starts_with("event") && line == name) {
-            found = "/dev/input/" + sys;
-            break;
-        }
+        std::getline(std::ifstream(entry.path() / "device/name"), line);
+        if (sys.starts_with("event") && line == name)
+            return "/dev/input/" + sys;
     }
-    if (dir)
-        closedir(dir);
-    return found;
+    return {};
 }
 
 // The node once it is there and readable; empty if it never comes within `timeout`.
@@ -122,6 +115,11 @@ public:
             throw std::runtime_error("cannot write to " + m_name);
     }
     void key(unsigned code, int value) { frame({fed::event(EV_KEY, code, value)}); }
+    void tap(unsigned code)
+    {
+        key(code, 1);
+        key(code, 0);
+    }
     const std::string& node() const { return m_node; }
     const std::string& name() const { return m_name; }
 
@@ -138,16 +136,12 @@ public:
     explicit Observer(const std::string& node)
         : m_fd(open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
     {
+        if (m_fd < 0)
+            throw std::runtime_error("cannot open the node '" + node + "'");
         int clock = CLOCK_MONOTONIC; // time stamps comparable with the writer's clock
-        if (m_fd >= 0)
-            ioctl(m_fd, EVIOCSCLOCKID, &clock);
+        ioctl(m_fd, EVIOCSCLOCKID, &clock);
     }
-    ~Observer()
-    {
-        if (m_fd >= 0)
-            close(m_fd);
-    }
-    bool isOpen() const { return m_fd >= 0; }
+    ~Observer() { close(m_fd); }
 
     // Everything readable within `timeout` (returns early once `until` matched an event).
     std::vector<input_event> read(Millis timeout, unsigned untilCode = 0, int untilValue = -1)
@@ -171,21 +165,16 @@ public:
                 return events; // the node went away, or the time is up
         }
     }
-    // Keys the kernel says are down on this node.
-    std::vector<unsigned> heldKeys() const
+    // Whether the kernel says a key is down on this node; not knowing counts as yes.
+    bool anyKeyDown() const
     {
         unsigned char bits[KEY_CNT / 8 + 1] = {};
-        std::vector<unsigned> held;
-        if (ioctl(m_fd, EVIOCGKEY(sizeof bits), bits) < 0)
-            return {KEY_CNT}; // unknown, which must never pass for "none held"
-        for (unsigned code = 0; code < KEY_CNT; ++code)
-            if ((bits[code / 8] >> (code % 8)) & 1)
-                held.push_back(code);
-        return held;
+        return ioctl(m_fd, EVIOCGKEY(sizeof bits), bits) < 0 ||
+               std::any_of(std::begin(bits), std::end(bits), [](unsigned char b) { return b; });
     }
 
 private:
-    int m_fd = -1;
+    int m_fd;
 };
 
 class KeydProcess {
@@ -215,12 +204,6 @@ public:
         waitpid(m_pid, &status, 0);
         m_pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    std::string log() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(kLog).rdbuf();
-        return text.str();
     }
     pid_t pid() const { return m_pid; }
 
