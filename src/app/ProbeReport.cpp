@@ -2,6 +2,7 @@
 
 #include "app/KeyContext.h"
 #include "support/PlatformWords.h"
+#include "support/VisibleText.h"
 
 namespace ProbeReport {
 namespace {
@@ -25,6 +26,17 @@ QString outputLine(const Output& output, const std::optional<QString>& defaultOu
 QString playerEntry(const Player& player)
 {
     return player.name + QStringLiteral(" [") + player.model + QLatin1Char(']');
+}
+
+// Each section is made visible line by line, as it leaves this file. Names, models, URIs and
+// metadata come from players on the network, output and program names from other processes,
+// the settings from a file anyone may have edited; the fixed words hold no control
+// character. One pass over every line covers every field, including ones added later.
+QStringList visible(QStringList lines)
+{
+    for (QString& line : lines)
+        line = visibleText(line);
+    return lines;
 }
 
 bool speakerIsVisible(const Facts& facts)
@@ -51,7 +63,7 @@ QStringList head(const Facts& facts)
           << QString::fromUtf8(platformText(PlatformText::probeInputAccess)) +
                  yesNo(facts.inputAccess)
           << QString::fromUtf8(platformText(PlatformText::probeInputAccessRemark));
-    return lines;
+    return visible(lines);
 }
 
 QStringList audio(const Facts& facts)
@@ -66,7 +78,7 @@ QStringList audio(const Facts& facts)
         lines << QStringLiteral("  ") + process;
     if (facts.processesOutputting.isEmpty())
         lines << QStringLiteral("  (nothing is playing)");
-    return lines;
+    return visible(lines);
 }
 
 QStringList discovery(const Facts& facts)
@@ -84,7 +96,7 @@ QStringList discovery(const Facts& facts)
         lines << QString::fromUtf8(platformText(PlatformText::probeNoZonesSameNetwork))
               << QString::fromUtf8(platformText(PlatformText::probeNoZonesFirewall));
     }
-    return lines;
+    return visible(lines);
 }
 
 QStringList zone(const Zone& zone)
@@ -97,7 +109,7 @@ QStringList zone(const Zone& zone)
                  QStringLiteral("   airplay id: ") + zone.airplayId.value_or(QStringLiteral("?"));
     if (zone.controlError) {
         lines << QStringLiteral("    control failed: ") + *zone.controlError;
-        return lines;
+        return visible(lines);
     }
     lines << QStringLiteral("    volume: %1  muted: %2").arg(zone.volume).arg(yesNo(zone.muted));
     lines << QStringLiteral("    uri: ") +
@@ -105,7 +117,7 @@ QStringList zone(const Zone& zone)
     if (!zone.title.isEmpty())
         lines << QStringLiteral("    playing: ") + zone.title + QStringLiteral(" — ") + zone.artist;
     lines << QStringLiteral("    line input active: ") + yesNo(zone.lineInputActive);
-    return lines;
+    return visible(lines);
 }
 
 ArmedState verdict(const Facts& facts)
@@ -143,7 +155,7 @@ QStringList settingsAndVerdict(const Facts& facts)
                                   : QStringLiteral("no — ") + state.reason());
     lines << QStringLiteral(
         "  (assuming the event tap is healthy; probe mode does not install one)");
-    return lines;
+    return visible(lines);
 }
 
 QStringList render(const Facts& facts)

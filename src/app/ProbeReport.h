@@ -11,7 +11,8 @@
 
 // What the probe found, gathered into plain values, and the report's text made from them.
 // The text comes in sections so that the probe can print each as soon as its facts are in;
-// every function here is pure.
+// every function here is pure. Every line comes out with its control characters made
+// visible, so what a player calls itself cannot act on the terminal the report is read in.
 namespace ProbeReport {
 
 struct Output {

@@ -1,5 +1,7 @@
 #include "support/Log.h"
 
+#include "support/VisibleText.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -55,7 +57,9 @@ void LogFile::info(const QString& message)
 {
     if (m_stopped.get())
         return;
-    QByteArray line = (timestamp() + u' ' + message + u'\n').toUtf8();
+    // Messages carry names and errors from the network: made visible here, every caller's
+    // line stays one line, and no escape sequence reaches a terminal showing the log.
+    QByteArray line = (timestamp() + u' ' + visibleText(message) + u'\n').toUtf8();
     writeAll(STDERR_FILENO, line);
     m_queue.async([this, line = std::move(line)] { append(line); });
 }

@@ -17,7 +17,8 @@ public:
     const QString& path() const { return m_path; }
     QString rotatedPath() const { return m_path + QStringLiteral(".1"); }
 
-    // Callable from any thread; never fails and never blocks on file I/O.
+    // Callable from any thread; never fails and never blocks on file I/O. The message is
+    // written as one line, its control characters made visible (see visibleText).
     void info(const QString& message);
     // The last `count` line-feed separated pieces of the current file (an empty piece
     // after a final line feed counts), or "(no log file yet)".

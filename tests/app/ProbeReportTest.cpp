@@ -28,6 +28,16 @@ TEST(ProbeReport, AnIdleZoneWithoutAnAirPlayIdentity)
                                          "    line input active: false"}));
 }
 
+// A room name that would clear the screen, retitle the window and print a forged verdict.
+TEST(ProbeReport, APlayersTextCannotActOnTheTerminal)
+{
+    Zone zone = livingRoom();
+    zone.name = QStringLiteral("\x1b[2J\x1b]0;hi\aDen\r\nWOULD THE KEYS BE ARMED?  yes\0");
+    const QStringList lines = ProbeReport::zone(zone);
+    EXPECT_EQ(lines.at(0), R"(  \e[2J\e]0;hi\x07Den\r\nWOULD THE KEYS BE ARMED?  yes\x00 — )"
+                           "Sonos Playbar at 192.168.1.40");
+}
+
 TEST(ProbeReport, VerdictNeedsTheSpeakerAmongTheVisibleZonesByItsExactName)
 {
     Facts facts;

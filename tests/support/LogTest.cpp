@@ -23,16 +23,20 @@ protected:
     QString path = dir.filePath("state/velotide/velotide.log");
 };
 
-TEST_F(LogFileTest, FirstLineCreatesFolderAndOwnerOnlyFileAndEachMessageHasOneTimestamp)
+TEST_F(LogFileTest, FirstLineCreatesFolderAndOwnerOnlyFileAndEachMessageIsOneVisibleLine)
 {
     LogFile log(path);
-    log.info("speaker connected\nsecond");
+    testing::internal::CaptureStderr();
+    log.info(QStringLiteral("Reconnected to Kit\x1b[2Jchen\r\nvolume keys armed\0 at 10.0.0.2"));
+    const std::string err = testing::internal::GetCapturedStderr();
     log.flush();
 
     const QByteArray text = readFile(path);
-    const QRegularExpression line(
-        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d speaker connected\nsecond\n$)");
-    EXPECT_TRUE(line.match(QString::fromUtf8(text)).hasMatch()) << text.constData();
+    const QRegularExpression stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d $)");
+    EXPECT_TRUE(stamp.match(QString::fromUtf8(text.left(20))).hasMatch()) << text.constData();
+    EXPECT_EQ(text.mid(20), R"(Reconnected to Kit\e[2Jchen\r\nvolume keys armed\x00 at 10.0.0.2)"
+                            "\n");
+    EXPECT_EQ(QByteArray::fromStdString(err), text);
 
     struct stat st {};
     ASSERT_EQ(::stat(path.toLocal8Bit(), &st), 0);
