@@ -30,8 +30,9 @@ struct Settings {
     static QString directory();
     static QString filePath();
 
-    // Never fails: a missing or unreadable file is a first run, an undecodable one is set
-    // aside as settings.json.corrupt-<stamp> and is a first run too.
+    // Never fails and never waits: only a regular file of at most 1 MiB is read (through a
+    // link too). A missing or unreadable file is a first run; an undecodable or larger one
+    // is set aside as settings.json.corrupt-<stamp> and is a first run too.
     static Loaded load();
     static Loaded load(const QString& path);
     // The same reading for a caller that must change nothing on disk (the probe): an
@@ -39,7 +40,8 @@ struct Settings {
     static Loaded peek(const QString& path);
 
     // Writes the whole record atomically (the old file survives any failure) with mode
-    // 0600. False when it could not be written; the reason is already logged.
+    // 0600. Nothing is written over or through anything but a regular file. False when it
+    // could not be written; the reason is already logged.
     bool save() const;
     bool save(const QString& path) const;
 

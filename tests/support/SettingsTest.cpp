@@ -112,10 +112,11 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
     }
 }
 
-TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
+TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideUnderAStampedName)
 {
-    for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]")}) {
-        SCOPED_TRACE(bytes.constData());
+    const QByteArray large = '{' + QByteArray(2 * 1024 * 1024, ' ') + '}';
+    for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]"), large}) {
+        SCOPED_TRACE(bytes.left(10).constData());
         QDir(dir.filePath("velotide")).removeRecursively();
         ASSERT_TRUE(writeFile(path, bytes));
         LogWatch log;
@@ -196,6 +197,48 @@ TEST_F(SettingsFileTest, SaveFailsWhereTheFolderIsReadOnly)
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].startsWith("could not save settings: ")) << lines[0].toStdString();
     EXPECT_GT(lines[0].size(), QString("could not save settings: ").size());
+}
+
+// Anything but a regular file could keep the reading from ever ending; it is neither opened
+// nor replaced.
+TEST_F(SettingsFileTest, OnlyARegularFileIsReadOrReplaced)
+{
+    const QByteArray file = QFile::encodeName(path);
+    for (const bool fifo : {false, true}) {
+        SCOPED_TRACE(fifo ? "a FIFO" : "a link to /dev/zero");
+        QDir(dir.filePath("velotide")).removeRecursively();
+        QDir().mkpath(dir.filePath("velotide"));
+        ASSERT_EQ(
+            fifo ? ::mkfifo(file.constData(), 0600) : ::symlink("/dev/zero", file.constData()), 0);
+        LogWatch log;
+        EXPECT_TRUE(Settings::load(path).isFirstRun);
+        EXPECT_FALSE(Settings{}.save(path));
+
+        struct stat st {};
+        ASSERT_EQ(::lstat(file.constData(), &st), 0);
+        EXPECT_TRUE(fifo ? S_ISFIFO(st.st_mode) : S_ISLNK(st.st_mode));
+        EXPECT_EQ(log.lines(),
+                  (QStringList{"settings: could not read settings.json (not a regular file); "
+                               "using the defaults and leaving it as it is",
+                               fifo ? "could not save settings: could not read the existing "
+                                      "settings.json (not a regular file), left as it is"
+                                    : "could not save settings: settings.json is a symbolic link, "
+                                      "left as it is"}));
+    }
+}
+
+TEST_F(SettingsFileTest, ALinkedFileIsReadButNeverWrittenThrough)
+{
+    const QString target = dir.filePath("dotfiles/velotide.json");
+    ASSERT_TRUE(writeFile(target, R"({"speaker": "Den"})"));
+    QDir().mkpath(dir.filePath("velotide"));
+    ASSERT_EQ(::symlink(QFile::encodeName(target).constData(), QFile::encodeName(path).constData()),
+              0);
+
+    EXPECT_EQ(Settings::load(path).settings, Settings{.speaker = "Den"});
+    EXPECT_FALSE(Settings{.speaker = "Kitchen"}.save(path));
+    EXPECT_EQ(readFile(target), R"({"speaker": "Den"})");
+    EXPECT_TRUE(QFileInfo(path).isSymLink());
 }
 
 // An absolute XDG_CONFIG_HOME is followed by the end-to-end test; a relative one is not.
