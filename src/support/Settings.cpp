@@ -33,19 +33,41 @@ QString configFolder()
     return QDir::homePath() + QStringLiteral("/.config");
 }
 
-QString stringOr(const QJsonObject& object, QLatin1StringView key, QString fallback)
-{
-    const QJsonValue value = object.value(key);
-    return value.isString() ? value.toString() : fallback;
-}
+// Reads the known keys one at a time. A missing key takes its default quietly; one present
+// with a value this version cannot use takes its default too, but is noted: the file then
+// holds something a rewrite would lose.
+struct Decoder {
+    explicit Decoder(const QJsonObject& object)
+        : object(object)
+    {
+    }
 
-std::optional<bool> optionalBool(const QJsonObject& object, QLatin1StringView key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isBool())
+    const QJsonObject& object;
+    QStringList wrongTypes;
+    std::optional<QString> unknownRoute;
+
+    QString string(QLatin1StringView key, QString fallback = {})
+    {
+        const QJsonValue value = object.value(key);
+        if (value.isString())
+            return value.toString();
+        if (!value.isUndefined())
+            wrongTypes.append(key);
+        return fallback;
+    }
+
+    std::optional<bool> boolean(QLatin1StringView key)
+    {
+        const QJsonValue value = object.value(key);
+        if (value.isBool())
+            return value.toBool();
+        if (!value.isUndefined())
+            wrongTypes.append(key);
         return std::nullopt;
-    return value.toBool();
-}
+    }
+
+    bool isClean() const { return wrongTypes.isEmpty() && !unknownRoute; }
+};
 
 std::optional<Settings::Route> routeFromName(const QString& name)
 {
@@ -92,33 +114,51 @@ QString quoted(const QString& text)
     return out + u'"';
 }
 
-Settings decode(const QJsonObject& object)
+Settings decode(Decoder& keys)
 {
     Settings s;
-    s.speaker = stringOr(object, QLatin1StringView("speaker"), {});
-    const QString route = stringOr(object, QLatin1StringView("route"), QStringLiteral("optical"));
-    if (const auto known = routeFromName(route)) {
+    s.speaker = keys.string(QLatin1StringView("speaker"));
+    const QString route = keys.string(QLatin1StringView("route"), QStringLiteral("optical"));
+    if (const auto known = routeFromName(route))
         s.route = *known;
-    } else {
-        Log::info(QStringLiteral("settings: unknown route ") + quoted(route) +
-                  QStringLiteral(", using optical"));
-    }
-    s.triggerOutput = stringOr(object, QLatin1StringView("triggerOutput"), {});
+    else
+        keys.unknownRoute = route;
+    s.triggerOutput = keys.string(QLatin1StringView("triggerOutput"));
     // Files written before the flag existed count as configured when they name a trigger.
-    s.triggerConfigured = optionalBool(object, QLatin1StringView("triggerConfigured"))
-                              .value_or(!s.triggerOutput.isEmpty());
-    s.opticalOutput = stringOr(object, QLatin1StringView("opticalOutput"), {});
-    s.airplayOutput = stringOr(object, QLatin1StringView("airplayOutput"), {});
-    s.paused = optionalBool(object, QLatin1StringView("paused")).value_or(false);
-    s.loginItemOffered =
-        optionalBool(object, QLatin1StringView("loginItemOffered")).value_or(false);
-    s.lastKnownHost = stringOr(object, QLatin1StringView("lastKnownHost"), {});
+    s.triggerConfigured =
+        keys.boolean(QLatin1StringView("triggerConfigured")).value_or(!s.triggerOutput.isEmpty());
+    s.opticalOutput = keys.string(QLatin1StringView("opticalOutput"));
+    s.airplayOutput = keys.string(QLatin1StringView("airplayOutput"));
+    s.paused = keys.boolean(QLatin1StringView("paused")).value_or(false);
+    s.loginItemOffered = keys.boolean(QLatin1StringView("loginItemOffered")).value_or(false);
+    s.lastKnownHost = keys.string(QLatin1StringView("lastKnownHost"));
     return s;
+}
+
+QJsonObject encode(const Settings& s)
+{
+    return {
+        {QStringLiteral("speaker"), s.speaker},
+        {QStringLiteral("route"), Settings::routeName(s.route)},
+        {QStringLiteral("triggerOutput"), s.triggerOutput},
+        {QStringLiteral("triggerConfigured"), s.triggerConfigured},
+        {QStringLiteral("opticalOutput"), s.opticalOutput},
+        {QStringLiteral("airplayOutput"), s.airplayOutput},
+        {QStringLiteral("paused"), s.paused},
+        {QStringLiteral("loginItemOffered"), s.loginItemOffered},
+        {QStringLiteral("lastKnownHost"), s.lastKnownHost},
+    };
 }
 
 QString errorText(int error)
 {
     return QString::fromLocal8Bit(std::strerror(error));
+}
+
+bool exists(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
 }
 
 // What is at the settings path, read without ever waiting on it: only a regular file is
@@ -180,6 +220,20 @@ FileRead readSettingsFile(const QString& path)
     return read;
 }
 
+// The file's name with a further extension, `kind` and the time in UTC with hyphens for
+// colons (settings.json.corrupt-2025-03-02T14-03-07Z); a counter follows a name in use.
+QString asideName(const QString& path, const char* kind)
+{
+    const QString stamp = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).replace(u':', u'-');
+    const QString base = path + u'.' + QLatin1StringView(kind) + u'-' + stamp;
+    QString name = base;
+    for (int n = 2; exists(name); ++n)
+        name = base + u'-' + QString::number(n);
+    return name;
+}
+
+// The file is moved out of the way so that the next save starts afresh, and the user still
+// has what was in it. Where it cannot be moved it stays: the next save copies it first.
 void setAside(const QString& path, const QString& why, bool mayMove)
 {
     const QString head = QStringLiteral("settings unreadable (") + why + QStringLiteral("); ");
@@ -187,9 +241,13 @@ void setAside(const QString& path, const QString& why, bool mayMove)
         Log::info(head + QStringLiteral("left as it is"));
         return;
     }
-    const QString stamp = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).replace(u':', u'-');
-    const QString backup = path + QStringLiteral(".corrupt-") + stamp;
-    QFile::rename(path, backup);
+    const QString backup = asideName(path, "corrupt");
+    const QByteArray backupName = QFile::encodeName(backup);
+    if (::rename(QFile::encodeName(path).constData(), backupName.constData()) != 0) {
+        Log::info(head + QStringLiteral("could not move it aside (") + errorText(errno) +
+                  QStringLiteral("), left as it is"));
+        return;
+    }
     Log::info(head + QStringLiteral("moved to ") + QFileInfo(backup).fileName());
 }
 
@@ -197,6 +255,38 @@ bool failSave(const QString& why)
 {
     Log::info(QStringLiteral("could not save settings: ") + why);
     return false;
+}
+
+// The top-level object, or why the bytes hold none.
+QString parseObject(const QByteArray& bytes, QJsonObject& object)
+{
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError)
+        return error.errorString() + QStringLiteral(" at offset %1").arg(error.offset);
+    if (!document.isObject())
+        return QStringLiteral("the top level is not an object");
+    object = document.object();
+    return {};
+}
+
+// Keeps the bytes of a file about to be replaced beside it, created owner-only and never
+// over another file or through a link.
+bool keepCopy(const QString& path, const QByteArray& bytes)
+{
+    QFile copy(asideName(path, "backup"));
+    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly, ownerOnly))
+        return failSave(QStringLiteral("could not keep a copy of the old file (") +
+                        copy.errorString() + u')');
+    if (copy.write(bytes) != bytes.size() || !copy.flush()) {
+        const QString why = copy.errorString();
+        copy.remove();
+        return failSave(QStringLiteral("could not keep a copy of the old file (") + why + u')');
+    }
+    copy.close();
+    Log::info(QStringLiteral("settings: kept a copy of the old file as ") +
+              QFileInfo(copy).fileName() + QStringLiteral(" before rewriting it"));
+    return true;
 }
 
 } // namespace
@@ -262,35 +352,28 @@ Settings::Loaded Settings::decodeFile(const QString& path, SetAside setAsideBadF
                   QStringLiteral(" is a symbolic link; it is read but never written"));
     }
 
-    QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(file.bytes, &error);
-    if (error.error != QJsonParseError::NoError) {
-        setAside(path, error.errorString() + QStringLiteral(" at offset %1").arg(error.offset),
-                 mayMove);
+    QJsonObject object;
+    if (const QString why = parseObject(file.bytes, object); !why.isEmpty()) {
+        setAside(path, why, mayMove);
         return {};
     }
-    if (!document.isObject()) {
-        setAside(path, QStringLiteral("the top level is not an object"), mayMove);
-        return {};
+    Decoder keys(object);
+    const Settings settings = decode(keys);
+    if (keys.unknownRoute) {
+        Log::info(QStringLiteral("settings: unknown route ") + quoted(*keys.unknownRoute) +
+                  QStringLiteral(", using optical"));
     }
-    return {decode(document.object()), false};
+    if (!keys.wrongTypes.isEmpty()) {
+        Log::info(QStringLiteral("settings: wrong type for ") + keys.wrongTypes.join(u", ") +
+                  QStringLiteral("; using the defaults"));
+    }
+    return {settings, false};
 }
 
 QByteArray Settings::toJson() const
 {
     // QJsonObject keeps its keys sorted, so the file lists them alphabetically.
-    const QJsonObject object{
-        {QStringLiteral("speaker"), speaker},
-        {QStringLiteral("route"), routeName(route)},
-        {QStringLiteral("triggerOutput"), triggerOutput},
-        {QStringLiteral("triggerConfigured"), triggerConfigured},
-        {QStringLiteral("opticalOutput"), opticalOutput},
-        {QStringLiteral("airplayOutput"), airplayOutput},
-        {QStringLiteral("paused"), paused},
-        {QStringLiteral("loginItemOffered"), loginItemOffered},
-        {QStringLiteral("lastKnownHost"), lastKnownHost},
-    };
-    return QJsonDocument(object).toJson(QJsonDocument::Indented);
+    return QJsonDocument(encode(*this)).toJson(QJsonDocument::Indented);
 }
 
 bool Settings::save() const
@@ -304,22 +387,38 @@ bool Settings::save(const QString& path) const
     if (!QDir().mkpath(folder))
         return failSave(QStringLiteral("could not create the folder ") + folder);
 
-    // The file there now is replaced only when it is a regular file. A link is someone's own
-    // arrangement (settings kept with the rest of their dotfiles, say): writing through it
-    // would change a file elsewhere, and replacing it would quietly undo the arrangement, so
-    // it is left alone and the save fails, which the user is told.
+    // The file there now is replaced only when it is a regular file whose every byte this
+    // version has read. A link is someone's own arrangement (settings kept with the rest of
+    // their dotfiles, say): writing through it would change a file elsewhere, and replacing
+    // it would quietly undo the arrangement, so it is left alone and the save fails, which
+    // the user is told. Keys from a newer version are carried over, and a file that did not
+    // decode cleanly is copied aside first, so a rewrite loses nothing.
     const FileRead old = readSettingsFile(path);
     const QString name = QFileInfo(path).fileName();
     if (old.isLink)
         return failSave(name + QStringLiteral(" is a symbolic link, left as it is"));
-    if (old.found == FileRead::Found::unusable) {
+    QJsonObject object;
+    switch (old.found) {
+    case FileRead::Found::nothing:
+        break;
+    case FileRead::Found::unusable:
         return failSave(QStringLiteral("could not read the existing ") + name +
                         QStringLiteral(" (") + old.problem + QStringLiteral("), left as it is"));
-    }
-    if (old.found == FileRead::Found::tooLarge) {
+    case FileRead::Found::tooLarge:
         return failSave(QStringLiteral("the existing ") + name +
                         QStringLiteral(" is larger than 1 MiB, left as it is"));
+    case FileRead::Found::bytes: {
+        const bool isObject = parseObject(old.bytes, object).isEmpty();
+        Decoder keys(object);
+        decode(keys);
+        if (!(isObject && keys.isClean()) && !keepCopy(path, old.bytes))
+            return false;
+        break;
     }
+    }
+    const QJsonObject known = encode(*this);
+    for (auto it = known.begin(); it != known.end(); ++it)
+        object.insert(it.key(), it.value());
 
     // The bytes go to a temporary file beside the old one, which is renamed over it only
     // once they are all on disk: a crash or a full disk leaves the old file as it was.
@@ -327,7 +426,7 @@ bool Settings::save(const QString& path) const
     if (!file.open(QIODevice::WriteOnly))
         return failSave(file.errorString());
     file.setPermissions(ownerOnly);
-    const QByteArray bytes = toJson();
+    const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Indented);
     if (file.write(bytes) != bytes.size()) {
         const QString why = file.errorString();
         file.cancelWriting();

@@ -6,6 +6,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -45,6 +48,13 @@ void withoutFileOverride(F f)
     t.join();
 }
 
+// The permission bits of what is at `path`, itself rather than what a link leads to.
+unsigned mode(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
+}
+
 // A missing file is a first run with the defaults: the probe's end-to-end test shows it.
 class SettingsFileTest : public ::testing::Test {
 protected:
@@ -76,7 +86,7 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
         {"an unreadable flag falls back to the trigger rule",
          R"({"triggerOutput": "Digital Out", "triggerConfigured": "yes"})",
          {.triggerOutput = "Digital Out", .triggerConfigured = true},
-         {}},
+         "settings: wrong type for triggerConfigured; using the defaults"},
         {"an unknown route is optical, logged, and keeps the other keys",
          R"({"route": "bluetooth", "speaker": "Kitchen", "paused": true})",
          {.speaker = "Kitchen", .paused = true},
@@ -89,15 +99,18 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
          R"({"route": "a\"b\\c\nd"})",
          {},
          R"(settings: unknown route "a\"b\\c\nd", using optical)"},
-        {"a route of the wrong type is optical without a word", R"({"route": 3})", {}, {}},
+        {"a route of the wrong type is optical",
+         R"({"route": 3})",
+         {},
+         "settings: wrong type for route; using the defaults"},
         {"a string where a boolean belongs is false, the rest kept",
          R"({"paused": "yes", "loginItemOffered": true, "speaker": "Den"})",
          {.speaker = "Den", .loginItemOffered = true},
-         {}},
+         "settings: wrong type for paused; using the defaults"},
         {"a number where a string belongs is empty",
          R"({"speaker": 12, "lastKnownHost": "192.168.1.20"})",
          {.lastKnownHost = "192.168.1.20"},
-         {}},
+         "settings: wrong type for speaker; using the defaults"},
         {"the network route", R"({"route": "network"})", {.route = Route::Network}, {}},
     };
     for (const Case& c : cases) {
@@ -239,6 +252,54 @@ TEST_F(SettingsFileTest, ALinkedFileIsReadButNeverWrittenThrough)
     EXPECT_FALSE(Settings{.speaker = "Kitchen"}.save(path));
     EXPECT_EQ(readFile(target), R"({"speaker": "Den"})");
     EXPECT_TRUE(QFileInfo(path).isSymLink());
+}
+
+TEST_F(SettingsFileTest, AFileThatCannotBeMovedAsideIsCopiedBeforeItIsReplaced)
+{
+    ASSERT_TRUE(writeFile(path, "not json"));
+    const QString folder = dir.filePath("velotide");
+    ::chmod(QFile::encodeName(folder).constData(), 0555);
+    LogWatch log;
+    withoutFileOverride([&] { EXPECT_TRUE(Settings::load(path).isFirstRun); });
+    ::chmod(QFile::encodeName(folder).constData(), 0755);
+    EXPECT_EQ(readFile(path), "not json");
+
+    ASSERT_TRUE(Settings{.speaker = "Den"}.save(path));
+    const QStringList copies = QDir(folder).entryList({"settings.json.backup-*"});
+    ASSERT_EQ(copies.size(), 1);
+    EXPECT_EQ(readFile(folder + "/" + copies[0]), "not json");
+    EXPECT_EQ(Settings::load(path).settings, Settings{.speaker = "Den"});
+    EXPECT_EQ(log.lines(),
+              (QStringList{"settings unreadable (illegal value at offset 1); could not move it "
+                           "aside (Permission denied), left as it is",
+                           "settings: kept a copy of the old file as " + copies[0] +
+                               " before rewriting it"}));
+}
+
+// A newer version's keys survive, and a file that only has those is not copied.
+TEST_F(SettingsFileTest, UnknownKeysAreKeptOnSave)
+{
+    ASSERT_TRUE(writeFile(path, R"({"speaker": "Den", "somethingNewer": [1, {"a": null}]})"));
+    ASSERT_TRUE(Settings{.speaker = "Kitchen"}.save(path));
+    const QJsonObject saved = QJsonDocument::fromJson(readFile(path)).object();
+    EXPECT_EQ(saved.value("speaker"), "Kitchen");
+    EXPECT_EQ(saved.value("somethingNewer"),
+              QJsonDocument::fromJson(R"([1, {"a": null}])").array());
+    EXPECT_EQ(QDir(dir.filePath("velotide")).entryList(QDir::Files), QStringList{"settings.json"});
+}
+
+TEST_F(SettingsFileTest, AFileWithValuesOfTheWrongTypeIsCopiedOwnerOnlyBeforeTheFirstRewrite)
+{
+    const QByteArray old = R"({"paused": "yes", "route": "bluetooth"})";
+    ASSERT_TRUE(writeFile(path, old));
+    ASSERT_TRUE(Settings{}.save(path));
+    ASSERT_TRUE(Settings{.paused = true}.save(path));
+
+    const QString folder = dir.filePath("velotide");
+    const QStringList copies = QDir(folder).entryList({"settings.json.backup-*"});
+    ASSERT_EQ(copies.size(), 1) << "the rewritten file is clean: one copy only";
+    EXPECT_EQ(readFile(folder + "/" + copies[0]), old);
+    EXPECT_EQ(mode(folder + "/" + copies[0]), 0600u);
 }
 
 // An absolute XDG_CONFIG_HOME is followed by the end-to-end test; a relative one is not.
