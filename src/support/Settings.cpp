@@ -248,7 +248,12 @@ void setAside(const QString& path, const QString& why, bool mayMove)
                   QStringLiteral("), left as it is"));
         return;
     }
-    Log::info(head + QStringLiteral("moved to ") + QFileInfo(backup).fileName());
+    // It may have been readable by others; what is kept aside is the owner's alone.
+    const QString privateNote =
+        ::chmod(backupName.constData(), 0600) == 0
+            ? QString()
+            : QStringLiteral(" (still readable by others: ") + errorText(errno) + u')';
+    Log::info(head + QStringLiteral("moved to ") + QFileInfo(backup).fileName() + privateNote);
 }
 
 bool failSave(const QString& why)
@@ -286,6 +291,32 @@ bool keepCopy(const QString& path, const QByteArray& bytes)
     copy.close();
     Log::info(QStringLiteral("settings: kept a copy of the old file as ") +
               QFileInfo(copy).fileName() + QStringLiteral(" before rewriting it"));
+    return true;
+}
+
+// Each missing folder is made owner-only, as the XDG base directory rules ask.
+bool makeFolders(const QString& folder)
+{
+    if (QFileInfo(folder).isDir())
+        return true;
+    return makeFolders(QFileInfo(folder).absolutePath()) &&
+           (::mkdir(QFile::encodeName(folder).constData(), 0700) == 0 ||
+            (errno == EEXIST && QFileInfo(folder).isDir()));
+}
+
+// The settings folder is the owner's alone, even where an earlier version made it readable
+// by others. What the owner may do is left as it is.
+bool makePrivateFolder(const QString& folder)
+{
+    if (!makeFolders(folder))
+        return false;
+    const QByteArray name = QFile::encodeName(folder);
+    struct stat st {};
+    if (::stat(name.constData(), &st) == 0 && (st.st_mode & 077) != 0 &&
+        ::chmod(name.constData(), st.st_mode & 0700) != 0) {
+        Log::info(QStringLiteral("settings: could not make the folder ") + folder +
+                  QStringLiteral(" private (") + errorText(errno) + u')');
+    }
     return true;
 }
 
@@ -384,7 +415,7 @@ bool Settings::save() const
 bool Settings::save(const QString& path) const
 {
     const QString folder = QFileInfo(path).absolutePath();
-    if (!QDir().mkpath(folder))
+    if (!makePrivateFolder(folder))
         return failSave(QStringLiteral("could not create the folder ") + folder);
 
     // The file there now is replaced only when it is a regular file whose every byte this

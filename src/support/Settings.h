@@ -42,10 +42,10 @@ struct Settings {
     static Loaded peek(const QString& path);
 
     // Writes the whole record atomically (the old file survives any failure) with mode
-    // 0600, keeping keys it does not know from the old file. An old file that did not
-    // decode cleanly is first copied to settings.json.backup-<stamp>. Nothing is written
-    // over or through anything but a regular file. False when it could not be written; the
-    // reason is already logged.
+    // 0600, in a folder of mode 0700, keeping keys it does not know from the old file. An
+    // old file that did not decode cleanly is first copied to settings.json.backup-<stamp>.
+    // Nothing is written over or through anything but a regular file. False when it could
+    // not be written; the reason is already logged.
     bool save() const;
     bool save(const QString& path) const;
 

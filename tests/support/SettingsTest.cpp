@@ -125,7 +125,7 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
     }
 }
 
-TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideUnderAStampedName)
+TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideOwnerOnlyUnderAStampedName)
 {
     const QByteArray large = '{' + QByteArray(2 * 1024 * 1024, ' ') + '}';
     for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]"), large}) {
@@ -144,6 +144,7 @@ TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideUnderAStampedName)
             R"(^settings\.json\.corrupt-\d{4}-\d\d-\d\dT\d\d-\d\d-\d\dZ$)");
         EXPECT_TRUE(name.match(backups[0]).hasMatch()) << backups[0].toStdString();
         EXPECT_EQ(readFile(dir.filePath("velotide/" + backups[0])), bytes);
+        EXPECT_EQ(mode(dir.filePath("velotide/" + backups[0])), 0600u);
 
         const QStringList lines = log.lines();
         ASSERT_EQ(lines.size(), 1);
@@ -171,9 +172,8 @@ TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadRe
     "triggerOutput": ""
 }
 )");
-    struct stat st {};
-    ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(mode(path), 0600u);
+    EXPECT_EQ(mode(dir.filePath("velotide")), 0700u) << "an existing folder is made private";
 
     const Settings s{.speaker = "Wohnzimmer \"Süd\"",
                      .route = Route::Network,
