@@ -6,6 +6,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
@@ -45,6 +48,13 @@ void withoutFileOverride(F f)
     t.join();
 }
 
+// The permission bits of what is at `path`, itself rather than what a link leads to.
+unsigned mode(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
+}
+
 // A missing file is a first run with the defaults: the probe's end-to-end test shows it.
 class SettingsFileTest : public ::testing::Test {
 protected:
@@ -76,7 +86,7 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
         {"an unreadable flag falls back to the trigger rule",
          R"({"triggerOutput": "Digital Out", "triggerConfigured": "yes"})",
          {.triggerOutput = "Digital Out", .triggerConfigured = true},
-         {}},
+         "settings: wrong type for triggerConfigured; using the defaults"},
         {"an unknown route is optical, logged, and keeps the other keys",
          R"({"route": "bluetooth", "speaker": "Kitchen", "paused": true})",
          {.speaker = "Kitchen", .paused = true},
@@ -89,15 +99,18 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
          R"({"route": "a\"b\\c\nd"})",
          {},
          R"(settings: unknown route "a\"b\\c\nd", using optical)"},
-        {"a route of the wrong type is optical without a word", R"({"route": 3})", {}, {}},
+        {"a route of the wrong type is optical",
+         R"({"route": 3})",
+         {},
+         "settings: wrong type for route; using the defaults"},
         {"a string where a boolean belongs is false, the rest kept",
          R"({"paused": "yes", "loginItemOffered": true, "speaker": "Den"})",
          {.speaker = "Den", .loginItemOffered = true},
-         {}},
+         "settings: wrong type for paused; using the defaults"},
         {"a number where a string belongs is empty",
          R"({"speaker": 12, "lastKnownHost": "192.168.1.20"})",
          {.lastKnownHost = "192.168.1.20"},
-         {}},
+         "settings: wrong type for speaker; using the defaults"},
         {"the network route", R"({"route": "network"})", {.route = Route::Network}, {}},
     };
     for (const Case& c : cases) {
@@ -112,10 +125,11 @@ TEST_F(SettingsFileTest, EachKeyIsDecodedOnItsOwn)
     }
 }
 
-TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
+TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideOwnerOnlyUnderAStampedName)
 {
-    for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]")}) {
-        SCOPED_TRACE(bytes.constData());
+    const QByteArray large = '{' + QByteArray(2 * 1024 * 1024, ' ') + '}';
+    for (const QByteArray& bytes : {QByteArray("not json"), QByteArray("[1, 2]"), large}) {
+        SCOPED_TRACE(bytes.left(10).constData());
         QDir(dir.filePath("velotide")).removeRecursively();
         ASSERT_TRUE(writeFile(path, bytes));
         LogWatch log;
@@ -130,6 +144,7 @@ TEST_F(SettingsFileTest, UndecodableFileIsSetAsideUnderAStampedName)
             R"(^settings\.json\.corrupt-\d{4}-\d\d-\d\dT\d\d-\d\d-\d\dZ$)");
         EXPECT_TRUE(name.match(backups[0]).hasMatch()) << backups[0].toStdString();
         EXPECT_EQ(readFile(dir.filePath("velotide/" + backups[0])), bytes);
+        EXPECT_EQ(mode(dir.filePath("velotide/" + backups[0])), 0600u);
 
         const QStringList lines = log.lines();
         ASSERT_EQ(lines.size(), 1);
@@ -157,9 +172,8 @@ TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadRe
     "triggerOutput": ""
 }
 )");
-    struct stat st {};
-    ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(mode(path), 0600u);
+    EXPECT_EQ(mode(dir.filePath("velotide")), 0700u) << "an existing folder is made private";
 
     const Settings s{.speaker = "Wohnzimmer \"Süd\"",
                      .route = Route::Network,
@@ -196,6 +210,96 @@ TEST_F(SettingsFileTest, SaveFailsWhereTheFolderIsReadOnly)
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].startsWith("could not save settings: ")) << lines[0].toStdString();
     EXPECT_GT(lines[0].size(), QString("could not save settings: ").size());
+}
+
+// Anything but a regular file could keep the reading from ever ending; it is neither opened
+// nor replaced.
+TEST_F(SettingsFileTest, OnlyARegularFileIsReadOrReplaced)
+{
+    const QByteArray file = QFile::encodeName(path);
+    for (const bool fifo : {false, true}) {
+        SCOPED_TRACE(fifo ? "a FIFO" : "a link to /dev/zero");
+        QDir(dir.filePath("velotide")).removeRecursively();
+        QDir().mkpath(dir.filePath("velotide"));
+        ASSERT_EQ(
+            fifo ? ::mkfifo(file.constData(), 0600) : ::symlink("/dev/zero", file.constData()), 0);
+        LogWatch log;
+        EXPECT_TRUE(Settings::load(path).isFirstRun);
+        EXPECT_FALSE(Settings{}.save(path));
+
+        struct stat st {};
+        ASSERT_EQ(::lstat(file.constData(), &st), 0);
+        EXPECT_TRUE(fifo ? S_ISFIFO(st.st_mode) : S_ISLNK(st.st_mode));
+        EXPECT_EQ(log.lines(),
+                  (QStringList{"settings: could not read settings.json (not a regular file); "
+                               "using the defaults and leaving it as it is",
+                               fifo ? "could not save settings: could not read the existing "
+                                      "settings.json (not a regular file), left as it is"
+                                    : "could not save settings: settings.json is a symbolic link, "
+                                      "left as it is"}));
+    }
+}
+
+TEST_F(SettingsFileTest, ALinkedFileIsReadButNeverWrittenThrough)
+{
+    const QString target = dir.filePath("dotfiles/velotide.json");
+    ASSERT_TRUE(writeFile(target, R"({"speaker": "Den"})"));
+    QDir().mkpath(dir.filePath("velotide"));
+    ASSERT_EQ(::symlink(QFile::encodeName(target).constData(), QFile::encodeName(path).constData()),
+              0);
+
+    EXPECT_EQ(Settings::load(path).settings, Settings{.speaker = "Den"});
+    EXPECT_FALSE(Settings{.speaker = "Kitchen"}.save(path));
+    EXPECT_EQ(readFile(target), R"({"speaker": "Den"})");
+    EXPECT_TRUE(QFileInfo(path).isSymLink());
+}
+
+TEST_F(SettingsFileTest, AFileThatCannotBeMovedAsideIsCopiedBeforeItIsReplaced)
+{
+    ASSERT_TRUE(writeFile(path, "not json"));
+    const QString folder = dir.filePath("velotide");
+    ::chmod(QFile::encodeName(folder).constData(), 0555);
+    LogWatch log;
+    withoutFileOverride([&] { EXPECT_TRUE(Settings::load(path).isFirstRun); });
+    ::chmod(QFile::encodeName(folder).constData(), 0755);
+    EXPECT_EQ(readFile(path), "not json");
+
+    ASSERT_TRUE(Settings{.speaker = "Den"}.save(path));
+    const QStringList copies = QDir(folder).entryList({"settings.json.backup-*"});
+    ASSERT_EQ(copies.size(), 1);
+    EXPECT_EQ(readFile(folder + "/" + copies[0]), "not json");
+    EXPECT_EQ(Settings::load(path).settings, Settings{.speaker = "Den"});
+    EXPECT_EQ(log.lines(),
+              (QStringList{"settings unreadable (illegal value at offset 1); could not move it "
+                           "aside (Permission denied), left as it is",
+                           "settings: kept a copy of the old file as " + copies[0] +
+                               " before rewriting it"}));
+}
+
+// A newer version's keys survive, and a file that only has those is not copied.
+TEST_F(SettingsFileTest, UnknownKeysAreKeptOnSave)
+{
+    ASSERT_TRUE(writeFile(path, R"({"speaker": "Den", "somethingNewer": [1, {"a": null}]})"));
+    ASSERT_TRUE(Settings{.speaker = "Kitchen"}.save(path));
+    const QJsonObject saved = QJsonDocument::fromJson(readFile(path)).object();
+    EXPECT_EQ(saved.value("speaker"), "Kitchen");
+    EXPECT_EQ(saved.value("somethingNewer"),
+              QJsonDocument::fromJson(R"([1, {"a": null}])").array());
+    EXPECT_EQ(QDir(dir.filePath("velotide")).entryList(QDir::Files), QStringList{"settings.json"});
+}
+
+TEST_F(SettingsFileTest, AFileWithValuesOfTheWrongTypeIsCopiedOwnerOnlyBeforeTheFirstRewrite)
+{
+    const QByteArray old = R"({"paused": "yes", "route": "bluetooth"})";
+    ASSERT_TRUE(writeFile(path, old));
+    ASSERT_TRUE(Settings{}.save(path));
+    ASSERT_TRUE(Settings{.paused = true}.save(path));
+
+    const QString folder = dir.filePath("velotide");
+    const QStringList copies = QDir(folder).entryList({"settings.json.backup-*"});
+    ASSERT_EQ(copies.size(), 1) << "the rewritten file is clean: one copy only";
+    EXPECT_EQ(readFile(folder + "/" + copies[0]), old);
+    EXPECT_EQ(mode(folder + "/" + copies[0]), 0600u);
 }
 
 // An absolute XDG_CONFIG_HOME is followed by the end-to-end test; a relative one is not.
