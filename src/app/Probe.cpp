@@ -196,19 +196,19 @@ void Probe::showZones(const QList<SonosDevice>& found, const QList<SonosDevice>&
     m_visible = visible;
     for (const SonosDevice& device : visible)
         m_facts.zones.append(zoneHeader(device));
+    m_zoneAnswered = QList<bool>(visible.size(), false);
     m_print(ProbeReport::discovery(m_facts));
-    askZone(0);
+    // All zones at once, so that a few slow players cost the report seconds, not their
+    // time-outs one after another; the report still lists them in order.
+    for (int index = 0; index < visible.size(); ++index)
+        askZone(index);
+    QTimer::singleShot(m_options.zonesWaitMs, this, &Probe::zonesOutOfTime);
+    printZonesInOrder();
 }
 
-// One zone at a time, in order: volume, then mute, then what it plays. The first failure
-// ends that zone's questions.
+// Volume, then mute, then what it plays. The first failure ends that zone's questions.
 void Probe::askZone(int index)
 {
-    if (index >= m_visible.size()) {
-        m_zonesDone = true;
-        finish();
-        return;
-    }
     const SonosDevice device = m_visible.at(index);
     auto zone = std::make_shared<ProbeReport::Zone>(m_facts.zones.at(index));
     auto fail = [this, index, zone](const SpeakerError& error) {
@@ -239,9 +239,35 @@ void Probe::askZone(int index)
 
 void Probe::zoneAnswered(int index, ProbeReport::Zone zone)
 {
+    if (m_zoneAnswered[index])
+        return; // given up on already
     m_facts.zones[index] = zone;
-    m_print(ProbeReport::zone(zone));
-    askZone(index + 1);
+    m_zoneAnswered[index] = true;
+    printZonesInOrder();
+}
+
+void Probe::zonesOutOfTime()
+{
+    for (qsizetype index = 0; index < m_zoneAnswered.size(); ++index) {
+        if (m_zoneAnswered[index])
+            continue;
+        m_facts.zones[index].controlError =
+            QStringLiteral("no answer within %1 s").arg(m_options.zonesWaitMs / 1000.0);
+        m_zoneAnswered[index] = true;
+    }
+    printZonesInOrder();
+}
+
+void Probe::printZonesInOrder()
+{
+    if (m_zonesDone)
+        return;
+    while (m_zonesPrinted < m_zoneAnswered.size() && m_zoneAnswered[m_zonesPrinted])
+        m_print(ProbeReport::zone(m_facts.zones[m_zonesPrinted++]));
+    if (m_zonesPrinted < m_zoneAnswered.size())
+        return;
+    m_zonesDone = true;
+    finish();
 }
 
 void Probe::finish()

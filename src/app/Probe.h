@@ -26,6 +26,8 @@ public:
         QString keyServicePath; // empty: the key service's usual socket
         int audioWaitMs = 2000; // how long the sound server may take for its first copy
         double discoveryTimeout = 3.0;
+        // How long the zones, all asked at once, may take to say what they hold.
+        int zonesWaitMs = 8000;
     };
 
     explicit Probe(Print print, QObject* parent = nullptr);
@@ -46,6 +48,8 @@ private:
     void showZones(const QList<SonosDevice>& found, const QList<SonosDevice>& visible);
     void askZone(int index);
     void zoneAnswered(int index, ProbeReport::Zone zone);
+    void zonesOutOfTime();
+    void printZonesInOrder();
     void finish();
 
     Print m_print;
@@ -55,5 +59,7 @@ private:
     bool m_zonesDone = false;
     std::unique_ptr<AudioDevice> m_audio;
     QList<SonosDevice> m_visible;
+    QList<bool> m_zoneAnswered; // per visible zone: its facts are in (answered or given up)
+    qsizetype m_zonesPrinted = 0;
     QElapsedTimer m_discoveryClock;
 };

@@ -166,10 +166,13 @@ TEST_F(ProbeEndToEnd, SettingsNamingTheTriggerAndPlayersThatFailControl)
 {
     ASSERT_EQ(startHousehold(), std::nullopt);
     // The kitchen refuses its volume question; the bedroom hangs up on what it plays, after
-    // answering volume and mute.
+    // answering volume and mute; the office drips its volume, a byte a second, past the
+    // time the zones have.
     using Kind = emulator::Fault::Kind;
     m_household->setFault(kKitchen, {.kind = Kind::Status, .status = 500, .only = "GetVolume"});
     m_household->setFault(kBedroom, {.kind = Kind::Close, .only = "GetPositionInfo"});
+    m_household->setFault("127.0.0.16",
+                          {.kind = Kind::Trickle, .delayMs = 1000, .only = "GetVolume"});
     writeSettings(R"json({
   "speaker": "Living Room",
   "route": "optical",

@@ -25,6 +25,7 @@ struct Fault {
         Close,     // close the connection without answering
         Garbage,   // answer with bytes that are not HTTP at all
         Silent,    // keep the connection open and never answer
+        Trickle,   // answer normally, the head at once, then one body byte every `delayMs`
     };
     Kind kind = Kind::None;
     int delayMs = 0;

@@ -20,7 +20,7 @@ bool faultApplies(const Fault& fault, const Request& request)
 bool faultLetsPlayerAct(const Fault& fault)
 {
     return fault.kind == Fault::Kind::None || fault.kind == Fault::Kind::Delay ||
-           fault.kind == Fault::Kind::Oversized;
+           fault.kind == Fault::Kind::Oversized || fault.kind == Fault::Kind::Trickle;
 }
 
 Reply faultReply(const Fault& fault, const HttpAnswer& normal, const QByteArray& server,
@@ -58,6 +58,9 @@ Reply faultReply(const Fault& fault, const HttpAnswer& normal, const QByteArray&
     }
     case Fault::Kind::Silent:
         return Reply{Reply::Kind::Silent, {}, false, 0};
+    case Fault::Kind::Trickle:
+        return Reply{Reply::Kind::Send, serialize(normal, server, closeAfter), closeAfter, 0,
+                     std::max(1, fault.delayMs)};
     }
     return {};
 }

@@ -12,13 +12,15 @@ struct HttpAnswer {
 };
 
 // What a connection does with a request: write these bytes (after a delay, then perhaps
-// close), close without a word, or fall silent for good.
+// close), close without a word, or fall silent for good. With `perByteMs`, the bytes go out
+// one at a time, that far apart.
 struct Reply {
     enum class Kind { Send, Close, Silent };
     Kind kind = Kind::Send;
     QByteArray bytes;
     bool closeAfter = false;
     int delayMs = 0;
+    int perByteMs = 0;
 };
 
 QByteArray reasonPhrase(int status);

@@ -66,12 +66,29 @@ void HttpConnection::carryOut(const Reply& reply)
         m_socket->disconnectFromHost();
         return;
     case Reply::Kind::Send:
-        if (reply.delayMs > 0)
+        if (reply.perByteMs > 0) {
+            // The head at once, so that every later byte is progress of the body.
+            const qsizetype head = reply.bytes.indexOf("\r\n\r\n") + 4;
+            m_socket->write(reply.bytes.left(head));
+            trickle(reply, head);
+        } else if (reply.delayMs > 0) {
             QTimer::singleShot(reply.delayMs, this, [this, reply] { send(reply); });
-        else
+        } else {
             send(reply);
+        }
         return;
     }
+}
+
+void HttpConnection::trickle(const Reply& reply, qsizetype sent)
+{
+    if (sent == reply.bytes.size() - 1) {
+        Reply last = reply;
+        last.bytes = reply.bytes.right(1);
+        return send(last);
+    }
+    m_socket->write(reply.bytes.mid(sent, 1));
+    QTimer::singleShot(reply.perByteMs, this, [this, reply, sent] { trickle(reply, sent + 1); });
 }
 
 void HttpConnection::send(const Reply& reply)

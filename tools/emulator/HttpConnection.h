@@ -28,6 +28,7 @@ private:
     void serveNext();
     void carryOut(const Reply& reply);
     void send(const Reply& reply);
+    void trickle(const Reply& reply, qsizetype sent);
     void refuse(const HttpRequestParser::Error& error);
 
     QTcpSocket* m_socket;
