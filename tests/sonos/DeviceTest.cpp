@@ -130,35 +130,17 @@ TEST_F(DeviceTest, ReadsWhatThePlayerHolds)
     EXPECT_EQ(actions(), (QStringList{"GetVolume", "GetMute", "GetGroupVolume", "GetGroupMute"}));
 }
 
-TEST_F(DeviceTest, WritesCarryTheirArgumentsInOrder)
+// The emulator takes each argument by name and refuses a missing or malformed one.
+TEST_F(DeviceTest, WritesChangeWhatThePlayerHolds)
 {
     ASSERT_TRUE(succeeded(settle(device().setMute(true))));
     EXPECT_TRUE((*players)->muted(arcHost));
-    ASSERT_TRUE(succeeded(settle(device().setMute(false))));
+    ASSERT_TRUE(succeeded(settle(device().setGroupMute(false))));
     EXPECT_FALSE((*players)->muted(arcHost));
     ASSERT_TRUE(succeeded(settle(device().setGroupVolume(30))));
-    ASSERT_TRUE(succeeded(settle(device().setGroupMute(true))));
+    EXPECT_EQ((*players)->volume(arcHost), 30);
     ASSERT_TRUE(succeeded(settle(device().setEQ(QStringLiteral("NightMode"), true))));
     EXPECT_EQ((*players)->eq(arcHost, QStringLiteral("NightMode")), true);
-    // The group volume goes out as given; the controller clamps it beforehand.
-    settle(device().setGroupVolume(130));
-
-    const QList<emulator::Request> sent = requests();
-    ASSERT_EQ(sent.size(), 6);
-    const auto arguments = [](const emulator::Request& r) {
-        const qsizetype start = r.body.indexOf("<InstanceID>");
-        const qsizetype end = r.body.indexOf("</u:");
-        return r.body.mid(start, end - start);
-    };
-    EXPECT_EQ(arguments(sent[0]),
-              "<InstanceID>0</InstanceID><Channel>Master</Channel><DesiredMute>1</DesiredMute>");
-    EXPECT_EQ(arguments(sent[1]),
-              "<InstanceID>0</InstanceID><Channel>Master</Channel><DesiredMute>0</DesiredMute>");
-    EXPECT_EQ(arguments(sent[2]), "<InstanceID>0</InstanceID><DesiredVolume>30</DesiredVolume>");
-    EXPECT_EQ(arguments(sent[3]), "<InstanceID>0</InstanceID><DesiredMute>1</DesiredMute>");
-    EXPECT_EQ(arguments(sent[4]), "<InstanceID>0</InstanceID><EQType>NightMode</EQType>"
-                                  "<DesiredValue>1</DesiredValue>");
-    EXPECT_EQ(arguments(sent[5]), "<InstanceID>0</InstanceID><DesiredVolume>130</DesiredVolume>");
 }
 
 // The topology's one action takes neither arguments nor an InstanceID.
