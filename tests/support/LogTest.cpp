@@ -71,22 +71,19 @@ TEST_F(LogFileTest, LinesGoToStderrImmediatelyAndToTheFileInOrder)
 
 TEST_F(LogFileTest, RotatesOnlyPastTwoMebibytes)
 {
+    const auto logOneLine = [&](const char* text) {
+        LogFile log(path);
+        log.info(text);
+        log.flush();
+    };
     ASSERT_TRUE(writeFile(path, QByteArray(LogFile::rotationSize, 'a')));
     ASSERT_TRUE(writeFile(path + ".1", "old generation\n"));
-    {
-        LogFile log(path);
-        log.info("at the limit");
-        log.flush();
-    }
+    logOneLine("at the limit");
     EXPECT_EQ(QFileInfo(path).size(), LogFile::rotationSize + 33); // one line over, not rotated
     EXPECT_EQ(readFile(path + ".1"), "old generation\n");
 
     ASSERT_TRUE(writeFile(path, QByteArray(LogFile::rotationSize + 1, 'b')));
-    {
-        LogFile log(path);
-        log.info("fresh start");
-        log.flush();
-    }
+    logOneLine("fresh start");
     EXPECT_EQ(QFileInfo(path + ".1").size(), LogFile::rotationSize + 1);
     EXPECT_TRUE(readFile(path).endsWith(" fresh start\n"));
     EXPECT_EQ(readFile(path).count('\n'), 1);
