@@ -42,15 +42,10 @@ TEST(Arming, EachStateBeatsTheNextWithATriggerOutput)
 
 TEST(Arming, WithoutATriggerOutputTheQuestionMustBeSettled)
 {
-    KeyContext context{.paused = false,
-                       .trusted = true,
-                       .tapEnabled = true,
-                       .triggerOutput = "",
-                       .triggerConfigured = false,
-                       .currentOutput = "Speakers",
-                       .speakerConnected = false,
-                       .speakerFixedVolume = false,
-                       .speakerName = ""};
+    KeyContext context; // no trigger chosen, the question unsettled, no speaker
+    context.trusted = true;
+    context.tapEnabled = true;
+    context.currentOutput = QStringLiteral("Speakers");
     EXPECT_EQ(context.evaluate(), Case::noOutputChosen) << "beats a missing speaker";
     context.triggerConfigured = true;
     context.speakerConnected = true;

@@ -1,4 +1,5 @@
 #include "TapRecorder.h"
+#include "common/Files.h"
 #include "common/LogWatch.h"
 #include "common/Wait.h"
 #include "keys/EventTap.h"
@@ -20,12 +21,11 @@ TEST(RealServiceTap, talksWithTheRealServiceThroughItsWholeLife)
 {
     QTemporaryDir dir;
     const QString socket = dir.filePath(QStringLiteral("keyd.sock"));
-    QFile seat(dir.filePath(QStringLiteral("seat0")));
-    ASSERT_TRUE(seat.open(QIODevice::WriteOnly));
-    seat.write("ACTIVE_UID=" + QByteArray::number(::getuid()) + "\n");
-    seat.close();
+    const QString seat = dir.filePath(QStringLiteral("seat0"));
+    ASSERT_TRUE(
+        testing_support::writeFile(seat, "ACTIVE_UID=" + QByteArray::number(::getuid()) + "\n"));
     const QStringList arguments{QStringLiteral("--socket=") + socket,
-                                QStringLiteral("--seat-file=") + seat.fileName()};
+                                QStringLiteral("--seat-file=") + seat};
     QProcess service;
     service.setProcessChannelMode(QProcess::ForwardedChannels);
     service.start(qEnvironmentVariable("VELOTIDE_KEYD"), arguments);

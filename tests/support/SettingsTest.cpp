@@ -31,11 +31,12 @@ namespace {
 
 using Route = Settings::Route;
 
-// Runs `f` on a thread of its own that has given up root's power to ignore file
-// permissions, so a read-only folder is read-only even when the tests run as root.
+// Runs `f` with `folder` read-only, on a thread of its own that has given up root's power to
+// ignore file permissions, so the folder is read-only even when the tests run as root.
 template <typename F>
-void withoutFileOverride(F f)
+void inReadOnlyFolder(const QString& folder, F f)
 {
+    ::chmod(QFile::encodeName(folder).constData(), 0555);
     std::thread t([&] {
         __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
         __user_cap_data_struct data[2]{};
@@ -46,6 +47,7 @@ void withoutFileOverride(F f)
         f();
     });
     t.join();
+    ::chmod(QFile::encodeName(folder).constData(), 0755);
 }
 
 // The permission bits of what is at `path`, itself rather than what a link leads to.
@@ -195,12 +197,9 @@ TEST_F(SettingsFileTest, SaveFailsWhereTheFolderIsReadOnly)
 {
     ASSERT_TRUE(writeFile(path, "{\"speaker\": \"Old\"}\n"));
     const QString folder = dir.filePath("velotide");
-    ::chmod(QFile::encodeName(folder).constData(), 0555);
-
     LogWatch log;
     bool saved = true;
-    withoutFileOverride([&] { saved = Settings{.speaker = "New"}.save(path); });
-    ::chmod(QFile::encodeName(folder).constData(), 0755);
+    inReadOnlyFolder(folder, [&] { saved = Settings{.speaker = "New"}.save(path); });
 
     EXPECT_FALSE(saved);
     EXPECT_EQ(readFile(path), "{\"speaker\": \"Old\"}\n");
@@ -258,10 +257,8 @@ TEST_F(SettingsFileTest, AFileThatCannotBeMovedAsideIsCopiedBeforeItIsReplaced)
 {
     ASSERT_TRUE(writeFile(path, "not json"));
     const QString folder = dir.filePath("velotide");
-    ::chmod(QFile::encodeName(folder).constData(), 0555);
     LogWatch log;
-    withoutFileOverride([&] { EXPECT_TRUE(Settings::load(path).isFirstRun); });
-    ::chmod(QFile::encodeName(folder).constData(), 0755);
+    inReadOnlyFolder(folder, [&] { EXPECT_TRUE(Settings::load(path).isFirstRun); });
     EXPECT_EQ(readFile(path), "not json");
 
     ASSERT_TRUE(Settings{.speaker = "Den"}.save(path));
@@ -276,26 +273,23 @@ TEST_F(SettingsFileTest, AFileThatCannotBeMovedAsideIsCopiedBeforeItIsReplaced)
                                " before rewriting it"}));
 }
 
-// A newer version's keys survive, and a file that only has those is not copied.
-TEST_F(SettingsFileTest, UnknownKeysAreKeptOnSave)
+// A newer version's keys survive a rewrite. A file whose values had to be replaced is copied
+// owner-only before its first rewrite; one that only has unknown keys is not copied.
+TEST_F(SettingsFileTest, RewritesKeepUnknownKeysAndCopyOnlyAFileWithValuesOfTheWrongType)
 {
+    const QString folder = dir.filePath("velotide");
     ASSERT_TRUE(writeFile(path, R"({"speaker": "Den", "somethingNewer": [1, {"a": null}]})"));
     ASSERT_TRUE(Settings{.speaker = "Kitchen"}.save(path));
     const QJsonObject saved = QJsonDocument::fromJson(readFile(path)).object();
     EXPECT_EQ(saved.value("speaker"), "Kitchen");
     EXPECT_EQ(saved.value("somethingNewer"),
               QJsonDocument::fromJson(R"([1, {"a": null}])").array());
-    EXPECT_EQ(QDir(dir.filePath("velotide")).entryList(QDir::Files), QStringList{"settings.json"});
-}
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files), QStringList{"settings.json"});
 
-TEST_F(SettingsFileTest, AFileWithValuesOfTheWrongTypeIsCopiedOwnerOnlyBeforeTheFirstRewrite)
-{
     const QByteArray old = R"({"paused": "yes", "route": "bluetooth"})";
     ASSERT_TRUE(writeFile(path, old));
     ASSERT_TRUE(Settings{}.save(path));
     ASSERT_TRUE(Settings{.paused = true}.save(path));
-
-    const QString folder = dir.filePath("velotide");
     const QStringList copies = QDir(folder).entryList({"settings.json.backup-*"});
     ASSERT_EQ(copies.size(), 1) << "the rewritten file is clean: one copy only";
     EXPECT_EQ(readFile(folder + "/" + copies[0]), old);

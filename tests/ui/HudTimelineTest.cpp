@@ -87,16 +87,4 @@ TEST(HudTimeline, DismissFadesAHoldingOverlayAtOnceAndLeavesOthersAlone)
     EXPECT_NEAR(*fading.nextWake(), 1.2 + 4 * frame, 1e-9) << "the running fade keeps its pace";
 }
 
-// A dismissal with reduced motion is shown on screen.
-TEST(HudTimeline, ReducedMotionDisappearsInOneStep)
-{
-    HudTimeline timeline;
-    timeline.setReduceMotion(true);
-    timeline.show(0);
-    timeline.advance(1.2);
-    EXPECT_EQ(timeline.state(), State::Hidden);
-    EXPECT_EQ(timeline.alpha(), 0);
-    EXPECT_FALSE(timeline.nextWake());
-}
-
 } // namespace
