@@ -266,30 +266,12 @@ void PulseAudio::onReady()
     // list of sinks without its default in between.
     m_initialPending = 4;
     fetchServer(true);
-    const auto onSink = [](pa_context*, const pa_sink_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(true);
-        else
-            self->storeSink(*info);
-    };
-    pa_operation_unref(pa_context_get_sink_info_list(m_context, onSink, this));
-    const auto onStream = [](pa_context*, const pa_sink_input_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(true);
-        else
-            self->storeStream(*info);
-    };
-    pa_operation_unref(pa_context_get_sink_input_info_list(m_context, onStream, this));
-    const auto onCard = [](pa_context*, const pa_card_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(true);
-        else
-            self->storeCard(*info);
-    };
-    pa_operation_unref(pa_context_get_card_info_list(m_context, onCard, this));
+    pa_operation_unref(pa_context_get_sink_info_list(
+        m_context, entryCallback<pa_sink_info, &PulseAudio::storeSink, true>, this));
+    pa_operation_unref(pa_context_get_sink_input_info_list(
+        m_context, entryCallback<pa_sink_input_info, &PulseAudio::storeStream, true>, this));
+    pa_operation_unref(pa_context_get_card_info_list(
+        m_context, entryCallback<pa_card_info, &PulseAudio::storeCard, true>, this));
 }
 
 void PulseAudio::requestDone(bool initial)
@@ -339,38 +321,21 @@ void PulseAudio::onEvent(int type, quint32 index)
 
 void PulseAudio::fetchSink(quint32 index)
 {
-    const auto onSink = [](pa_context*, const pa_sink_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(false);
-        else
-            self->storeSink(*info);
-    };
-    pa_operation_unref(pa_context_get_sink_info_by_index(m_context, index, onSink, this));
+    pa_operation_unref(pa_context_get_sink_info_by_index(
+        m_context, index, entryCallback<pa_sink_info, &PulseAudio::storeSink, false>, this));
 }
 
 void PulseAudio::fetchStream(quint32 index)
 {
-    const auto onStream = [](pa_context*, const pa_sink_input_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(false);
-        else
-            self->storeStream(*info);
-    };
-    pa_operation_unref(pa_context_get_sink_input_info(m_context, index, onStream, this));
+    pa_operation_unref(pa_context_get_sink_input_info(
+        m_context, index, entryCallback<pa_sink_input_info, &PulseAudio::storeStream, false>,
+        this));
 }
 
 void PulseAudio::fetchCard(quint32 index)
 {
-    const auto onCard = [](pa_context*, const pa_card_info* info, int eol, void* data) {
-        auto* self = static_cast<PulseAudio*>(data);
-        if (eol)
-            self->requestDone(false);
-        else
-            self->storeCard(*info);
-    };
-    pa_operation_unref(pa_context_get_card_info_by_index(m_context, index, onCard, this));
+    pa_operation_unref(pa_context_get_card_info_by_index(
+        m_context, index, entryCallback<pa_card_info, &PulseAudio::storeCard, false>, this));
 }
 
 void PulseAudio::fetchServer(bool initial)

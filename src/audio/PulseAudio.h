@@ -87,6 +87,16 @@ private:
     void publish();
 
     static void contextStateCallback(pa_context* context, void* self);
+    // libpulse answers a list query with one call per entry, then one with `eol` set.
+    template <typename Info, void (PulseAudio::*store)(const Info&), bool initial>
+    static void entryCallback(pa_context*, const Info* info, int eol, void* self)
+    {
+        auto* audio = static_cast<PulseAudio*>(self);
+        if (eol)
+            audio->requestDone(initial);
+        else
+            (audio->*store)(*info);
+    }
     static void timerCallback(pa_mainloop_api* api, pa_time_event* event, const struct timeval* tv,
                               void* self);
 
