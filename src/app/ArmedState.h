@@ -1,7 +1,7 @@
 #pragma once
 
 #include "speaker/SpeakerProblem.h"
-#include "ui/PanelFix.h"
+#include "ui/panel/PanelFix.h"
 
 #include <QString>
 

@@ -1,4 +1,4 @@
-#include "ui/PanelFix.h"
+#include "ui/panel/PanelFix.h"
 
 #include <gtest/gtest.h>
 
