@@ -3,7 +3,13 @@
 // The listening socket and the one client. Writes never block: a client that does not keep
 // up (its socket buffer full) is dropped like one that hung up, and either way the keys go
 // back to the desktop at once, because only a connected client can be armed.
+//
+// Reading and accepting do a bounded amount of work per call: the socket is open to every
+// local user, and neither a crowd of connecting processes nor a client that floods the
+// service with data may keep the poll loop from the keyboards. What is left over stays in
+// the kernel's queues for the next round.
 
+#include "keyd/RefusalLog.h"
 #include "keyservice/Protocol.h"
 #include "support/Expected.h"
 
@@ -33,9 +39,11 @@ public:
     int listenFd() const { return m_listenFd; }
     int clientFd() const { return m_clientFd; }
 
+    // Each takes at most a few connections or reads; call them once per poll round.
     void acceptClient();
     void receive();
-    // Drops a client whose user left the foreground of the seat.
+    // Drops a client whose user left the foreground of the seat, and logs the refusals that
+    // were only counted.
     void recheckSession();
 
     bool isArmed() const { return m_clientFd >= 0 && m_armed; }
@@ -59,6 +67,7 @@ private:
     bool m_wantsButtons = false;
     RecordBuffer m_buffer;
     std::uint16_t m_health = 0;
+    RefusalLog m_refusals;
 };
 
 } // namespace keyd

@@ -86,16 +86,17 @@ int Service::run()
             }
         }
         // The client first: an arming change that arrived with a key press is the newer news.
+        // Its reading is bounded, and new connections wait until the keyboards are served.
         if (fds[3].revents)
             m_link->receive();
-        if (fds[2].revents)
-            m_link->acceptClient();
-        if (m_devices.wantPointers(m_link->wantsButtons()))
-            rescan();
         for (std::size_t i = fixed; i < fds.size(); ++i) {
             if (fds[i].revents)
                 serviceDevice(owners[i - fixed], fds[i].revents);
         }
+        if (fds[2].revents)
+            m_link->acceptClient();
+        if (m_devices.wantPointers(m_link->wantsButtons()))
+            rescan();
         if (fds[1].revents) {
             for (const DeviceEvent& event : m_watch->receive()) {
                 if (event.kind == DeviceEvent::Kind::added)
