@@ -19,6 +19,7 @@ namespace {
 // Room for the one real client to get in while others crowd the queue.
 constexpr int kBacklog = 16;
 constexpr int kAcceptsPerRound = 4;
+constexpr auto kAcceptRest = std::chrono::milliseconds(100);
 constexpr int kReadsPerRound = 8; // of 256 bytes: 64 records
 
 } // namespace
@@ -70,7 +71,8 @@ Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::s
         bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     if (bound)
         chmod(binding.c_str(), 0666);
-    if (!bound || ::listen(link->m_listenFd, kBacklog) < 0 || rename(binding.c_str(), path.c_str()) < 0) {
+    if (!bound || ::listen(link->m_listenFd, kBacklog) < 0 ||
+        rename(binding.c_str(), path.c_str()) < 0) {
         int error = errno;
         close(link->m_listenFd);
         link->m_listenFd = -1;
@@ -84,7 +86,12 @@ void ClientLink::acceptClient()
 {
     // The seat file is read once per round, not once per connection.
     std::optional<std::optional<uid_t>> active;
-    for (int i = 0; i < kAcceptsPerRound; ++i) {
+    m_acceptResumesAt.reset();
+    for (int i = 0;; ++i) {
+        if (i == kAcceptsPerRound) {
+            m_acceptResumesAt = std::chrono::steady_clock::now() + kAcceptRest;
+            return;
+        }
         int fd = accept4(m_listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0)
             return;

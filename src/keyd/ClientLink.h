@@ -13,6 +13,7 @@
 #include "keyservice/Protocol.h"
 #include "support/Expected.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,6 +38,18 @@ public:
                                                                    const std::string& seatFile);
 
     int listenFd() const { return m_listenFd; }
+    // After a round that found more connections waiting than it takes, the listening socket
+    // rests for a moment: the service sleeps through a crowd of connectors instead of waking
+    // for each (a sleeping service is the one the scheduler runs first when a key comes),
+    // and the connectors wait in the kernel's queue meanwhile.
+    std::optional<std::chrono::steady_clock::time_point> acceptResumesAt() const
+    {
+        return m_acceptResumesAt;
+    }
+    bool isAcceptResting(std::chrono::steady_clock::time_point now) const
+    {
+        return m_acceptResumesAt && now < *m_acceptResumesAt;
+    }
     int clientFd() const { return m_clientFd; }
 
     // Each takes at most a few connections or reads; call them once per poll round.
@@ -68,6 +81,7 @@ private:
     RecordBuffer m_buffer;
     std::uint16_t m_health = 0;
     RefusalLog m_refusals;
+    std::optional<std::chrono::steady_clock::time_point> m_acceptResumesAt;
 };
 
 } // namespace keyd

@@ -6,14 +6,13 @@ namespace {
 
 std::string countLine(unsigned long count)
 {
-    return "refused " + std::to_string(count) + " more " +
-           (count == 1 ? "client" : "clients") + " since the last line";
+    return "refused " + std::to_string(count) + " more " + (count == 1 ? "client" : "clients") +
+           " since the last line";
 }
 
 } // namespace
 
-std::optional<std::string> RefusalLog::refused(uid_t uid, HelloStatus status,
-                                               Clock::time_point now)
+std::optional<std::string> RefusalLog::refused(uid_t uid, HelloStatus status, Clock::time_point now)
 {
     if (m_lastLine && now - *m_lastLine < m_interval) {
         ++m_unlogged;

@@ -1,4 +1,5 @@
 #include "keyd/ClientLink.h"
+
 #include "keyd/RefusalLog.h"
 
 #include <gtest/gtest.h>
@@ -126,6 +127,8 @@ TEST_F(KeydClientLink, eachRoundServesAFewConnectionsAndReadsThenComesBackForThe
     const auto all = static_cast<long>(crowd.size());
     link->acceptClient();
     EXPECT_LT(answered(), all) << "a full queue is not";
+    EXPECT_TRUE(link->isAcceptResting(std::chrono::steady_clock::now()))
+        << "and the service sleeps a moment before it looks at the queue again";
     for (int round = 0; round < 100 && answered() < all; ++round)
         link->acceptClient();
     EXPECT_EQ(answered(), all) << "but every connection is answered in later rounds";
