@@ -14,6 +14,16 @@
 
 namespace keyd {
 
+namespace {
+
+// Room for the one real client to get in while others crowd the queue.
+constexpr int kBacklog = 16;
+constexpr int kAcceptsPerRound = 4;
+constexpr auto kAcceptRest = std::chrono::milliseconds(100);
+constexpr int kReadsPerRound = 8; // of 256 bytes: 64 records
+
+} // namespace
+
 ClientLink::~ClientLink()
 {
     if (m_clientFd >= 0)
@@ -61,7 +71,8 @@ Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::s
         bind(link->m_listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     if (bound)
         chmod(binding.c_str(), 0666);
-    if (!bound || ::listen(link->m_listenFd, 4) < 0 || rename(binding.c_str(), path.c_str()) < 0) {
+    if (!bound || ::listen(link->m_listenFd, kBacklog) < 0 ||
+        rename(binding.c_str(), path.c_str()) < 0) {
         int error = errno;
         close(link->m_listenFd);
         link->m_listenFd = -1;
@@ -73,7 +84,14 @@ Expected<std::unique_ptr<ClientLink>, LinkError> ClientLink::listen(const std::s
 
 void ClientLink::acceptClient()
 {
-    for (;;) {
+    // The seat file is read once per round, not once per connection.
+    std::optional<std::optional<uid_t>> active;
+    m_acceptResumesAt.reset();
+    for (int i = 0;; ++i) {
+        if (i == kAcceptsPerRound) {
+            m_acceptResumesAt = std::chrono::steady_clock::now() + kAcceptRest;
+            return;
+        }
         int fd = accept4(m_listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0)
             return;
@@ -83,15 +101,15 @@ void ClientLink::acceptClient()
             close(fd);
             continue;
         }
-        const auto active = readActiveUid(m_seatFile);
+        if (!active)
+            active = readActiveUid(m_seatFile);
         const auto current = m_clientFd >= 0 ? std::optional<uid_t>(m_clientUid) : std::nullopt;
-        const HelloStatus status = admissionOf(peer.uid, current, active);
+        const HelloStatus status = admissionOf(peer.uid, current, *active);
         if (status != HelloStatus::accepted) {
             sendTo(fd, Hello{kProtocolVersion, status});
             close(fd);
-            logLine("refused a client of uid " + std::to_string(peer.uid) +
-                    (status == HelloStatus::busy ? " — another client is connected"
-                                                 : " — not the active session's user"));
+            if (const auto line = m_refusals.refused(peer.uid, status, RefusalLog::Clock::now()))
+                logLine(*line);
             continue;
         }
         if (m_clientFd >= 0)
@@ -110,7 +128,7 @@ void ClientLink::acceptClient()
 void ClientLink::receive()
 {
     std::uint8_t bytes[256];
-    for (;;) {
+    for (int i = 0; i < kReadsPerRound; ++i) {
         if (m_clientFd < 0)
             return;
         ssize_t n = recv(m_clientFd, bytes, sizeof bytes, 0);
@@ -139,6 +157,8 @@ void ClientLink::recheckSession()
 {
     if (m_clientFd >= 0 && !isAllowed(m_clientUid, readActiveUid(m_seatFile)))
         dropClient("dropped — its user left the foreground");
+    if (const auto line = m_refusals.flush(RefusalLog::Clock::now()))
+        logLine(*line);
 }
 
 void ClientLink::report(const ServiceMessage& message)

@@ -3,10 +3,17 @@
 // The listening socket and the one client. Writes never block: a client that does not keep
 // up (its socket buffer full) is dropped like one that hung up, and either way the keys go
 // back to the desktop at once, because only a connected client can be armed.
+//
+// Reading and accepting do a bounded amount of work per call: the socket is open to every
+// local user, and neither a crowd of connecting processes nor a client that floods the
+// service with data may keep the poll loop from the keyboards. What is left over stays in
+// the kernel's queues for the next round.
 
+#include "keyd/RefusalLog.h"
 #include "keyservice/Protocol.h"
 #include "support/Expected.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,11 +38,25 @@ public:
                                                                    const std::string& seatFile);
 
     int listenFd() const { return m_listenFd; }
+    // After a round that found more connections waiting than it takes, the listening socket
+    // rests for a moment: the service sleeps through a crowd of connectors instead of waking
+    // for each (a sleeping service is the one the scheduler runs first when a key comes),
+    // and the connectors wait in the kernel's queue meanwhile.
+    std::optional<std::chrono::steady_clock::time_point> acceptResumesAt() const
+    {
+        return m_acceptResumesAt;
+    }
+    bool isAcceptResting(std::chrono::steady_clock::time_point now) const
+    {
+        return m_acceptResumesAt && now < *m_acceptResumesAt;
+    }
     int clientFd() const { return m_clientFd; }
 
+    // Each takes at most a few connections or reads; call them once per poll round.
     void acceptClient();
     void receive();
-    // Drops a client whose user left the foreground of the seat.
+    // Drops a client whose user left the foreground of the seat, and logs the refusals that
+    // were only counted.
     void recheckSession();
 
     bool isArmed() const { return m_clientFd >= 0 && m_armed; }
@@ -59,6 +80,8 @@ private:
     bool m_wantsButtons = false;
     RecordBuffer m_buffer;
     std::uint16_t m_health = 0;
+    RefusalLog m_refusals;
+    std::optional<std::chrono::steady_clock::time_point> m_acceptResumesAt;
 };
 
 } // namespace keyd

@@ -64,7 +64,8 @@ int Service::run()
         owners.clear();
         fds.push_back({m_signalFd, POLLIN, 0});
         fds.push_back({m_watch->fd(), POLLIN, 0});
-        fds.push_back({m_link->listenFd(), POLLIN, 0});
+        const bool resting = m_link->isAcceptResting(Clock::now());
+        fds.push_back({resting ? -1 : m_link->listenFd(), POLLIN, 0});
         fds.push_back({m_link->clientFd(), POLLIN, 0}); // a negative fd is skipped by poll
         constexpr std::size_t fixed = 4;
         for (const auto& [fd, syspath] : m_devices.watched()) {
@@ -86,16 +87,17 @@ int Service::run()
             }
         }
         // The client first: an arming change that arrived with a key press is the newer news.
+        // Its reading is bounded, and new connections wait until the keyboards are served.
         if (fds[3].revents)
             m_link->receive();
-        if (fds[2].revents)
-            m_link->acceptClient();
-        if (m_devices.wantPointers(m_link->wantsButtons()))
-            rescan();
         for (std::size_t i = fixed; i < fds.size(); ++i) {
             if (fds[i].revents)
                 serviceDevice(owners[i - fixed], fds[i].revents);
         }
+        if (fds[2].revents)
+            m_link->acceptClient();
+        if (m_devices.wantPointers(m_link->wantsButtons()))
+            rescan();
         if (fds[1].revents) {
             for (const DeviceEvent& event : m_watch->receive()) {
                 if (event.kind == DeviceEvent::Kind::added)
@@ -138,6 +140,8 @@ int Service::pollTimeout() const
     auto next = m_sessionCheckAt;
     if (const auto& retry = m_devices.retryAt(); retry && *retry < next)
         next = *retry;
+    if (m_link->isAcceptResting(Clock::now()) && *m_link->acceptResumesAt() < next)
+        next = *m_link->acceptResumesAt();
     const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now());
     return static_cast<int>(std::max<long long>(0, wait.count()));
 }
