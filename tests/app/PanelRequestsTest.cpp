@@ -1,7 +1,8 @@
-// What the panel's controls do to an emulated household, over real SSDP and HTTP in a
-// private network namespace.
+// What the panel's controls do to an emulated household, and what its snapshots show of it, over
+// real SSDP and HTTP in a private network namespace.
 #include "app/PanelRequests.h"
 
+#include "app/SnapshotBuilder.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "emulator/Emulator.h"
@@ -53,6 +54,8 @@ protected:
         ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
     }
     static void TearDownTestSuite() { players.reset(); }
+
+    void SetUp() override { (*players)->clearFaults(); }
 
     // Requests against `room`, once the speaker controller is connected to it.
     PanelRequests& connectedTo(const QString& room)
@@ -159,4 +162,26 @@ TEST_F(PanelRequestsTest, NextWhileTheSpeakerPlaysItsLineInputGoesToTheComputers
     ASSERT_TRUE(spinUntil([this] { return polls == 1; }));
     EXPECT_EQ(media.sent, QList<MediaSource::Command>{MediaSource::Command::next});
     EXPECT_TRUE(sent(den, QStringLiteral("Next")).isEmpty());
+}
+
+TEST_F(PanelRequestsTest, ASnapshotKeepsWhatTheSpeakerAnsweredWhenOneAnswerIsGarbage)
+{
+    connectedTo(QStringLiteral("Living Room"));
+    (*players)->setFault(livingRoom,
+                         {.kind = emulator::Fault::Kind::Garbage, .only = QStringLiteral("GetEQ")});
+    SnapshotBuilder builder(media);
+    SnapshotInputs in;
+    in.generation = 7;
+    in.speaker = speaker->snapshot();
+    in.device = speaker->device();
+    QFuture<PanelSnapshot> built = builder.build(in);
+    ASSERT_TRUE(testing_support::await(built));
+    const PanelSnapshot snapshot = built.result();
+    EXPECT_EQ(snapshot.generation, 7u);
+    EXPECT_EQ(snapshot.night, std::nullopt);
+    EXPECT_EQ(snapshot.speech, std::nullopt);
+    EXPECT_EQ(snapshot.title, QStringLiteral("Song"));
+    EXPECT_EQ(snapshot.subtitle, QStringLiteral("Band"));
+    EXPECT_TRUE(snapshot.isPlaying);
+    EXPECT_TRUE(snapshot.canControlTransport);
 }
