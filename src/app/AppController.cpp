@@ -1,14 +1,18 @@
 #include "app/AppController.h"
 
+#include "app/PanelRequests.h"
 #include "app/SettingsSaver.h"
+#include "app/SnapshotBuilder.h"
+#include "app/SpeakerChoices.h"
 #include "app/StartUp.h"
 #include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
 #include "desktop/NetworkWatch.h"
 #include "desktop/SleepWatch.h"
-#include "discovery/ZoneScan.h"
+#include "discovery/Coordinator.h"
 #include "housekeeping/SingleInstance.h"
 #include "keys/DismissMonitor.h"
+#include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
 #include "support/PlatformWords.h"
@@ -25,10 +29,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr double kChoicesDiscoveryTimeout = 3.0;
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
-constexpr qint64 kChoicesLifetimeSeconds = 60;
 
 } // namespace
 
@@ -36,17 +38,35 @@ AppController::AppController(Options options, QObject* parent)
     : QObject(parent)
     , m_options(std::move(options))
     , m_audio(m_options.audio ? m_options.audio : std::make_shared<PulseAudio>())
+    , m_media(std::make_unique<NoMediaSource>())
     , m_saver(std::make_unique<SettingsSaver>())
     , m_publisher(std::make_unique<StatusPublisher>())
+    , m_snapshots(std::make_unique<SnapshotBuilder>(*m_media))
+    , m_choices(std::make_unique<SpeakerChoices>(SonosDiscovery::Coordinator::shared()))
     , m_hud(std::make_unique<VolumeHUD>())
     , m_networkWatch(std::make_unique<NetworkWatch>())
-    , m_choicesStamp(QDateTime::fromMSecsSinceEpoch(0))
 {
     const Settings::Loaded loaded = Settings::load();
     m_settings = loaded.settings;
     m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
     m_speaker->setKnownHost(m_settings.lastKnownHost);
     m_startUp = std::make_unique<StartUp>(m_settings, *m_audio, *m_speaker, loaded.isFirstRun);
+    m_requests = std::make_unique<PanelRequests>(
+        PanelRequests::State{m_settings, m_mirror, m_mirrorGeneration}, *m_speaker, *m_media);
+
+    connect(m_requests.get(), &PanelRequests::settingsChanged, this, [this] {
+        saveSettings();
+        armingInputsChanged();
+    });
+    connect(m_requests.get(), &PanelRequests::pollRequested, this, &AppController::tick);
+    connect(m_requests.get(), &PanelRequests::warningRequested, this,
+            &AppController::panelWarningRequested);
+    connect(m_requests.get(), &PanelRequests::settingsSectionRequested, this,
+            &AppController::panelSettingsSectionRequested);
+    connect(m_requests.get(), &PanelRequests::inputAccessExplanationRequested, this,
+            &AppController::explainInputAccess);
+    connect(m_choices.get(), &SpeakerChoices::refreshed, m_publisher.get(),
+            &StatusPublisher::request);
 
     connect(m_networkWatch.get(), &NetworkWatch::changed, this,
             [this] { m_speaker->reconnectNow(QStringLiteral("network changed")); });
@@ -67,8 +87,8 @@ AppController::AppController(Options options, QObject* parent)
     connect(m_startUp.get(), &StartUp::finished, this, &AppController::startSupervision);
     connect(m_saver.get(), &SettingsSaver::failedChanged, this, &AppController::tick);
     connect(m_publisher.get(), &StatusPublisher::buildRequested, this,
-            [this](quint64 generation) { m_publisher->publish(buildStatus(generation)); });
-    connect(m_publisher.get(), &StatusPublisher::published, this, &AppController::showStatus);
+            &AppController::buildSnapshot);
+    connect(m_publisher.get(), &StatusPublisher::published, this, &AppController::showSnapshot);
 }
 
 AppController::~AppController()
@@ -194,10 +214,7 @@ void AppController::startSupervision()
 {
     m_speaker->startSupervision();
     refreshConnection(m_mirrorGeneration);
-    if (!m_choicesInFlight) {
-        m_choicesInFlight = true;
-        refreshChoices();
-    }
+    m_choices->refresh(true, m_settings.speaker);
 }
 
 void AppController::refreshConnection(quint64 began)
@@ -216,26 +233,9 @@ void AppController::refreshConnection(quint64 began)
     tick();
 }
 
-void AppController::refreshChoices()
-{
-    ZoneScan::zoneStates(SonosDiscovery::Coordinator::shared(), kChoicesDiscoveryTimeout)
-        .then(this, [this](const QList<ZoneState>& states) {
-            m_choicesInFlight = false;
-            if (states.isEmpty())
-                return;
-            m_choices = states;
-            m_choicesStamp = QDateTime::currentDateTimeUtc();
-            m_publisher->request();
-        });
-}
-
 void AppController::choicesNeeded()
 {
-    if (m_choicesInFlight ||
-        m_choicesStamp.secsTo(QDateTime::currentDateTimeUtc()) <= kChoicesLifetimeSeconds)
-        return;
-    m_choicesInFlight = true;
-    refreshChoices();
+    m_choices->refresh(false, m_settings.speaker);
 }
 
 void AppController::saveSettings()
@@ -280,7 +280,7 @@ void AppController::copyDiagnostics()
     });
 }
 
-std::optional<AppStatus> AppController::lastStatus() const
+std::optional<PanelSnapshot> AppController::lastSnapshot() const
 {
     return m_publisher->last();
 }
@@ -291,42 +291,50 @@ void AppController::tick()
     m_publisher->request();
 }
 
-AppStatus AppController::buildStatus(quint64 generation) const
+void AppController::buildSnapshot(quint64 generation)
 {
-    const SpeakerController::Snapshot speaker = m_speaker->snapshot();
-    AppStatus status;
-    status.generation = generation;
-    status.armedState = keyContext().evaluate();
-    status.speaker = m_settings.speaker;
-    status.connected = speaker.connected;
-    status.volume = m_mirror.volume;
-    status.muted = m_mirror.muted;
-    status.problem = speaker.problem;
-    status.saveFailed = m_saver->hasFailed();
-    return status;
+    SnapshotInputs in;
+    in.generation = generation;
+    in.speaker = m_speaker->snapshot();
+    in.device = m_speaker->device();
+    in.keys = keyContext();
+    in.mirror = m_mirror;
+    in.warning.saveFailed = m_saver->hasFailed();
+    in.warning.route = m_settings.route;
+    in.warning.triggerOutput = m_settings.triggerOutput;
+    in.warning.currentOutput = in.keys.currentOutput;
+    in.warning.speaker = m_settings.speaker;
+    in.warning.opticalCapable = m_choices->opticalCapable();
+    in.warning.playingOverOptical = m_choices->playingOverOptical();
+    in.warning.ambiguousAirPlayName = m_choices->ambiguousAirPlayName();
+    in.speakerChoices = m_choices->choices();
+    for (const AudioDevice::Output& output : m_audio->outputs())
+        in.outputs.append(output.name);
+    m_snapshots->build(in).then(
+        this, [this](const PanelSnapshot& snapshot) { m_publisher->publish(snapshot); });
 }
 
-void AppController::showStatus(const AppStatus& status)
+void AppController::showSnapshot(const PanelSnapshot& snapshot)
 {
     if (m_status) {
         QString line;
-        if (status.armedState.isArmed())
-            line = status.speaker + QStringLiteral(": ") +
-                   (status.muted ? QStringLiteral("muted") : QString::number(status.volume));
+        if (snapshot.armed)
+            line = snapshot.speakerName + QStringLiteral(": ") +
+                   (snapshot.muted ? QStringLiteral("muted") : QString::number(snapshot.volume));
         else
-            line = status.armedState.panelMessage();
-        if (status.saveFailed)
+            line = snapshot.armedMessage;
+        if (m_saver->hasFailed())
             line += QStringLiteral("\n") + uiText("Could not save settings — check disk space");
-        m_status->setState(status.armedState.isArmed(), line);
+        m_status->setState(snapshot.armed, line);
     }
-    emit delivered(status);
+    emit delivered(snapshot);
 }
 
 void AppController::updateDismissMonitor()
 {
     if (!m_dismissMonitor)
         return;
-    if (m_hud->alpha() > 0)
+    if (m_hud->alpha() > 0 || m_panelShown)
         m_dismissMonitor->start();
     else
         m_dismissMonitor->stop();
@@ -387,4 +395,96 @@ void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
     // the order of these hand-offs and coalesces them.
     QTimer::singleShot(0, this,
                        [this, sent = mirror] { m_speaker->apply(sent.volume, sent.muted); });
+}
+
+void AppController::shownChanged(bool shown)
+{
+    m_panelShown = shown;
+    updateDismissMonitor();
+}
+
+void AppController::panelDidRequestVolume(int volume)
+{
+    m_requests->panelDidRequestVolume(volume);
+}
+
+void AppController::panelDidRequestMute()
+{
+    // The button is the mute key: the overlay shows the change as for the key.
+    handle(EventTap::MediaKey::mute, false, false);
+}
+
+void AppController::panelDidToggleNight()
+{
+    m_requests->panelDidToggleNight();
+}
+
+void AppController::panelDidToggleSpeech()
+{
+    m_requests->panelDidToggleSpeech();
+}
+
+void AppController::panelDidToggleKeys()
+{
+    m_requests->panelDidToggleKeys();
+}
+
+void AppController::panelDidChooseSpeaker(const QString& name, Settings::Route route)
+{
+    m_requests->panelDidChooseSpeaker(name, route);
+}
+
+void AppController::panelDidChooseTrigger(const QString& name)
+{
+    m_requests->panelDidChooseTrigger(name);
+}
+
+void AppController::panelDidRequestTransport(PanelTransport transport)
+{
+    m_requests->panelDidRequestTransport(transport);
+}
+
+void AppController::panelDidRequestFix(PanelFix fix)
+{
+    m_requests->panelDidRequestFix(fix);
+}
+
+void AppController::panelDidRequestProblemReport()
+{
+    m_requests->notAvailableYet(QStringLiteral("problem report"));
+}
+
+void AppController::panelDidRequestDiagnostics()
+{
+    copyDiagnostics();
+}
+
+void AppController::panelDidRequestSetupAgain()
+{
+    m_requests->notAvailableYet(QStringLiteral("setup again"));
+}
+
+void AppController::panelDidRequestUninstall()
+{
+    m_requests->notAvailableYet(QStringLiteral("uninstall"));
+}
+
+void AppController::panelDidRequestUpdateCheck()
+{
+    m_requests->notAvailableYet(QStringLiteral("update check"));
+}
+
+void AppController::panelDidToggleAutomaticChecks()
+{
+    m_requests->notAvailableYet(QStringLiteral("automatic update checks"));
+}
+
+void AppController::panelDidToggleLoginItem()
+{
+    m_requests->notAvailableYet(QStringLiteral("open at login"));
+}
+
+void AppController::panelDidRequestQuit()
+{
+    QCoreApplication::quit();
 }

@@ -5,13 +5,13 @@
 #include "app/KeyContext.h"
 #include "app/StatusPublisher.h"
 #include "app/VolumeMirror.h"
-#include "discovery/ZoneState.h"
 #include "keys/EventTap.h"
 #include "support/SerialQueue.h"
 #include "support/Settings.h"
+#include "ui/panel/PanelFix.h"
+#include "ui/panel/PanelSnapshot.h"
+#include "ui/panel/PanelTransport.h"
 
-#include <QDateTime>
-#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -20,10 +20,14 @@
 
 class AudioDevice;
 class DismissMonitor;
+class MediaSource;
 class NetworkWatch;
+class PanelRequests;
 class SettingsSaver;
 class SingleInstance;
 class SleepWatch;
+class SnapshotBuilder;
+class SpeakerChoices;
 class SpeakerController;
 class StartUp;
 class StatusItem;
@@ -60,23 +64,45 @@ public:
     void handle(EventTap::MediaKey key, bool fine, bool isRepeat);
 
     const Settings& settings() const { return m_settings; }
-    // The status last handed to the tray (and the panel), absent before the first.
-    std::optional<AppStatus> lastStatus() const;
-    // The zones the panel offers as speakers, from the latest choices refresh.
-    const QList<ZoneState>& speakerChoices() const { return m_choices; }
+    // The snapshot last handed to the tray and the panel (without artwork), absent before
+    // the first.
+    std::optional<PanelSnapshot> lastSnapshot() const;
     // The state "Copy Diagnostics" describes, without the log's lines.
     DiagnosticsState diagnosticsState() const;
     // Puts the diagnostics text on the clipboard.
     void copyDiagnostics();
 
-    // The panel's hooks: its periodic poll, and its wish for fresh speaker choices (heeded
-    // at most once a minute).
+public slots:
+    // The panel's hooks, named as its signals: its periodic poll, its wish for fresh speaker
+    // choices (heeded at most once a minute), whether it is open, and what the user asks.
     void tick();
     void choicesNeeded();
+    void shownChanged(bool shown);
+    void panelDidRequestVolume(int volume);
+    void panelDidRequestMute();
+    void panelDidToggleNight();
+    void panelDidToggleSpeech();
+    void panelDidToggleKeys();
+    void panelDidChooseSpeaker(const QString& name, Settings::Route route);
+    void panelDidChooseTrigger(const QString& name);
+    void panelDidRequestTransport(PanelTransport transport);
+    void panelDidRequestFix(PanelFix fix);
+    void panelDidRequestProblemReport();
+    void panelDidRequestDiagnostics();
+    void panelDidRequestSetupAgain();
+    void panelDidRequestUninstall();
+    void panelDidRequestUpdateCheck();
+    void panelDidToggleAutomaticChecks();
+    void panelDidToggleLoginItem();
+    void panelDidRequestQuit();
 
 signals:
-    // A new status reached the tray (and the panel, when there is one).
-    void delivered(const AppStatus& status);
+    // A new snapshot reached the tray (and the panel, when there is one).
+    void delivered(const PanelSnapshot& snapshot);
+    // The panel's warning line should say `text` (for a moment, until the next snapshot).
+    void panelWarningRequested(const QString& text, PanelFix fix, bool critical);
+    // The panel's settings section should open.
+    void panelSettingsSectionRequested();
     // The setup window should open (a first run, or "--demo-onboarding").
     void onboardingRequested();
     // The panel should open (another launch asked this one to show itself).
@@ -86,10 +112,9 @@ private:
     void startSupervision();
     // `began` is the mirror generation when the refresh was asked for.
     void refreshConnection(quint64 began);
-    void refreshChoices();
     void saveSettings();
-    AppStatus buildStatus(quint64 generation) const;
-    void showStatus(const AppStatus& status);
+    void buildSnapshot(quint64 generation);
+    void showSnapshot(const PanelSnapshot& snapshot);
     void updateDismissMonitor();
     void scheduleDemonstrations();
     void showOnboarding();
@@ -102,9 +127,13 @@ private:
     Settings m_settings;
     std::shared_ptr<AudioDevice> m_audio;
     std::unique_ptr<SpeakerController> m_speaker;
+    std::unique_ptr<MediaSource> m_media;
     std::unique_ptr<SettingsSaver> m_saver;
     std::unique_ptr<StartUp> m_startUp;
     std::unique_ptr<StatusPublisher> m_publisher;
+    std::unique_ptr<SnapshotBuilder> m_snapshots;
+    std::unique_ptr<SpeakerChoices> m_choices;
+    std::unique_ptr<PanelRequests> m_requests;
     std::unique_ptr<VolumeHUD> m_hud;
     std::unique_ptr<EventTap> m_tap;
     std::unique_ptr<StatusItem> m_status;
@@ -115,14 +144,12 @@ private:
     bool m_tapEnabled = false;
     bool m_connected = false;
     bool m_fixedVolume = false; // the connected speaker's volume cannot change
+    bool m_panelShown = false;
     std::optional<ArmedState> m_lastArmedState;
     // The overlay's level, moved by the keys at once; `m_mirrorGeneration` counts the
     // presses, so that a speaker answer older than the latest press does not undo it.
     VolumeMirror m_mirror;
     quint64 m_mirrorGeneration = 0;
-    QList<ZoneState> m_choices;
-    QDateTime m_choicesStamp;
-    bool m_choicesInFlight = false;
     // Last, so that a diagnostics job still running finds everything else in place.
     SerialQueue m_logReader;
 };

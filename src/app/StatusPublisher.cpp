@@ -17,11 +17,12 @@ void StatusPublisher::build()
     emit buildRequested(m_generation);
 }
 
-void StatusPublisher::publish(AppStatus status)
+void StatusPublisher::publish(const PanelSnapshot& snapshot)
 {
-    if (status.generation < m_generation)
+    if (snapshot.generation < m_generation)
         return build();
     m_inFlight = false;
-    m_last = status;
-    emit published(*m_last);
+    m_last = snapshot;
+    m_last->artwork.reset(); // kept for comparison and diagnostics, not to draw
+    emit published(snapshot);
 }

@@ -300,6 +300,16 @@ QFuture<SonosResult<Done>> SonosDevice::playPause() const
         .unwrap();
 }
 
+QFuture<SonosResult<Done>> SonosDevice::next() const
+{
+    return answer<Done>(call(*this, SonosServices::avTransport, "Next"), doneAnswer);
+}
+
+QFuture<SonosResult<Done>> SonosDevice::previous() const
+{
+    return answer<Done>(call(*this, SonosServices::avTransport, "Previous"), doneAnswer);
+}
+
 QFuture<SonosResult<SonosDevice::NowPlaying>> SonosDevice::nowPlaying() const
 {
     return answer<NowPlaying>(call(*this, SonosServices::avTransport, "GetPositionInfo"),

@@ -57,6 +57,8 @@ public:
     QFuture<SonosResult<Done>> setSpeechEnhancement(bool on) const;
     QFuture<SonosResult<bool>> isPlaying() const;
     QFuture<SonosResult<Done>> playPause() const;
+    QFuture<SonosResult<Done>> next() const;
+    QFuture<SonosResult<Done>> previous() const;
     QFuture<SonosResult<NowPlaying>> nowPlaying() const;
     // The household's zone group state (ZoneGroupTopology), as the raw answer body.
     QFuture<SonosResult<QString>> zoneGroupState() const;

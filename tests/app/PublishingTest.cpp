@@ -1,4 +1,4 @@
-// The status handed to the tray and the settings file written behind the controller's back.
+// The snapshot handed to the tray and the settings file written behind the controller's back.
 #include "app/SettingsSaver.h"
 #include "app/StatusPublisher.h"
 #include "common/Wait.h"
@@ -20,15 +20,16 @@ protected:
     {
         QObject::connect(&publisher, &StatusPublisher::buildRequested,
                          [this](quint64 generation) { builds.append(generation); });
-        QObject::connect(&publisher, &StatusPublisher::published,
-                         [this](const AppStatus& status) { shown.append(status.generation); });
+        QObject::connect(
+            &publisher, &StatusPublisher::published,
+            [this](const PanelSnapshot& snapshot) { shown.append(snapshot.generation); });
     }
 
-    static AppStatus builtFor(quint64 generation)
+    static PanelSnapshot builtFor(quint64 generation)
     {
-        AppStatus status;
-        status.generation = generation;
-        return status;
+        PanelSnapshot snapshot;
+        snapshot.generation = generation;
+        return snapshot;
     }
 
     StatusPublisher publisher;
@@ -36,7 +37,7 @@ protected:
     QList<quint64> shown;
 };
 
-TEST_F(StatusPublisherTest, ABurstIsOneBuildAndAStatusBegunBeforeTheNewestRequestIsBuiltAgain)
+TEST_F(StatusPublisherTest, ABurstIsOneBuildAndASnapshotBegunBeforeTheNewestRequestIsNeverShown)
 {
     publisher.request();
     publisher.request();

@@ -274,6 +274,11 @@ Outputs avTransport(const Context& c)
             a == u"Pause" ? QStringLiteral("PAUSED_PLAYBACK") : QStringLiteral("STOPPED");
         return {};
     }
+    if (a == u"Next" || a == u"Previous") {
+        if (leader.track.uri.isEmpty())
+            throw Failure{UpnpError::TransitionNotAvailable};
+        return {};
+    }
     if (a == u"GetPositionInfo") {
         const Track& t = leader.track;
         const bool stream = t.uri.contains(QStringLiteral("htastream")) ||

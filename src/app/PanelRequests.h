@@ -1,0 +1,59 @@
+#pragma once
+
+#include "app/VolumeMirror.h"
+#include "support/Settings.h"
+#include "ui/panel/PanelFix.h"
+#include "ui/panel/PanelTransport.h"
+
+#include <QObject>
+#include <QString>
+
+class MediaSource;
+class SpeakerController;
+
+// Carries out what the user asks for in the panel: against the speaker, the settings record
+// and the computer's own media source. The controller owns what is touched here and hears
+// about it through the signals; each request asks for at most one poll, once its work is
+// done, so that the panel shows the outcome. Main thread only.
+class PanelRequests : public QObject {
+    Q_OBJECT
+public:
+    // The controller's own state the requests change in place; it must outlive this object.
+    struct State {
+        Settings& settings;
+        VolumeMirror& mirror;
+        // Counts changes of the mirror, so that a speaker answer older than one is not shown.
+        quint64& mirrorGeneration;
+    };
+
+    PanelRequests(State state, SpeakerController& speaker, MediaSource& media,
+                  QObject* parent = nullptr);
+
+    void panelDidRequestVolume(int volume);
+    void panelDidToggleNight();
+    void panelDidToggleSpeech();
+    void panelDidToggleKeys();
+    void panelDidChooseSpeaker(const QString& name, Settings::Route route);
+    void panelDidChooseTrigger(const QString& name);
+    void panelDidRequestTransport(PanelTransport transport);
+    void panelDidRequestFix(PanelFix fix);
+    // Entries whose work lands later: says so in the log.
+    void notAvailableYet(const QString& what);
+
+signals:
+    // The settings record changed: save it, and decide the arming again.
+    void settingsChanged();
+    // Fresh state is wanted in the panel.
+    void pollRequested();
+    void warningRequested(const QString& text, PanelFix fix, bool critical);
+    void settingsSectionRequested();
+    // Tell the user how to give input access (where another platform would ask for it).
+    void inputAccessExplanationRequested();
+
+private:
+    void toggleEq(const QString& what, bool speech);
+
+    State m_state;
+    SpeakerController& m_speaker;
+    MediaSource& m_media;
+};

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "discovery/ZoneState.h"
+#include "ui/panel/PanelSnapshot.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+#include <optional>
+
+namespace SonosDiscovery {
+class Coordinator;
+}
+
+// The panel's speaker menu for the zones of one sweep. `topology` is the household's zone
+// group state (the raw GetZoneGroupState answer, or several joined), empty when no player
+// answered it: bonded rooms and groups then go by their plain room names. Each room gets
+// its own route (optical where the room could be wired to this computer, else the network)
+// and an AirPlay entry when it can receive AirPlay, rooms sorted by title as people read
+// them.
+QList<SpeakerChoice> speakerChoices(const QList<ZoneState>& zones, const QString& topology,
+                                    const QSet<QString>& opticalCapable);
+
+// The speaker menu and what the warning line needs to know about the household, kept from
+// the latest sweep that found anything. Main thread only.
+class SpeakerChoices : public QObject {
+    Q_OBJECT
+public:
+    explicit SpeakerChoices(SonosDiscovery::Coordinator& discovery, QObject* parent = nullptr);
+
+    // Sweeps the household again, unless a sweep runs or, without `force`, the last one
+    // is less than a minute old. `configured` is the chosen speaker, which counts as wired
+    // to the optical output whenever it is among the zones.
+    void refresh(bool force, const QString& configured);
+
+    // Absent until a sweep has found zones.
+    const std::optional<QList<SpeakerChoice>>& choices() const { return m_choices; }
+    const QList<ZoneState>& zones() const { return m_zones; }
+    const QSet<QString>& opticalCapable() const { return m_opticalCapable; }
+    const std::optional<QString>& playingOverOptical() const { return m_playingOverOptical; }
+    // Whether two AirPlay receivers carry the chosen speaker's name; AirPlay receivers are
+    // not browsed yet, so never.
+    bool ambiguousAirPlayName() const { return false; }
+
+signals:
+    // A sweep found zones and the fields above changed with it.
+    void refreshed();
+
+private:
+    void adopt(const QList<ZoneState>& zones, const QString& topology, const QString& configured);
+
+    SonosDiscovery::Coordinator& m_discovery;
+    std::optional<QList<SpeakerChoice>> m_choices;
+    QList<ZoneState> m_zones;
+    QSet<QString> m_opticalCapable;
+    std::optional<QString> m_playingOverOptical;
+    QDateTime m_stamp;
+    bool m_inFlight = false;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QFuture>
+#include <QString>
+
+#include <optional>
+
+// The computer's own now-playing application: what it plays, and its transport. The panel
+// shows it while no speaker is connected or while the speaker only plays the computer's sound
+// (its line input), and sends the transport buttons to it then. Main thread only; answers
+// come back on the main thread's event loop.
+class MediaSource {
+public:
+    struct Item {
+        QString title;
+        QString artist;
+        QString album;
+        bool playing = false;
+        QString artUrl;
+        // The desktop entry of the playing application, whose icon stands in for cover art.
+        QString desktopEntry;
+
+        bool operator==(const Item&) const = default;
+    };
+
+    enum class Command { playPause, next, previous };
+
+    virtual ~MediaSource() = default;
+
+    // What plays now; absent when no application offers anything.
+    virtual QFuture<std::optional<Item>> current() = 0;
+    // Hands a transport command to the playing application; nothing happens without one.
+    virtual void send(Command command) = 0;
+};
+
+// For desktops where no now-playing application can be asked: nothing plays, and commands
+// go nowhere.
+class NoMediaSource : public MediaSource {
+public:
+    QFuture<std::optional<Item>> current() override;
+    void send(Command command) override;
+};
