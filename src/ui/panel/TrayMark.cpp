@@ -41,7 +41,8 @@ QPainterPath solid()
         .subtracted(circle(tweeterCentre, tweeterRadius));
 }
 
-QPainterPath struckThrough()
+// Below 20 px the woofer's ring would blur into the box and the stroke: it is left out.
+QPainterPath struckThrough(bool withWoofer)
 {
     const QPainterPath outline =
         roundedRect(body, bodyRadius)
@@ -49,7 +50,7 @@ QPainterPath struckThrough()
                 roundedRect(body.adjusted(line, line, -line, -line), bodyRadius - line / 2));
     const QPainterPath woofer =
         circle(wooferCentre, wooferRadius).subtracted(circle(wooferCentre, wooferRadius - line));
-    const QPainterPath speaker = outline.united(woofer);
+    const QPainterPath speaker = withWoofer ? outline.united(woofer) : outline;
 
     QPainterPath slash;
     slash.moveTo(3, 3);
@@ -75,7 +76,7 @@ QPixmap pixmap(bool armed, bool dark, int size, qreal devicePixelRatio)
 
     const QColor ink = dark ? QColor(0xf4, 0xf6, 0xf8) : QColor(0x1c, 0x1e, 0x21);
     const QColor edge = dark ? QColor(0x12, 0x14, 0x16, 230) : QColor(0xff, 0xff, 0xff, 230);
-    const QPainterPath mark = armed ? solid() : struckThrough();
+    const QPainterPath mark = armed ? solid() : struckThrough(size >= 20);
     // About one device pixel of outline at every size.
     const qreal scale = size / grid;
     QPainterPathStroker halo;
