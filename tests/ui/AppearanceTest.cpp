@@ -20,6 +20,7 @@ double luminance(const QColor& color)
            0.0722 * linear(color.blueF());
 }
 
+// The contrast ratio of the Web Content Accessibility Guidelines, 1 to 21.
 double contrast(const QColor& a, const QColor& b)
 {
     const double la = luminance(a), lb = luminance(b);
