@@ -5,8 +5,8 @@
 
 #include <array>
 
+class GSettingsWatch;
 class KdeAnimationSetting;
-class QProcess;
 
 // The desktop's accessibility preferences that change how the overlay looks and speaks.
 // Each is off when it cannot be read.
@@ -34,8 +34,6 @@ class DisplayOptionsWatcher : public QObject {
     Q_OBJECT
 public:
     explicit DisplayOptionsWatcher(QObject* parent = nullptr);
-    ~DisplayOptionsWatcher() override;
-
     const DisplayOptions& options() const { return m_options; }
 
 signals:
@@ -52,10 +50,7 @@ private:
         bool value = false;
     };
     std::array<Key*, 3> keys() { return {&m_animations, &m_highContrast, &m_screenReader}; }
-    void read(Key& key);
-    void monitor(const QString& schema);
-    void onMonitorOutput(QProcess* process);
-    void store(Key& key, const QByteArray& text);
+    void onGSettings(const QString& schema, const QString& name, const QByteArray& text);
     void watchAtSpi();
     void readAtSpi();
     void setAtSpiScreenReader(bool on);
@@ -68,6 +63,7 @@ private:
                        QStringLiteral("high-contrast")};
     Key m_screenReader{QStringLiteral("org.gnome.desktop.a11y.applications"),
                        QStringLiteral("screen-reader-enabled")};
+    GSettingsWatch* m_gsettings = nullptr;
     KdeAnimationSetting* m_kde = nullptr;
     bool m_atSpiScreenReader = false;
     DisplayOptions m_options;
