@@ -34,11 +34,13 @@ constexpr std::chrono::milliseconds kNextAskAfter{500};
 constexpr std::chrono::milliseconds kTopologyDeadline{4000};
 
 // Asks the devices for the group state until one answers: the first at once, the next
-// after a refusal or when the ones asked keep silent too long.
+// after a refusal or when the ones asked keep silent too long. Then the players that answer
+// marks hidden are asked themselves (`confirming`).
 struct Asking {
     QList<SonosDevice> devices;
     qsizetype next = 0;
     QList<SonosDevice> waitingFor;
+    bool confirming = false;
     bool settled = false;
     QPromise<QList<SonosDevice>> promise;
 
@@ -66,9 +68,68 @@ void giveUp(const std::shared_ptr<Asking>& asking)
     asking->settle(leaders);
 }
 
+QString hiddenLine(const QList<SonosDevice>& removed)
+{
+    QStringList entries;
+    for (const SonosDevice& device : removed)
+        entries.append(device.name + QStringLiteral(" (") + device.model + QStringLiteral(") at ") +
+                       device.host);
+    return QStringLiteral("hiding bonded satellites: ") + entries.join(QStringLiteral(", "));
+}
+
+QList<SonosDevice> withoutMarked(const QList<SonosDevice>& devices, const QSet<QString>& invisible)
+{
+    if (invisible.isEmpty())
+        return devices;
+    QList<SonosDevice> kept;
+    QList<SonosDevice> removed;
+    for (const SonosDevice& device : devices)
+        (invisible.contains(device.uid.toUpper()) ? removed : kept).append(device);
+    if (kept.isEmpty()) {
+        Log::info(QStringLiteral("topology hid every zone; ignoring it"));
+        return devices;
+    }
+    if (removed.isEmpty())
+        return kept;
+    const QString line = hiddenLine(removed);
+    if (hiddenLog.with([&line](QString& last) { return std::exchange(last, line) != line; }))
+        Log::info(line);
+    return kept;
+}
+
+// A player is hidden only when its own group state agrees with the answer that marks it: a
+// bonded satellite's does, while a room that some other device on the network marks falsely
+// answers for itself and stays. A marked player that cannot be asked stays hidden.
+void confirmMarks(const std::shared_ptr<Asking>& asking, const QString& answer)
+{
+    const QSet<QString> marked = invisibleUIDs(answer);
+    QList<SonosDevice> toAsk;
+    for (const SonosDevice& device : std::as_const(asking->devices))
+        if (marked.contains(device.uid.toUpper()))
+            toAsk.append(device);
+    if (toAsk.isEmpty())
+        return asking->settle(asking->devices);
+    asking->confirming = true;
+    auto pending = std::make_shared<qsizetype>(toAsk.size());
+    auto confirmed = std::make_shared<QSet<QString>>();
+    for (const SonosDevice& device : std::as_const(toAsk)) {
+        const QString uid = device.uid.toUpper();
+        zoneGroupState(device).then(
+            [asking, pending, confirmed, uid, device](const std::optional<QString>& own) {
+                if (!own || invisibleUIDs(*own).contains(uid))
+                    confirmed->insert(uid);
+                else
+                    Log::info(QStringLiteral("topology: ") + device.name + QStringLiteral(" at ") +
+                              device.host + QStringLiteral(" says it is no satellite; keeping it"));
+                if (--*pending == 0 && !asking->settled)
+                    asking->settle(withoutMarked(asking->devices, *confirmed));
+            });
+    }
+}
+
 void askNext(const std::shared_ptr<Asking>& asking)
 {
-    if (asking->settled)
+    if (asking->settled || asking->confirming)
         return;
     if (asking->next >= asking->devices.size()) {
         if (asking->waitingFor.isEmpty())
@@ -79,22 +140,13 @@ void askNext(const std::shared_ptr<Asking>& asking)
     asking->waitingFor.append(device);
     zoneGroupState(device).then([asking, device](const std::optional<QString>& answer) {
         asking->waitingFor.removeOne(device);
-        if (asking->settled)
+        if (asking->settled || asking->confirming)
             return;
         if (answer)
-            return asking->settle(withoutSatellites(asking->devices, *answer));
+            return confirmMarks(asking, *answer);
         askNext(asking);
     });
     QTimer::singleShot(kNextAskAfter, [asking] { askNext(asking); });
-}
-
-QString hiddenLine(const QList<SonosDevice>& removed)
-{
-    QStringList entries;
-    for (const SonosDevice& device : removed)
-        entries.append(device.name + QStringLiteral(" (") + device.model + QStringLiteral(") at ") +
-                       device.host);
-    return QStringLiteral("hiding bonded satellites: ") + entries.join(QStringLiteral(", "));
 }
 
 // The visible players of several households, put back in the order they were asked in.
@@ -198,23 +250,7 @@ QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices)
 
 QList<SonosDevice> withoutSatellites(const QList<SonosDevice>& devices, const QString& answer)
 {
-    const QSet<QString> invisible = invisibleUIDs(answer);
-    if (invisible.isEmpty())
-        return devices;
-    QList<SonosDevice> kept;
-    QList<SonosDevice> removed;
-    for (const SonosDevice& device : devices)
-        (invisible.contains(device.uid.toUpper()) ? removed : kept).append(device);
-    if (kept.isEmpty()) {
-        Log::info(QStringLiteral("topology hid every zone; ignoring it"));
-        return devices;
-    }
-    if (removed.isEmpty())
-        return kept;
-    const QString line = hiddenLine(removed);
-    if (hiddenLog.with([&line](QString& last) { return std::exchange(last, line) != line; }))
-        Log::info(line);
-    return kept;
+    return withoutMarked(devices, invisibleUIDs(answer));
 }
 
 QList<SonosDevice> roomLeaders(const QList<SonosDevice>& devices)

@@ -129,6 +129,15 @@ TEST_F(HouseholdDiscovery, TheNextPlayerAnswersWhenTheFirstFaults)
     EXPECT_EQ(players->requests("127.0.0.11").size(), 1);
 }
 
+// A device that marks every other player hidden hides only those whose own topology agrees:
+// the sub, the surround and the Boost, never a room.
+TEST_F(HouseholdDiscovery, AForgedTopologyHidesOnlyThePlayersThatSayTheyAreSatellites)
+{
+    players->setQuirks("127.0.0.14", {.hidesOthers = true});
+    EXPECT_EQ(resultOf(ZoneTopology::visible(discovered)),
+              (QList<SonosDevice>{discovered[0], discovered[1], discovered[4]}));
+}
+
 // Without the topology the sub and the Boost still never become rooms, and of the players
 // that share the living room's name the soundbar stays.
 TEST_F(HouseholdDiscovery, WithoutAnAnswerEachRoomIsListedOnceByItsLeader)

@@ -64,6 +64,9 @@ struct PlayerQuirks {
     bool lowerCaseUid = false;      // the topology writes this player's UID in lower case
     // Refuses GetZoneGroupState with UPnP error 501, as players of large households do.
     bool refusesTopology = false;
+    // A hostile device: its zone group state marks every other player of the household
+    // Invisible, as if they were all bonded satellites.
+    bool hidesOthers = false;
     // The output is fixed at line level (a Port, Connect or Amp set so): the volume reads
     // 100, changing it is refused with UPnP error 501, and it takes no part in group volume.
     bool fixedVolume = false;

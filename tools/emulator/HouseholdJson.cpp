@@ -137,13 +137,15 @@ PlayerQuirks quirksIn(const QJsonObject& o, const QString& where)
 {
     refuseUnknownKeys(o, where,
                       {"ssdpReplies", "answersSsdp", "describesModelName", "lowerCaseUid",
-                       "refusesTopology", "fixedVolume", "closesIdleConnectionsAfterMs"});
+                       "refusesTopology", "hidesOthers", "fixedVolume",
+                       "closesIdleConnectionsAfterMs"});
     PlayerQuirks q;
     q.ssdpReplies = intAt(o, QStringLiteral("ssdpReplies"), where, q.ssdpReplies, 0, 10);
     q.answersSsdp = boolAt(o, QStringLiteral("answersSsdp"), where, q.answersSsdp);
     q.describesModelName = boolAt(o, QStringLiteral("describesModelName"), where, true);
     q.lowerCaseUid = boolAt(o, QStringLiteral("lowerCaseUid"), where, false);
     q.refusesTopology = boolAt(o, QStringLiteral("refusesTopology"), where, false);
+    q.hidesOthers = boolAt(o, QStringLiteral("hidesOthers"), where, false);
     q.fixedVolume = boolAt(o, QStringLiteral("fixedVolume"), where, false);
     q.closesIdleConnectionsAfterMs =
         intAt(o, QStringLiteral("closesIdleConnectionsAfterMs"), where, 0, 0, 3600000);

@@ -304,6 +304,12 @@ Outputs zoneGroupTopology(const Context& c)
     const QString& a = c.call.action;
     if (a == u"GetZoneGroupState" && c.player.quirks.refusesTopology)
         throw Failure{UpnpError::ActionFailed};
+    if (a == u"GetZoneGroupState" && c.player.quirks.hidesOthers) {
+        Household forged = c.household;
+        for (Player& p : forged.players)
+            p.invisible = p.uid != c.player.uid;
+        return {{QStringLiteral("ZoneGroupState"), zoneGroupStateXml(forged, c.port)}};
+    }
     if (a == u"GetZoneGroupState")
         return {{QStringLiteral("ZoneGroupState"), zoneGroupStateXml(c.household, c.port)}};
     if (a == u"GetZoneGroupAttributes") {
