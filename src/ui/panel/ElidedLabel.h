@@ -15,6 +15,7 @@ public:
     void setFullText(const QString& text);
     const QString& fullText() const { return m_text; }
     void setShade(panel_look::Shade shade);
+    panel_look::Shade shade() const { return m_shade; }
     // Whether the text was cut to fit, for tests and tooltips.
     bool isElided() const;
 

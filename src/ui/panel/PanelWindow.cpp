@@ -129,12 +129,14 @@ void PanelWindow::buildSettings()
         auto* box = new QComboBox(settings);
         box->setFont(panel_look::font(font(), 12));
         box->setGeometry(margin, top, innerWidth, 22);
-        box->setAccessibleName(caption);
         auto* label = new ElidedLabel(Shade::secondary, settings);
         label->setFont(panel_look::font(font(), 9));
         label->setGeometry(margin + 2, top + 22, innerWidth - 2, 11);
         label->setFullText(caption);
         label->setToolTip(caption);
+        // Screen readers on this desktop read a menu's chosen entry as its name and the
+        // caption through the label's relation.
+        label->setBuddy(box);
         return box;
     };
     speakerPopup =
