@@ -13,13 +13,16 @@
 #include "ui/panel/TrayIcon.h"
 #include "ui/panel/VolumeSlider.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QCursor>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QPointer>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScreen>
+#include <QThreadPool>
 #include <QTimer>
 
 using panel_look::Shade;
@@ -55,6 +58,7 @@ struct MenuBarPanel::Private {
     void speakerChanged(int index);
     void outputChanged(int index);
     void applyArtwork(const PanelSnapshot& snapshot);
+    void decodeArtwork(const QByteArray& bytes, const char* placeholder);
     void showArtSymbol(const char* name);
     void showFix(PanelFix fix);
     void setSliderValue(int value);
@@ -74,6 +78,7 @@ struct MenuBarPanel::Private {
     QList<SpeakerChoice> speakerChoices;
     QStringList outputChoices;
     QString shownArtworkIdentity;
+    int artworkRequest = 0;
     QString announcedWarning;
     PanelFix currentFix = PanelFix::none;
     MenuFacts facts;
@@ -179,6 +184,7 @@ void MenuBarPanel::apply(const PanelSnapshot& snapshot)
                                                                : snapshot.error);
         w->detailLabel->setFullText(QString());
         if (d->shownArtworkIdentity != disconnectedArtwork) {
+            ++d->artworkRequest;
             d->showArtSymbol("hifispeaker.fill");
             d->shownArtworkIdentity = disconnectedArtwork;
         }
@@ -199,13 +205,10 @@ void MenuBarPanel::Private::applyArtwork(const PanelSnapshot& snapshot)
     if (snapshot.artworkIdentity == shownArtworkIdentity)
         return;
     shownArtworkIdentity = snapshot.artworkIdentity;
+    ++artworkRequest;
     const char* placeholder = snapshot.isLineInput ? "tv.fill" : "music.note";
     if (snapshot.artwork) {
-        const QImage image = QImage::fromData(*snapshot.artwork);
-        if (image.isNull())
-            showArtSymbol(placeholder);
-        else
-            window->art->showImage(image);
+        decodeArtwork(*snapshot.artwork, placeholder);
         return;
     }
     if (snapshot.artworkBundleID) {
@@ -218,6 +221,29 @@ void MenuBarPanel::Private::applyArtwork(const PanelSnapshot& snapshot)
         }
     }
     showArtSymbol(placeholder);
+}
+
+void MenuBarPanel::Private::decodeArtwork(const QByteArray& bytes, const char* placeholder)
+{
+    // Cover art can be a large JPEG whose decoding takes milliseconds: it is decoded on a
+    // worker, and the art on screen stays until the new one is ready.
+    const QPointer<MenuBarPanel> panel(q);
+    const int request = artworkRequest;
+    QThreadPool::globalInstance()->start([bytes, placeholder, panel, request] {
+        const QImage image = QImage::fromData(bytes);
+        QMetaObject::invokeMethod(
+            qApp,
+            [image, placeholder, panel, request] {
+                // Only the newest request is shown, and only while the panel lives.
+                if (!panel || panel->d->artworkRequest != request)
+                    return;
+                if (image.isNull())
+                    panel->d->showArtSymbol(placeholder);
+                else
+                    panel->d->window->art->showImage(image);
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void MenuBarPanel::Private::showArtSymbol(const char* name)

@@ -14,8 +14,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 using namespace screen_shots;
-using testing_support::spinFor;
 using testing_support::spinUntil;
 
 namespace {
@@ -32,6 +33,16 @@ QByteArray coverArt()
     buffer.open(QIODevice::WriteOnly);
     image.save(&buffer, "PNG");
     return bytes;
+}
+
+// How many pixels of the warning line are drawn in the warning's orange.
+int warningPixels(const QImage& shot, const QPalette& palette)
+{
+    const QColor warning = panel_look::color(palette, panel_look::Shade::warning);
+    int count = 0;
+    for (int y = 198; y < 216; ++y)
+        count += countNear(shot, y, 20, 319, warning, 40);
+    return count;
 }
 
 PanelSnapshot connectedWithWarning()
@@ -90,20 +101,25 @@ protected:
     }
     void TearDown() override { QApplication::setPalette(QApplication::style()->standardPalette()); }
 
-    QImage showAndGrab(const PanelSnapshot& snapshot, const QString& name)
+    // The panel's picture once `ready` holds for it (cover art is decoded on a worker), in
+    // logical pixels; saved at its full size for a person to look at.
+    QImage showAndGrab(const PanelSnapshot& snapshot, const QString& name,
+                       const std::function<bool(const QImage&)>& ready)
     {
         panel.apply(snapshot);
         panel.present();
-        EXPECT_TRUE(spinUntil([&] { return panel.window()->isVisible(); }));
-        spinFor(std::chrono::milliseconds(150));
-        QImage shot = panel.window()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+        QImage shot;
         const qreal scale = panel.window()->devicePixelRatioF();
-        shot.save(QStringLiteral(VELOTIDE_ARTIFACTS_DIR "/%1-%2-x%3.png")
-                      .arg(name, GetParam() ? "dark" : "light")
-                      .arg(scale));
-        shot.setDevicePixelRatio(1);
-        // Logical coordinates from here on.
-        return shot.scaled(shot.size() / scale, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+        EXPECT_TRUE(spinUntil([&] {
+            shot = panel.window()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+            shot.setDevicePixelRatio(1);
+            shot = shot.scaled(shot.size() / scale, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+            return panel.window()->isVisible() && ready(shot);
+        })) << name.toStdString();
+        panel.window()->grab().save(QStringLiteral(VELOTIDE_ARTIFACTS_DIR "/%1-%2-x%3.png")
+                                        .arg(name, GetParam() ? "dark" : "light")
+                                        .arg(scale));
+        return shot;
     }
 
     Settings saved = [] {
@@ -114,24 +130,27 @@ protected:
     MenuBarPanel panel{saved};
 };
 
-TEST_P(PanelScreen, ConnectedWithArtAndWarningThenNotConnected)
+TEST_P(PanelScreen, ConnectedWithArtWarningAndSettingsThenNotConnected)
 {
-    const QImage connected = showAndGrab(connectedWithWarning(), "panel-connected");
+    panel.setSettingsVisible(true);
+    panel.applyDisclosure(false);
+    const QImage connected =
+        showAndGrab(connectedWithWarning(), "panel-connected", [](const QImage& shot) {
+            return near(shot.pixel(20 + 42, 14 + 30), artColor);
+        });
     const QPalette palette = panel.window()->palette();
-    EXPECT_EQ(connected.size(), QSize(340, 198 + 40 + 45));
+    EXPECT_EQ(connected.size(), QSize(340, 198 + 40 + 66 + 8 + 45));
     EXPECT_TRUE(near(connected.pixel(300, 8), palette.color(QPalette::Window)))
         << "the panel's ground is the palette's window";
-    EXPECT_TRUE(near(connected.pixel(20 + 42, 14 + 30), artColor)) << "the cover art is drawn";
-    const QColor warning = panel_look::color(palette, panel_look::Shade::warning);
-    int warm = 0;
-    for (int y = 198; y < 216; ++y)
-        warm += countNear(connected, y, 20, 319, warning, 40);
-    EXPECT_GT(warm, 20) << "the warning line is drawn in orange";
+    EXPECT_GT(warningPixels(connected, palette), 20) << "the warning line is drawn in orange";
     panel.close();
-    spinFor(std::chrono::milliseconds(300));
+    panel.setSettingsVisible(false);
+    panel.applyDisclosure(false);
 
-    const QImage lost = showAndGrab(notConnected(), "panel-not-connected");
-    EXPECT_FALSE(near(lost.pixel(20 + 42, 14 + 30), artColor)) << "the art gave way to a symbol";
+    const QImage lost = showAndGrab(notConnected(), "panel-not-connected", [](const QImage& shot) {
+        return !near(shot.pixel(20 + 42, 14 + 30), artColor);
+    });
+    EXPECT_GT(warningPixels(lost, palette), 10) << "\"Not connected\" in orange";
 }
 
 INSTANTIATE_TEST_SUITE_P(Palettes, PanelScreen, ::testing::Values(false, true),
