@@ -13,7 +13,6 @@
 #include "ui/panel/TrayIcon.h"
 #include "ui/panel/VolumeSlider.h"
 
-#include <QApplication>
 #include <QComboBox>
 #include <QCursor>
 #include <QElapsedTimer>
@@ -231,8 +230,11 @@ void MenuBarPanel::Private::decodeArtwork(const QByteArray& bytes, const char* p
     const int request = artworkRequest;
     QThreadPool::globalInstance()->start([bytes, placeholder, panel, request] {
         const QImage image = QImage::fromData(bytes);
+        QCoreApplication* app = QCoreApplication::instance();
+        if (!app)
+            return; // the application is ending
         QMetaObject::invokeMethod(
-            qApp,
+            app,
             [image, placeholder, panel, request] {
                 // Only the newest request is shown, and only while the panel lives.
                 if (!panel || panel->d->artworkRequest != request)
@@ -412,7 +414,8 @@ bool MenuBarPanel::isShown() const
 
 void MenuBarPanel::closeIfOutside(QPoint globalPoint)
 {
-    if (!isShown())
+    // Without a tray the panel is an ordinary window, which stays until the user closes it.
+    if (!isShown() || d->window->windowType() != Qt::Popup)
         return;
     const QRect frame = d->window->frameGeometry();
     // The edges count as inside.

@@ -6,6 +6,7 @@
 #include "common/Wait.h"
 #include "ui/panel/ElidedLabel.h"
 #include "ui/panel/PanelWindow.h"
+#include "ui/panel/SymbolButton.h"
 #include "ui/panel/VolumeSlider.h"
 
 #include <QAccessible>
@@ -142,6 +143,23 @@ TEST_F(MenuBarPanelTest, TheKnobStaysPutWhileDraggedAndReadsAsAPercentage)
     panel.apply(snapshot);
     EXPECT_EQ(slider->value(), 20);
     EXPECT_EQ(requested, std::vector<int>{60}) << "only the user's move is sent";
+}
+
+TEST_F(MenuBarPanelTest, SetupGlidesTheSettingsOpenUnlessMotionIsReduced)
+{
+    panel.present();
+    // A fresh panel is not connected, and says so in its warning line.
+    const int closed = PanelWindow::contentHeight(true, false);
+    const int open = PanelWindow::contentHeight(true, true);
+    ASSERT_EQ(window().height(), closed);
+    window().setupButton->click();
+    EXPECT_TRUE(panel.settingsVisible());
+    EXPECT_LT(window().height(), open) << "it starts from where it was";
+    EXPECT_TRUE(spinUntil([&] { return window().height() == open; }));
+
+    panel.setDisplayOptions({.reduceMotion = true});
+    window().setupButton->click();
+    EXPECT_EQ(window().height(), closed) << "at once";
 }
 
 } // namespace
