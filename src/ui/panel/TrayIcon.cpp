@@ -2,6 +2,7 @@
 
 #include "support/Log.h"
 
+#include <QEvent>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QPalette>
@@ -31,6 +32,9 @@ TrayIcon::TrayIcon(SymbolIcons& symbols, QObject* parent)
                     emit clicked();
             });
     paint();
+    // The icon is drawn in the palette's text colour: a switch between light and dark
+    // redraws it.
+    qApp->installEventFilter(this);
     m_tray->show();
     const QRect frame = m_tray->geometry();
     const QSize size = m_tray->icon().actualSize(QSize(22, 22));
@@ -48,6 +52,13 @@ TrayIcon::TrayIcon(SymbolIcons& symbols, QObject* parent)
 }
 
 TrayIcon::~TrayIcon() = default;
+
+bool TrayIcon::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange)
+        paint();
+    return false;
+}
 
 void TrayIcon::setArmedLook(bool armed)
 {

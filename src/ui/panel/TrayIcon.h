@@ -32,6 +32,9 @@ signals:
     void clicked();
     void menuAboutToShow();
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void paint();
 
