@@ -18,6 +18,20 @@ const Equivalent equivalents[] = {
     {"speaker.badge.exclamationmark.fill",
      {"audio-volume-muted-blocking", "dialog-warning"},
      ":/velotide/icons/audio-volume-muted-blocking.svg"},
+    {"play.fill", {"media-playback-start"}, ":/velotide/icons/media-playback-start.svg"},
+    {"pause.fill", {"media-playback-pause"}, ":/velotide/icons/media-playback-pause.svg"},
+    {"backward.fill", {"media-skip-backward"}, ":/velotide/icons/media-skip-backward.svg"},
+    {"forward.fill", {"media-skip-forward"}, ":/velotide/icons/media-skip-forward.svg"},
+    {"hifispeaker.fill", {"audio-speakers"}, ":/velotide/icons/audio-speakers.svg"},
+    {"music.note", {"audio-x-generic"}, ":/velotide/icons/audio-x-generic.svg"},
+    {"tv.fill", {"video-display"}, ":/velotide/icons/video-display.svg"},
+    {"moon.fill", {"weather-clear-night"}, ":/velotide/icons/weather-clear-night.svg"},
+    // No theme has a speech bubble of this meaning ("user-available" is a presence dot).
+    {"captions.bubble.fill", {}, ":/velotide/icons/speech-bubble.svg"},
+    {"keyboard.fill", {"input-keyboard"}, ":/velotide/icons/input-keyboard.svg"},
+    {"slider.horizontal.3", {"configure", "preferences-system"}, ":/velotide/icons/configure.svg"},
+    {"power", {"system-shutdown"}, ":/velotide/icons/system-shutdown.svg"},
+    {"checkmark.circle", {"emblem-ok"}, ":/velotide/icons/emblem-ok.svg"},
 };
 
 } // namespace

@@ -6,8 +6,8 @@
 #include <QPixmap>
 #include <QString>
 
-// The desktop's equivalents of the overlay's symbol images: the freedesktop icon names,
-// the monochrome "-symbolic" variant first, and a shipped SVG when the theme has neither.
+// The desktop's equivalents of the overlay's and the panel's symbol images: the freedesktop icon
+// names, the monochrome "-symbolic" variant first, and a shipped SVG when the theme has neither.
 // Icons are cached by symbol name.
 class SymbolIcons {
 public:

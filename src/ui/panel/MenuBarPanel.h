@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/DisplayOptions.h"
 #include "support/Settings.h"
 #include "ui/panel/PanelFix.h"
 #include "ui/panel/PanelSnapshot.h"
@@ -44,6 +45,10 @@ public:
     void setMenuFacts(const MenuFacts& facts);
     // The tray icon's look: armed (keys go to the speaker) or not.
     void setArmedLook(bool armed);
+    // The tray icon's tooltip, kept as given.
+    void setToolTip(const QString& text);
+    // Reduce Motion makes the settings section appear and disappear without gliding.
+    void setDisplayOptions(const DisplayOptions& options);
 
     // Opens the panel beside the tray icon (or as an ordinary window when there is no tray).
     void present();
