@@ -46,7 +46,7 @@ struct MenuBarPanel::Private {
         : q(owner)
         , saved(settings)
         , window(std::make_unique<PanelWindow>(symbols))
-        , tray(new TrayIcon(symbols, owner))
+        , tray(new TrayIcon(owner))
         , announcer(new Announcer(owner))
     {
     }

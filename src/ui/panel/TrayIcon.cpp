@@ -1,6 +1,7 @@
 #include "ui/panel/TrayIcon.h"
 
 #include "support/Log.h"
+#include "ui/panel/TrayMark.h"
 
 #include <QEvent>
 #include <QGuiApplication>
@@ -17,9 +18,8 @@ const char* yesNo(bool value)
 
 } // namespace
 
-TrayIcon::TrayIcon(SymbolIcons& symbols, QObject* parent)
+TrayIcon::TrayIcon(QObject* parent)
     : QObject(parent)
-    , m_symbols(symbols)
     , m_menu(std::make_unique<QMenu>())
     , m_tray(new QSystemTrayIcon(this))
 {
@@ -32,8 +32,7 @@ TrayIcon::TrayIcon(SymbolIcons& symbols, QObject* parent)
                     emit clicked();
             });
     paint();
-    // The icon is drawn in the palette's text colour: a switch between light and dark
-    // redraws it.
+    // The mark follows the application's light or dark look: a switch redraws it.
     qApp->installEventFilter(this);
     m_tray->show();
     const QRect frame = m_tray->geometry();
@@ -91,12 +90,8 @@ bool TrayIcon::isTrayAvailable()
 
 void TrayIcon::paint()
 {
-    const SymbolIcons::Icon icon =
-        m_symbols.symbol(m_armed ? QStringLiteral("speaker.wave.3.fill")
-                                 : QStringLiteral("speaker.badge.exclamationmark.fill"));
-    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
-    QIcon drawn;
-    for (const int size : {16, 22, 24, 32, 48})
-        drawn.addPixmap(SymbolIcons::render(icon, QSize(size, size), 1.0, ink));
-    m_tray->setIcon(drawn);
+    const QPalette palette = QGuiApplication::palette();
+    const bool dark = palette.color(QPalette::Window).lightness() <
+                      palette.color(QPalette::WindowText).lightness();
+    m_tray->setIcon(TrayMark::icon(m_armed, dark));
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "ui/SymbolIcons.h"
-
 #include <QObject>
 #include <QRect>
 
@@ -16,7 +14,7 @@ class QSystemTrayIcon;
 class TrayIcon : public QObject {
     Q_OBJECT
 public:
-    TrayIcon(SymbolIcons& symbols, QObject* parent = nullptr);
+    explicit TrayIcon(QObject* parent = nullptr);
     ~TrayIcon() override;
 
     // Armed: keys go to the speaker. Otherwise the icon shows that they stay with the desktop.
@@ -38,7 +36,6 @@ protected:
 private:
     void paint();
 
-    SymbolIcons& m_symbols;
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon* m_tray;
     bool m_armed = true;
