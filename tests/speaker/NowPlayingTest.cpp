@@ -1,0 +1,155 @@
+// What the panel shows of the speaker, from emulated players over real sockets in a private
+// network namespace: the now-playing lines and the cover art.
+#include "common/Wait.h"
+#include "emulator/Emulator.h"
+#include "sonos/Results.h"
+#include "speaker/ArtworkCache.h"
+#include "speaker/NowPlayingLines.h"
+
+#include <QBuffer>
+#include <QImage>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace speaker_testing;
+using namespace std::chrono_literals;
+using emulator::Fault;
+
+namespace {
+
+const QString host = QStringLiteral("127.0.0.11");
+const QString artPath = QStringLiteral(
+    "/getaa?s=1&u=x-sonos-spotify%3aspotify%253atrack%253a4uLU6hMC%3fsid%3d12%26flags%3d8224");
+
+class NowPlayingTest : public ::testing::Test {
+protected:
+    // The player's art is a 400×300 JPEG named in the household file.
+    static void SetUpTestSuite()
+    {
+        folder = std::make_unique<QTemporaryDir>();
+        QImage cover(400, 300, QImage::Format_RGB32);
+        cover.fill(Qt::darkCyan);
+        ASSERT_TRUE(cover.save(folder->filePath(QStringLiteral("cover.jpg")), "JPEG"));
+        QFile file(folder->filePath(QStringLiteral("household.json")));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(R"({
+  "household": "Sonos_Now_Playing_Test",
+  "players": [{"host": "127.0.0.11", "uid": "RINCON_000E58D0A1B101400", "room": "Den",
+               "model": "Sonos Beam", "art": "cover.jpg"}]
+})");
+        file.close();
+        players = std::make_unique<emulator::EmulatorThread>();
+        const std::optional<QString> failure = players->start(file.fileName());
+        ASSERT_EQ(failure, std::nullopt) << failure->toStdString();
+    }
+    static void TearDownTestSuite()
+    {
+        players.reset();
+        folder.reset();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(players);
+        (*players)->clearFaults();
+        (*players)->clearRequests();
+        emulator::Track track;
+        track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a4uLU6hMC?sid=12&flags=8224");
+        track.title = QStringLiteral("Song");
+        track.albumArt = artPath;
+        (*players)->setTrack(host, track);
+    }
+
+    static SonosDevice device() { return SonosDevice{host, (*players)->uid(host), "Den", "Beam"}; }
+
+    static NowPlayingLines linesFor(const emulator::Track& track)
+    {
+        (*players)->setTrack(host, track);
+        const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
+        EXPECT_TRUE(succeeded(playing));
+        return playing ? NowPlayingLines::of(*playing) : NowPlayingLines{};
+    }
+
+    static qsizetype artRequests()
+    {
+        qsizetype count = 0;
+        for (const emulator::Request& request : (*players)->requests(host))
+            count += request.path.startsWith("/getaa");
+        return count;
+    }
+
+    // The cover art's future, answered in time: every fault below is answered or refused
+    // at once, well inside the 5 s the reader would wait for a silent player.
+    static Artwork settled(const QFuture<Artwork>& future)
+    {
+        EXPECT_TRUE(testing_support::await(future, 4s)) << "the art took a time-out to settle";
+        return future.isFinished() ? future.result() : Artwork{};
+    }
+
+    static inline std::unique_ptr<QTemporaryDir> folder;
+    static inline std::unique_ptr<emulator::EmulatorThread> players;
+};
+
+TEST_F(NowPlayingTest, RadioShowsTheSongOverTheStation)
+{
+    emulator::Track radio;
+    radio.uri = QStringLiteral("x-sonosapi-stream:s24896?sid=254&flags=8224&sn=0");
+    radio.streamContent = QStringLiteral("Daft Punk - One More Time");
+    radio.station = QStringLiteral("Radio X & Friends");
+    EXPECT_EQ(linesFor(radio), (NowPlayingLines{"One More Time", "Daft Punk", radio.station}));
+}
+
+TEST_F(NowPlayingTest, TheTelevisionInputShowsAsTv)
+{
+    emulator::Track tv;
+    tv.uri = QStringLiteral("x-sonos-htastream:RINCON_000E58D0A1B101400:spdif");
+    EXPECT_EQ(linesFor(tv), (NowPlayingLines{"TV", "", ""}));
+}
+
+TEST_F(NowPlayingTest, CoverArtIsFetchedOnceAndShrunkToThePanel)
+{
+    ArtworkCache cache;
+    const QFuture<Artwork> first = cache.artwork(device(), artPath);
+    const QFuture<Artwork> second = cache.artwork(device(), artPath);
+    const Artwork art = settled(first);
+    EXPECT_EQ(settled(second), art);
+    EXPECT_EQ(settled(cache.artwork(device(), artPath)), art);
+    EXPECT_EQ(artRequests(), 1);
+    EXPECT_TRUE(art.identity.startsWith(QStringLiteral("http://127.0.0.11:1400/getaa?s=1&u=")));
+    ASSERT_TRUE(art.image);
+    const QImage image = QImage::fromData(*art.image, "PNG");
+    EXPECT_EQ(image.size(), QSize(168, 126));
+}
+
+TEST_F(NowPlayingTest, BrokenOrEnormousArtShowsNoImageAndIsNotFetchedAgain)
+{
+    const std::pair<Fault::Kind, qint64> faults[] = {
+        {Fault::Kind::Oversized, 600 * 1024}, // over the reader's cap
+        {Fault::Kind::Oversized, 0},          // empty
+        {Fault::Kind::Oversized, 600},        // a picture cut short
+        {Fault::Kind::NotImage, 0},           {Fault::Kind::Garbage, 0},
+    };
+    for (const auto& [kind, bodyBytes] : faults) {
+        SCOPED_TRACE(::testing::Message() << int(kind) << " " << bodyBytes);
+        (*players)->clearRequests();
+        Fault fault;
+        fault.kind = kind;
+        fault.bodyBytes = bodyBytes;
+        fault.only = QStringLiteral("/getaa");
+        (*players)->setFault(host, fault);
+        ArtworkCache cache;
+        const Artwork art = settled(cache.artwork(device(), artPath));
+        EXPECT_FALSE(art.image);
+        EXPECT_FALSE(art.identity.isEmpty());
+        // The network layer itself resends a request whose connection closed unanswered.
+        const qsizetype fetched = artRequests();
+        EXPECT_GE(fetched, 1);
+        EXPECT_EQ(settled(cache.artwork(device(), artPath)), art);
+        EXPECT_EQ(artRequests(), fetched);
+    }
+}
+
+} // namespace
