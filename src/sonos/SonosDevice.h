@@ -22,15 +22,16 @@ public:
     QString household = {};
 
     struct NowPlaying {
-        QString uri;
-        QString title;
-        QString artist;
-        QString album;
-        QString albumArt; // usually relative to the player
+        // Each field may be left out where one is made: a player leaves most of them empty.
+        QString uri = {};
+        QString title = {};
+        QString artist = {};
+        QString album = {};
+        QString albumArt = {}; // usually relative to the player
         // A radio stream's current song as the station sends it, often "Artist - Title".
-        QString streamContent;
+        QString streamContent = {};
         // A radio stream's station name; asked for only when `uri` is a stream.
-        QString station;
+        QString station = {};
         // A soundbar's TV input or a line-in stream.
         bool isLineInput() const;
         // A radio stream, whose track metadata names no song of its own.

@@ -79,18 +79,18 @@ struct PlayerQuirks {
 // What a player is playing, as its GetPositionInfo (and for a stream GetMediaInfo) answer
 // reports it.
 struct Track {
-    QString uri; // "x-sonos-htastream:RINCON_…:spdif" for a TV input
-    QString title;
-    QString artist;
-    QString album;
-    QString albumArt;
+    QString uri = {}; // "x-sonos-htastream:RINCON_…:spdif" for a TV input
+    QString title = {};
+    QString artist = {};
+    QString album = {};
+    QString albumArt = {};
     // A radio stream's current song, as the station sends it ("Artist - Title").
-    QString streamContent;
+    QString streamContent = {};
     // A radio stream's station name, reported by GetMediaInfo.
-    QString station;
+    QString station = {};
     // The track metadata sent verbatim (before escaping) instead of the one made from the
     // fields above, for players and services that send broken documents.
-    QString metadata;
+    QString metadata = {};
 };
 
 class Emulator : public QObject {
