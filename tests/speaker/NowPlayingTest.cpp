@@ -21,8 +21,8 @@ using emulator::Fault;
 namespace {
 
 const QString host = QStringLiteral("127.0.0.11");
-const QString artPath = QStringLiteral(
-    "/getaa?s=1&u=x-sonos-spotify%3aspotify%253atrack%253a4uLU6hMC%3fsid%3d12%26flags%3d8224");
+const QString artPath =
+    QStringLiteral("/getaa?s=1&u=x-sonos-spotify%3aspotify%253atrack%253a4uLU6hMC%3fsid%3d12");
 
 class NowPlayingTest : public ::testing::Test {
 protected:
@@ -56,22 +56,12 @@ protected:
         ASSERT_TRUE(players);
         (*players)->clearFaults();
         (*players)->clearRequests();
-        emulator::Track track;
-        track.uri = QStringLiteral("x-sonos-spotify:spotify%3atrack%3a4uLU6hMC?sid=12&flags=8224");
-        track.title = QStringLiteral("Song");
-        track.albumArt = artPath;
-        (*players)->setTrack(host, track);
+        (*players)->setTrack(host, {.uri = "x-sonos-spotify:spotify%3atrack%3a4uLU6hMC?sid=12",
+                                    .title = "Song",
+                                    .albumArt = artPath});
     }
 
     static SonosDevice device() { return SonosDevice{host, (*players)->uid(host), "Den", "Beam"}; }
-
-    static NowPlayingLines linesFor(const emulator::Track& track)
-    {
-        (*players)->setTrack(host, track);
-        const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
-        EXPECT_TRUE(succeeded(playing));
-        return playing ? NowPlayingLines::of(*playing) : NowPlayingLines{};
-    }
 
     static qsizetype artRequests()
     {
@@ -93,20 +83,21 @@ protected:
     static inline std::unique_ptr<emulator::EmulatorThread> players;
 };
 
-TEST_F(NowPlayingTest, RadioShowsTheSongOverTheStation)
+TEST_F(NowPlayingTest, RadioShowsTheSongOverTheStationAndTheTvInputAsTv)
 {
-    emulator::Track radio;
-    radio.uri = QStringLiteral("x-sonosapi-stream:s24896?sid=254&flags=8224&sn=0");
-    radio.streamContent = QStringLiteral("Daft Punk - One More Time");
-    radio.station = QStringLiteral("Radio X & Friends");
-    EXPECT_EQ(linesFor(radio), (NowPlayingLines{"One More Time", "Daft Punk", radio.station}));
-}
-
-TEST_F(NowPlayingTest, TheTelevisionInputShowsAsTv)
-{
-    emulator::Track tv;
-    tv.uri = QStringLiteral("x-sonos-htastream:RINCON_000E58D0A1B101400:spdif");
-    EXPECT_EQ(linesFor(tv), (NowPlayingLines{"TV", "", ""}));
+    const std::pair<emulator::Track, NowPlayingLines> cases[] = {
+        {{.uri = "x-sonosapi-stream:s24896?sid=254&flags=8224&sn=0",
+          .streamContent = "Daft Punk - One More Time",
+          .station = "Radio X & Friends"},
+         {"One More Time", "Daft Punk", "Radio X & Friends"}},
+        {{.uri = "x-sonos-htastream:RINCON_000E58D0A1B101400:spdif"}, {"TV", "", ""}},
+    };
+    for (const auto& [track, lines] : cases) {
+        (*players)->setTrack(host, track);
+        const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
+        ASSERT_TRUE(succeeded(playing));
+        EXPECT_EQ(NowPlayingLines::of(*playing), lines) << track.uri.toStdString();
+    }
 }
 
 TEST_F(NowPlayingTest, CoverArtIsFetchedOnceAndShrunkToThePanel)
