@@ -75,22 +75,33 @@ SonosResult<bool> playingAnswer(const QString& body)
     return Tags::element(u"CurrentTransportState", body) == QStringLiteral("PLAYING");
 }
 
+// Every value travels escaped; metadata is an escaped document whose own values are
+// escaped once more.
+QString unescapedElement(QStringView name, QStringView in)
+{
+    return XmlText::unescape(Tags::element(name, in).value_or(QString()));
+}
+
 SonosResult<SonosDevice::NowPlaying> nowPlayingAnswer(const QString& body)
 {
-    // Every value travels escaped; the track's metadata is an escaped document whose own
-    // values are escaped once more.
-    auto value = [](QStringView name, QStringView in) {
-        return XmlText::unescape(Tags::element(name, in).value_or(QString()));
-    };
-    const QString metadata = value(u"TrackMetaData", body);
-    auto field = [&](QStringView name) { return value(name, metadata); };
+    const QString metadata = unescapedElement(u"TrackMetaData", body);
+    auto field = [&](QStringView name) { return unescapedElement(name, metadata); };
     SonosDevice::NowPlaying playing;
-    playing.uri = value(u"TrackURI", body);
+    playing.uri = unescapedElement(u"TrackURI", body);
     playing.title = field(u"dc:title");
     playing.artist = field(u"dc:creator");
     playing.album = field(u"upnp:album");
     playing.albumArt = field(u"upnp:albumArtURI");
+    playing.streamContent = field(u"r:streamContent");
     return playing;
+}
+
+// The station of a stream is the title of the media the player was told to play.
+QString stationAnswer(const SonosResult<QString>& body)
+{
+    if (!body)
+        return {};
+    return unescapedElement(u"dc:title", unescapedElement(u"CurrentURIMetaData", *body));
 }
 
 SonosResult<Done> doneAnswer(const QString&)
@@ -114,6 +125,12 @@ bool refused(const SonosResult<T>& result)
 bool SonosDevice::NowPlaying::isLineInput() const
 {
     return uri.contains(u"htastream") || uri.contains(u"x-rincon-stream");
+}
+
+bool SonosDevice::NowPlaying::isStream() const
+{
+    return uri.startsWith(u"x-sonosapi-stream:") || uri.startsWith(u"x-rincon-mp3radio:") ||
+           uri.startsWith(u"aac:") || uri.startsWith(u"x-sonosapi-hls:");
 }
 
 SonosResult<QUrl> SonosDevice::url(const QString& host, const QString& path)
@@ -312,8 +329,21 @@ QFuture<SonosResult<Done>> SonosDevice::previous() const
 
 QFuture<SonosResult<SonosDevice::NowPlaying>> SonosDevice::nowPlaying() const
 {
+    const SonosDevice device = *this;
     return answer<NowPlaying>(call(*this, SonosServices::avTransport, "GetPositionInfo"),
-                              nowPlayingAnswer);
+                              nowPlayingAnswer)
+        .then([device](const SonosResult<NowPlaying>& playing) {
+            if (!playing || !playing->isStream())
+                return QtFuture::makeReadyFuture(playing);
+            // Without the station the song still shows, so a failed lookup fails nothing.
+            return call(device, SonosServices::avTransport, "GetMediaInfo")
+                .then([playing](const SonosResult<QString>& media) -> SonosResult<NowPlaying> {
+                    NowPlaying withStation = *playing;
+                    withStation.station = stationAnswer(media);
+                    return withStation;
+                });
+        })
+        .unwrap();
 }
 
 QFuture<SonosResult<QString>> SonosDevice::zoneGroupState() const

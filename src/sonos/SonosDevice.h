@@ -22,13 +22,20 @@ public:
     QString household = {};
 
     struct NowPlaying {
-        QString uri;
-        QString title;
-        QString artist;
-        QString album;
-        QString albumArt; // usually relative to the player
+        // Each field may be left out where one is made: a player leaves most of them empty.
+        QString uri = {};
+        QString title = {};
+        QString artist = {};
+        QString album = {};
+        QString albumArt = {}; // usually relative to the player
+        // A radio stream's current song as the station sends it, often "Artist - Title".
+        QString streamContent = {};
+        // A radio stream's station name; asked for only when `uri` is a stream.
+        QString station = {};
         // A soundbar's TV input or a line-in stream.
         bool isLineInput() const;
+        // A radio stream, whose track metadata names no song of its own.
+        bool isStream() const;
         bool operator==(const NowPlaying&) const = default;
     };
 
@@ -59,6 +66,8 @@ public:
     QFuture<SonosResult<Done>> playPause() const;
     QFuture<SonosResult<Done>> next() const;
     QFuture<SonosResult<Done>> previous() const;
+    // The track's metadata is read as far as it parses: a broken document or a failed
+    // station lookup leaves only those fields empty.
     QFuture<SonosResult<NowPlaying>> nowPlaying() const;
     // The household's zone group state (ZoneGroupTopology), as the raw answer body.
     QFuture<SonosResult<QString>> zoneGroupState() const;

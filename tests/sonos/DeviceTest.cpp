@@ -219,6 +219,25 @@ TEST_F(DeviceTest, NowPlayingReadsTheTrackAsThePlayerMeansIt)
     EXPECT_EQ(playing->albumArt, track.albumArt);
 }
 
+// A station's broken metadata and a refused station lookup still leave the song and the
+// fields that did arrive.
+TEST_F(DeviceTest, NowPlayingTakesWhatParsesOfBrokenMetadata)
+{
+    const emulator::Track track{.uri = "x-sonosapi-stream:s24896?sid=254&flags=8224&sn=0",
+                                .metadata = "<DIDL-Lite><item><dc:title>cut off &bogus; &#xD800;"
+                                            "<r:streamContent>Air - Sexy Boy</r:streamContent>"
+                                            "<dc:creator>Air</dc:creator><upnp:album>"};
+    (*players)->setTrack(arcHost, track);
+    fault(Fault::Kind::Status, QStringLiteral("GetMediaInfo"));
+    const SonosResult<SonosDevice::NowPlaying> playing = settle(device().nowPlaying());
+    ASSERT_TRUE(succeeded(playing));
+    EXPECT_EQ(actions(), (QStringList{"GetPositionInfo", "GetMediaInfo"}));
+    EXPECT_EQ(playing->uri, track.uri);
+    EXPECT_EQ(playing->streamContent, QStringLiteral("Air - Sexy Boy"));
+    EXPECT_EQ(playing->artist, QStringLiteral("Air"));
+    EXPECT_TRUE(playing->title.isEmpty() && playing->album.isEmpty() && playing->station.isEmpty());
+}
+
 TEST_F(DeviceTest, AnOfflinePlayerRefusesAndComesBack)
 {
     const SonosDevice kitchen = device(hosts[1]);

@@ -1,5 +1,6 @@
 #include "emulator/Emulator.h"
 
+#include "CoverArt.h"
 #include "DescriptionXml.h"
 #include "FaultReply.h"
 #include "Household.h"
@@ -9,7 +10,9 @@
 #include "SsdpResponder.h"
 #include "ZonePlayerActions.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
 #include <QThread>
 
@@ -106,6 +109,11 @@ HttpAnswer Emulator::Private::answer(const Request& request)
             return plainStatus(405);
         return HttpAnswer{200, "text/xml", deviceDescriptionXml(*player, household.id, port)};
     }
+    if (path == "/getaa") {
+        if (request.method != "GET")
+            return plainStatus(405);
+        return coverArt(household, *player, request.path);
+    }
     if (!serviceAtControlPath(path).isEmpty()) {
         if (request.method != "POST")
             return plainStatus(405);
@@ -147,21 +155,47 @@ Emulator::~Emulator()
     stop();
 }
 
+namespace {
+
+// Reads the art files a household names, relative to `folder`.
+std::optional<QString> readArt(Household& household, const QDir& folder)
+{
+    for (Player& p : household.players) {
+        if (p.artFile.isEmpty())
+            continue;
+        QFile file(folder.filePath(p.artFile));
+        if (!file.open(QIODevice::ReadOnly))
+            return QStringLiteral("%1: cannot read art %2: %3")
+                .arg(p.host, file.fileName(), file.errorString());
+        p.art = file.readAll();
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
 std::optional<QString> Emulator::load(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
-    if (std::optional<QString> error = loadJson(file.readAll()))
+    if (std::optional<QString> error = loadJson(file.readAll(), QFileInfo(path).dir()))
         return path + QStringLiteral(": ") + *error;
     return std::nullopt;
 }
 
 std::optional<QString> Emulator::loadJson(const QByteArray& json)
 {
+    return loadJson(json, QDir::current());
+}
+
+std::optional<QString> Emulator::loadJson(const QByteArray& json, const QDir& artFolder)
+{
     Expected<Household, QString> parsed = parseHousehold(json);
     if (!parsed)
         return parsed.error();
+    if (std::optional<QString> error = readArt(parsed.value(), artFolder))
+        return error;
     std::lock_guard lock(d->mutex);
     d->household = std::move(parsed.value());
     return std::nullopt;
@@ -322,6 +356,11 @@ Track Emulator::track(const QString& host) const
 void Emulator::setTrack(const QString& host, const Track& track)
 {
     d->changePlayer(host, [&track](Player& p) { p.track = track; });
+}
+
+void Emulator::setArt(const QString& host, const QByteArray& image)
+{
+    d->changePlayer(host, [&image](Player& p) { p.art = image; });
 }
 
 PlayerQuirks Emulator::quirks(const QString& host) const

@@ -9,6 +9,8 @@
 #include <optional>
 #include <utility>
 
+class QDir;
+
 // A household of emulated Sonos zone players: each player serves real HTTP on its own
 // loopback address (127.0.0.x, port 1400) and answers like a speaker does. It is the
 // project's stand-in for real speakers in tests, benchmarks and demos, and it parses what it
@@ -26,6 +28,7 @@ struct Fault {
         Garbage,   // answer with bytes that are not HTTP at all
         Silent,    // keep the connection open and never answer
         Trickle,   // answer normally, the head at once, then one body byte every `delayMs`
+        NotImage,  // a 200 answer with an image's content type and a web page for its body
     };
     Kind kind = Kind::None;
     int delayMs = 0;
@@ -76,13 +79,21 @@ struct PlayerQuirks {
     int closesIdleConnectionsAfterMs = 0;
 };
 
-// What a player is playing, as its GetPositionInfo answer reports it.
+// What a player is playing, as its GetPositionInfo (and for a stream GetMediaInfo) answer
+// reports it.
 struct Track {
-    QString uri; // "x-sonos-htastream:RINCON_…:spdif" for a TV input
-    QString title;
-    QString artist;
-    QString album;
-    QString albumArt;
+    QString uri = {}; // "x-sonos-htastream:RINCON_…:spdif" for a TV input
+    QString title = {};
+    QString artist = {};
+    QString album = {};
+    QString albumArt = {};
+    // A radio stream's current song, as the station sends it ("Artist - Title").
+    QString streamContent = {};
+    // A radio stream's station name, reported by GetMediaInfo.
+    QString station = {};
+    // The track metadata sent verbatim (before escaping) instead of the one made from the
+    // fields above, for players and services that send broken documents.
+    QString metadata = {};
 };
 
 class Emulator : public QObject {
@@ -127,6 +138,8 @@ public:
     void setTransportState(const QString& host, const QString& state);
     Track track(const QString& host) const;
     void setTrack(const QString& host, const Track& track);
+    // The cover art the player serves at /getaa for its track (a small PNG unless set).
+    void setArt(const QString& host, const QByteArray& image);
     PlayerQuirks quirks(const QString& host) const;
     void setQuirks(const QString& host, const PlayerQuirks& quirks);
     bool isOnline(const QString& host) const;
@@ -140,6 +153,8 @@ signals:
     void requestReceived(const emulator::Request& request);
 
 private:
+    std::optional<QString> loadJson(const QByteArray& json, const QDir& artFolder);
+
     struct Private;
     std::unique_ptr<Private> d;
 };

@@ -58,6 +58,12 @@ Reply faultReply(const Fault& fault, const HttpAnswer& normal, const QByteArray&
     }
     case Fault::Kind::Silent:
         return Reply{Reply::Kind::Silent, {}, false, 0};
+    case Fault::Kind::NotImage: {
+        // What a captive portal or a confused service hands out in place of a picture.
+        const HttpAnswer page{200, "image/jpeg",
+                              "<html><body><h1>Sign in to continue</h1></body></html>"};
+        return Reply{Reply::Kind::Send, serialize(page, server, closeAfter), closeAfter, 0};
+    }
     case Fault::Kind::Trickle:
         return Reply{Reply::Kind::Send, serialize(normal, server, closeAfter), closeAfter, 0,
                      std::max(1, fault.delayMs)};

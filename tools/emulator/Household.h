@@ -23,6 +23,8 @@ struct Player {
     QMap<QString, int> eq; // only the EQ types this model has ("NightMode", "DialogLevel", ...)
     QString transportState = QStringLiteral("STOPPED");
     Track track;
+    QString artFile;         // as the household file names it; read into `art` on loading
+    QByteArray art;          // served at /getaa; empty: the emulator's own small PNG
     QStringList satellites;  // UIDs bonded to this home-theatre primary
     QString channel;         // a satellite's place in the set: "SW", "LR", "RR"
     QString stereoPairOf;    // UID of the left speaker when this is the right one of a pair

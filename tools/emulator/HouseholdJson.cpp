@@ -109,13 +109,18 @@ QString checkedUid(const QString& uid, const QString& where)
 
 Track trackIn(const QJsonObject& o, const QString& where)
 {
-    refuseUnknownKeys(o, where, {"uri", "title", "artist", "album", "albumArt"});
+    refuseUnknownKeys(
+        o, where,
+        {"uri", "title", "artist", "album", "albumArt", "streamContent", "station", "metadata"});
     Track t;
     t.uri = stringAt(o, QStringLiteral("uri"), where, false);
     t.title = stringAt(o, QStringLiteral("title"), where, false);
     t.artist = stringAt(o, QStringLiteral("artist"), where, false);
     t.album = stringAt(o, QStringLiteral("album"), where, false);
     t.albumArt = stringAt(o, QStringLiteral("albumArt"), where, false);
+    t.streamContent = stringAt(o, QStringLiteral("streamContent"), where, false);
+    t.station = stringAt(o, QStringLiteral("station"), where, false);
+    t.metadata = stringAt(o, QStringLiteral("metadata"), where, false);
     return t;
 }
 
@@ -159,8 +164,8 @@ Player playerIn(const QJsonObject& o, const QString& where)
     refuseUnknownKeys(o, where,
                       {"host", "uid", "room", "model", "modelNumber", "displayName",
                        "softwareVersion", "volume", "muted", "eq", "transport", "track",
-                       "satellites", "channel", "stereoPairOf", "invisible", "zoneBridge",
-                       "quirks"});
+                       "satellites", "channel", "stereoPairOf", "invisible", "zoneBridge", "quirks",
+                       "art"});
     Player p;
     p.host = checkedHost(stringAt(o, QStringLiteral("host"), where, true), where);
     p.uid = checkedUid(stringAt(o, QStringLiteral("uid"), where, true), where);
@@ -189,6 +194,7 @@ Player playerIn(const QJsonObject& o, const QString& where)
         p.track =
             trackIn(objectIn(o.value(QStringLiteral("track")), where + QStringLiteral(".track")),
                     where + QStringLiteral(".track"));
+    p.artFile = stringAt(o, QStringLiteral("art"), where, false);
     for (const QJsonValue& v : arrayAt(o, QStringLiteral("satellites"), where)) {
         if (!v.isString())
             fail(where + QStringLiteral(".satellites"), QStringLiteral("must list UIDs or hosts"));

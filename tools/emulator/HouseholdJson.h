@@ -19,7 +19,10 @@ namespace emulator {
 //     "modelNumber": "S19", "displayName": "Arc", "softwareVersion": "79.1-56030",
 //     "volume": 25, "muted": false, "transport": "PLAYING" | "PAUSED_PLAYBACK" | "STOPPED",
 //     "eq": {"NightMode": false, "DialogLevel": true},   (only the types the model has)
-//     "track": {"uri": "x-sonos-htastream:RINCON_…:spdif", "title", "artist", "album", "albumArt"},
+//     "track": {"uri": "x-sonos-htastream:RINCON_…:spdif", "title", "artist", "album", "albumArt",
+//               "streamContent": "Artist - Title", "station": "Radio X",   (radio streams)
+//               "metadata": "<DIDL-Lite …"},      (sent instead of the metadata made from these)
+//     "art": "cover.jpg",                     (served at /getaa; relative to the household file)
 //     "satellites": ["RINCON_…" or host, …],  (bonded to this home-theatre primary; invisible)
 //     "channel": "SW" | "LR" | "RR",          (a satellite's place; guessed when absent)
 //     "stereoPairOf": "RINCON_…" or host,     (this is the invisible right speaker of a pair)

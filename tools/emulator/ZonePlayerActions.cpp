@@ -123,29 +123,76 @@ void setGroupVolume(const QList<Player*>& zones, int wanted, const QMap<QString,
     }
 }
 
-QString didlLite(const Track& t)
+// A radio stream: the station sends the current song, which the player reports as the
+// track's stream content, and the player names the station in its media info.
+bool isStream(const QString& uri)
 {
-    if (t.uri.isEmpty() && t.title.isEmpty())
-        return {};
-    QString item = QStringLiteral("<res protocolInfo=\"sonos.com-http:*:audio/mpeg:*\">") +
-                   escapeXml(t.uri) + QStringLiteral("</res><r:streamContent></r:streamContent>");
-    if (!t.albumArt.isEmpty())
-        item += QStringLiteral("<upnp:albumArtURI>") + escapeXml(t.albumArt) +
-                QStringLiteral("</upnp:albumArtURI>");
-    item += QStringLiteral("<dc:title>") + escapeXml(t.title) + QStringLiteral("</dc:title>");
-    item += QStringLiteral("<upnp:class>object.item.audioItem.musicTrack</upnp:class>");
-    if (!t.artist.isEmpty())
-        item +=
-            QStringLiteral("<dc:creator>") + escapeXml(t.artist) + QStringLiteral("</dc:creator>");
-    if (!t.album.isEmpty())
-        item +=
-            QStringLiteral("<upnp:album>") + escapeXml(t.album) + QStringLiteral("</upnp:album>");
+    static const QStringList schemes = {QStringLiteral("x-sonosapi-stream:"),
+                                        QStringLiteral("x-rincon-mp3radio:"),
+                                        QStringLiteral("aac:"), QStringLiteral("x-sonosapi-hls:")};
+    return std::any_of(schemes.begin(), schemes.end(),
+                       [&uri](const QString& scheme) { return uri.startsWith(scheme); });
+}
+
+bool isLineInput(const QString& uri)
+{
+    return uri.contains(QStringLiteral("htastream")) ||
+           uri.contains(QStringLiteral("x-rincon-stream"));
+}
+
+QString element(const char* name, const QString& text)
+{
+    return QStringLiteral("<%1>%2</%1>").arg(QLatin1String(name), escapeXml(text));
+}
+
+QString didlDocument(const QString& item)
+{
     return QStringLiteral("<DIDL-Lite xmlns:dc=\"http://purl.org/dc/elements/1.1/\" "
                           "xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\" "
                           "xmlns:r=\"urn:schemas-rinconnetworks-com:metadata-1-0/\" "
                           "xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\">"
                           "<item id=\"-1\" parentID=\"-1\" restricted=\"true\">") +
            item + QStringLiteral("</item></DIDL-Lite>");
+}
+
+QString didlLite(const Track& t)
+{
+    if (!t.metadata.isEmpty())
+        return t.metadata;
+    if (t.uri.isEmpty() && t.title.isEmpty())
+        return {};
+    const bool stream = isStream(t.uri);
+    QString item = QStringLiteral("<res protocolInfo=\"sonos.com-http:*:audio/mpeg:*\">") +
+                   escapeXml(t.uri) + QStringLiteral("</res>") +
+                   element("r:streamContent", stream ? t.streamContent : QString());
+    if (!t.albumArt.isEmpty())
+        item += element("upnp:albumArtURI", t.albumArt);
+    // A stream's track carries no title of its own: players put the stream's address there.
+    item += element("dc:title", stream && t.title.isEmpty() ? t.uri : t.title);
+    item += stream ? QStringLiteral("<upnp:class>object.item</upnp:class>")
+                   : QStringLiteral("<upnp:class>object.item.audioItem.musicTrack</upnp:class>");
+    if (!t.artist.isEmpty())
+        item += element("dc:creator", t.artist);
+    if (!t.album.isEmpty())
+        item += element("upnp:album", t.album);
+    return didlDocument(item);
+}
+
+// What GetMediaInfo says of the source: a stream is its own source and carries the
+// station's name; a track plays from the queue, whose metadata is empty.
+std::pair<QString, QString> mediaSource(const Player& player)
+{
+    const Track& t = player.track;
+    if (t.uri.isEmpty())
+        return {};
+    if (isStream(t.uri))
+        return {t.uri,
+                didlDocument(element("dc:title", t.station) +
+                             QStringLiteral("<upnp:class>object.item.audioItem.audioBroadcast"
+                                            "</upnp:class>"))};
+    if (isLineInput(t.uri))
+        return {t.uri, QString()};
+    return {QStringLiteral("x-rincon-queue:%1#0").arg(player.uid), QString()};
 }
 
 // The values an EQ type takes. Soundbars since the Arc Ultra switch speech enhancement with
@@ -281,20 +328,33 @@ Outputs avTransport(const Context& c)
     }
     if (a == u"GetPositionInfo") {
         const Track& t = leader.track;
-        const bool stream = t.uri.contains(QStringLiteral("htastream")) ||
-                            t.uri.contains(QStringLiteral("x-rincon-stream"));
+        const bool stream = isLineInput(t.uri);
         const QString time =
             t.uri.isEmpty() || stream ? QStringLiteral("0:00:00") : QStringLiteral("0:01:07");
         return {
             {QStringLiteral("Track"), t.uri.isEmpty() ? QStringLiteral("0") : QStringLiteral("1")},
-            {QStringLiteral("TrackDuration"),
-             stream || t.uri.isEmpty() ? QStringLiteral("0:00:00") : QStringLiteral("0:03:45")},
+            {QStringLiteral("TrackDuration"), stream || isStream(t.uri) || t.uri.isEmpty()
+                                                  ? QStringLiteral("0:00:00")
+                                                  : QStringLiteral("0:03:45")},
             {QStringLiteral("TrackMetaData"), didlLite(t)},
             {QStringLiteral("TrackURI"), t.uri},
             {QStringLiteral("RelTime"), time},
             {QStringLiteral("AbsTime"), QStringLiteral("NOT_IMPLEMENTED")},
             {QStringLiteral("RelCount"), QStringLiteral("2147483647")},
             {QStringLiteral("AbsCount"), QStringLiteral("2147483647")}};
+    }
+    if (a == u"GetMediaInfo") {
+        const auto [uri, metadata] = mediaSource(leader);
+        const bool queue = !uri.isEmpty() && !isStream(uri) && !isLineInput(uri);
+        return {{QStringLiteral("NrTracks"), queue ? QStringLiteral("1") : QStringLiteral("0")},
+                {QStringLiteral("MediaDuration"), QStringLiteral("NOT_IMPLEMENTED")},
+                {QStringLiteral("CurrentURI"), uri},
+                {QStringLiteral("CurrentURIMetaData"), metadata},
+                {QStringLiteral("NextURI"), QString()},
+                {QStringLiteral("NextURIMetaData"), QString()},
+                {QStringLiteral("PlayMedium"), QStringLiteral("NETWORK")},
+                {QStringLiteral("RecordMedium"), QStringLiteral("NOT_IMPLEMENTED")},
+                {QStringLiteral("WriteStatus"), QStringLiteral("NOT_IMPLEMENTED")}};
     }
     throw Failure{UpnpError::InvalidAction};
 }
