@@ -5,8 +5,9 @@
 #include "app/SnapshotBuilder.h"
 #include "app/SpeakerChoices.h"
 #include "app/StartUp.h"
-#include "app/StatusItem.h"
 #include "audio/PulseAudio.h"
+#include "desktop/ColorScheme.h"
+#include "desktop/DisplayOptions.h"
 #include "desktop/NetworkWatch.h"
 #include "desktop/SleepWatch.h"
 #include "discovery/Coordinator.h"
@@ -17,7 +18,9 @@
 #include "support/Log.h"
 #include "support/PlatformWords.h"
 #include "support/UiText.h"
+#include "ui/Appearance.h"
 #include "ui/VolumeHUD.h"
+#include "ui/panel/MenuBarPanel.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -43,7 +46,8 @@ AppController::AppController(Options options, QObject* parent)
     , m_publisher(std::make_unique<StatusPublisher>())
     , m_snapshots(std::make_unique<SnapshotBuilder>(*m_media))
     , m_choices(std::make_unique<SpeakerChoices>(SonosDiscovery::Coordinator::shared()))
-    , m_hud(std::make_unique<VolumeHUD>())
+    , m_displayOptions(std::make_unique<DisplayOptionsWatcher>())
+    , m_hud(std::make_unique<VolumeHUD>(m_displayOptions.get()))
     , m_networkWatch(std::make_unique<NetworkWatch>())
 {
     const Settings::Loaded loaded = Settings::load();
@@ -59,10 +63,6 @@ AppController::AppController(Options options, QObject* parent)
         armingInputsChanged();
     });
     connect(m_requests.get(), &PanelRequests::pollRequested, this, &AppController::tick);
-    connect(m_requests.get(), &PanelRequests::warningRequested, this,
-            &AppController::panelWarningRequested);
-    connect(m_requests.get(), &PanelRequests::settingsSectionRequested, this,
-            &AppController::panelSettingsSectionRequested);
     connect(m_requests.get(), &PanelRequests::inputAccessExplanationRequested, this,
             &AppController::explainInputAccess);
     connect(m_choices.get(), &SpeakerChoices::refreshed, m_publisher.get(),
@@ -104,15 +104,18 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     logStartLine();
 
     m_dismissMonitor = std::make_unique<DismissMonitor>();
-    connect(m_dismissMonitor.get(), &DismissMonitor::clicked, this, [this] {
+    connect(m_dismissMonitor.get(), &DismissMonitor::clicked, this, [this](QPoint at) {
         m_hud->dismiss();
+        m_panel->closeIfOutside(at);
         updateDismissMonitor();
     });
 
-    m_status = std::make_unique<StatusItem>();
-    connect(m_status.get(), &StatusItem::activated, this, &AppController::tick);
-    connect(m_status.get(), &StatusItem::copyDiagnosticsRequested, this,
-            &AppController::copyDiagnostics);
+    m_panel = std::make_unique<MenuBarPanel>(m_settings);
+    m_panel->setDisplayOptions(m_displayOptions->options());
+    connect(m_displayOptions.get(), &DisplayOptionsWatcher::changed, m_panel.get(),
+            &MenuBarPanel::setDisplayOptions);
+    connectPanel();
+    followColorScheme();
     if (instance)
         connect(instance, &SingleInstance::showRequested, this,
                 &AppController::applicationShouldHandleReopen);
@@ -153,13 +156,70 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
 
 void AppController::applicationShouldHandleReopen()
 {
-    // The panel opens here once there is one; until then the tray says the application is
-    // running and what it is doing.
-    tick();
-    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::panelRequested)))
-        emit panelRequested();
-    else if (m_status)
-        m_status->notify(QStringLiteral("Velotide"), m_status->toolTip());
+    if (m_panel)
+        m_panel->present();
+}
+
+// Every action in the panel goes to the request it names; the requests change the state
+// here and ask for the poll that shows the outcome.
+void AppController::connectPanel()
+{
+    MenuBarPanel* panel = m_panel.get();
+    PanelRequests* requests = m_requests.get();
+    connect(panel, &MenuBarPanel::tick, this, &AppController::tick);
+    connect(panel, &MenuBarPanel::choicesNeeded, this, &AppController::choicesNeeded);
+    connect(panel, &MenuBarPanel::shownChanged, this, [this](bool shown) {
+        m_panelShown = shown;
+        updateDismissMonitor();
+    });
+    connect(panel, &MenuBarPanel::panelDidRequestVolume, requests,
+            &PanelRequests::panelDidRequestVolume);
+    // The button is the mute key: the overlay shows the change as for the key.
+    connect(panel, &MenuBarPanel::panelDidRequestMute, this,
+            [this] { handle(EventTap::MediaKey::mute, false, false); });
+    connect(panel, &MenuBarPanel::panelDidToggleNight, requests,
+            &PanelRequests::panelDidToggleNight);
+    connect(panel, &MenuBarPanel::panelDidToggleSpeech, requests,
+            &PanelRequests::panelDidToggleSpeech);
+    connect(panel, &MenuBarPanel::panelDidToggleKeys, requests, &PanelRequests::panelDidToggleKeys);
+    connect(panel, &MenuBarPanel::panelDidChooseSpeaker, requests,
+            &PanelRequests::panelDidChooseSpeaker);
+    connect(panel, &MenuBarPanel::panelDidChooseTrigger, requests,
+            &PanelRequests::panelDidChooseTrigger);
+    connect(panel, &MenuBarPanel::panelDidRequestTransport, requests,
+            &PanelRequests::panelDidRequestTransport);
+    connect(panel, &MenuBarPanel::panelDidRequestFix, requests, &PanelRequests::panelDidRequestFix);
+    connect(panel, &MenuBarPanel::panelDidRequestDiagnostics, this,
+            &AppController::copyDiagnostics);
+    connect(panel, &MenuBarPanel::panelDidRequestQuit, qApp, &QCoreApplication::quit);
+    const auto later = [requests](const char* what) {
+        return [requests, what] { requests->notAvailableYet(QString::fromLatin1(what)); };
+    };
+    connect(panel, &MenuBarPanel::panelDidRequestProblemReport, requests, later("problem report"));
+    connect(panel, &MenuBarPanel::panelDidRequestSetupAgain, this, [this] { showOnboarding(); });
+    connect(panel, &MenuBarPanel::panelDidRequestUninstall, requests, later("uninstaller"));
+    connect(panel, &MenuBarPanel::panelDidRequestUpdateCheck, requests, later("update check"));
+    connect(panel, &MenuBarPanel::panelDidToggleAutomaticChecks, requests,
+            later("automatic update checks"));
+    connect(panel, &MenuBarPanel::panelDidToggleLoginItem, requests, later("login item"));
+
+    connect(requests, &PanelRequests::warningRequested, panel, &MenuBarPanel::setWarning);
+    connect(requests, &PanelRequests::settingsSectionRequested, panel, [panel] {
+        if (panel->settingsVisible())
+            return;
+        panel->setSettingsVisible(true);
+        panel->applyDisclosure(true);
+    });
+}
+
+// The tray icon, the panel and the overlay take the desktop's light or dark look.
+void AppController::followColorScheme()
+{
+    m_colorScheme = std::make_unique<ColorScheme>();
+    m_appearance = std::make_unique<Appearance>();
+    const auto follow = [this] { m_appearance->apply(m_colorScheme->preference()); };
+    connect(m_colorScheme.get(), &ColorScheme::changed, this, follow);
+    follow();
 }
 
 void AppController::logStartLine() const
@@ -185,7 +245,7 @@ void AppController::scheduleDemonstrations()
         for (const auto delay : {1000ms, 2000ms})
             QTimer::singleShot(delay, this, &AppController::showOnboarding);
     if (m_options.commandLine.demoPanel)
-        QTimer::singleShot(800ms, this, &AppController::panelRequested);
+        QTimer::singleShot(800ms, this, &AppController::applicationShouldHandleReopen);
 }
 
 void AppController::showOnboarding()
@@ -206,8 +266,6 @@ void AppController::explainInputAccess()
                     "\"sudo make install\", or start an installed one with "
                     "\"sudo systemctl enable --now velotide-keyd\".");
     Log::info(QString::fromUtf8(how));
-    if (m_status)
-        m_status->notify(uiText(PlatformText::volumeKeysNeedInputAccess), uiText(how));
 }
 
 void AppController::startSupervision()
@@ -316,18 +374,18 @@ void AppController::buildSnapshot(quint64 generation)
 
 void AppController::showSnapshot(const PanelSnapshot& snapshot)
 {
-    if (m_status) {
-        QString line;
-        if (snapshot.armed)
-            line = snapshot.speakerName + QStringLiteral(": ") +
-                   (snapshot.muted ? QStringLiteral("muted") : QString::number(snapshot.volume));
-        else
-            line = snapshot.armedMessage;
-        if (m_saver->hasFailed())
-            line += QStringLiteral("\n") + uiText("Could not save settings — check disk space");
-        m_status->setState(snapshot.armed, line);
-    }
-    emit delivered(snapshot);
+    if (!m_panel)
+        return;
+    // The tooltip says in a line what the panel shows: the speaker's level, or why the keys
+    // stay with the desktop.
+    QString line = snapshot.armed
+                       ? snapshot.speakerName + QStringLiteral(": ") +
+                             (snapshot.muted ? uiText("muted") : QString::number(snapshot.volume))
+                       : snapshot.armedMessage;
+    if (m_saver->hasFailed())
+        line += u'\n' + uiText("Could not save settings — check disk space");
+    m_panel->setToolTip(QStringLiteral("Velotide\n") + line);
+    m_panel->apply(snapshot);
 }
 
 void AppController::updateDismissMonitor()
@@ -395,96 +453,4 @@ void AppController::handle(EventTap::MediaKey key, bool fine, bool isRepeat)
     // the order of these hand-offs and coalesces them.
     QTimer::singleShot(0, this,
                        [this, sent = mirror] { m_speaker->apply(sent.volume, sent.muted); });
-}
-
-void AppController::shownChanged(bool shown)
-{
-    m_panelShown = shown;
-    updateDismissMonitor();
-}
-
-void AppController::panelDidRequestVolume(int volume)
-{
-    m_requests->panelDidRequestVolume(volume);
-}
-
-void AppController::panelDidRequestMute()
-{
-    // The button is the mute key: the overlay shows the change as for the key.
-    handle(EventTap::MediaKey::mute, false, false);
-}
-
-void AppController::panelDidToggleNight()
-{
-    m_requests->panelDidToggleNight();
-}
-
-void AppController::panelDidToggleSpeech()
-{
-    m_requests->panelDidToggleSpeech();
-}
-
-void AppController::panelDidToggleKeys()
-{
-    m_requests->panelDidToggleKeys();
-}
-
-void AppController::panelDidChooseSpeaker(const QString& name, Settings::Route route)
-{
-    m_requests->panelDidChooseSpeaker(name, route);
-}
-
-void AppController::panelDidChooseTrigger(const QString& name)
-{
-    m_requests->panelDidChooseTrigger(name);
-}
-
-void AppController::panelDidRequestTransport(PanelTransport transport)
-{
-    m_requests->panelDidRequestTransport(transport);
-}
-
-void AppController::panelDidRequestFix(PanelFix fix)
-{
-    m_requests->panelDidRequestFix(fix);
-}
-
-void AppController::panelDidRequestProblemReport()
-{
-    m_requests->notAvailableYet(QStringLiteral("problem report"));
-}
-
-void AppController::panelDidRequestDiagnostics()
-{
-    copyDiagnostics();
-}
-
-void AppController::panelDidRequestSetupAgain()
-{
-    m_requests->notAvailableYet(QStringLiteral("setup again"));
-}
-
-void AppController::panelDidRequestUninstall()
-{
-    m_requests->notAvailableYet(QStringLiteral("uninstall"));
-}
-
-void AppController::panelDidRequestUpdateCheck()
-{
-    m_requests->notAvailableYet(QStringLiteral("update check"));
-}
-
-void AppController::panelDidToggleAutomaticChecks()
-{
-    m_requests->notAvailableYet(QStringLiteral("automatic update checks"));
-}
-
-void AppController::panelDidToggleLoginItem()
-{
-    m_requests->notAvailableYet(QStringLiteral("open at login"));
-}
-
-void AppController::panelDidRequestQuit()
-{
-    QCoreApplication::quit();
 }

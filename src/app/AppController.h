@@ -20,6 +20,7 @@
 
 class AudioDevice;
 class DismissMonitor;
+class DisplayOptionsWatcher;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -28,9 +29,11 @@ class SingleInstance;
 class SleepWatch;
 class SnapshotBuilder;
 class SpeakerChoices;
+class Appearance;
+class ColorScheme;
+class MenuBarPanel;
 class SpeakerController;
 class StartUp;
-class StatusItem;
 class VolumeHUD;
 
 // The application: owns every long-lived object (settings, speaker controller, overlay, key
@@ -64,51 +67,25 @@ public:
     void handle(EventTap::MediaKey key, bool fine, bool isRepeat);
 
     const Settings& settings() const { return m_settings; }
-    // The snapshot last handed to the tray and the panel (without artwork), absent before
-    // the first.
+    // The snapshot last handed to the panel, absent before the first.
     std::optional<PanelSnapshot> lastSnapshot() const;
     // The state "Copy Diagnostics" describes, without the log's lines.
     DiagnosticsState diagnosticsState() const;
     // Puts the diagnostics text on the clipboard.
     void copyDiagnostics();
 
-public slots:
-    // The panel's hooks, named as its signals: its periodic poll, its wish for fresh speaker
-    // choices (heeded at most once a minute), whether it is open, and what the user asks.
+    // The panel's hooks: its periodic poll, and its wish for fresh speaker choices (heeded
+    // at most once a minute).
     void tick();
     void choicesNeeded();
-    void shownChanged(bool shown);
-    void panelDidRequestVolume(int volume);
-    void panelDidRequestMute();
-    void panelDidToggleNight();
-    void panelDidToggleSpeech();
-    void panelDidToggleKeys();
-    void panelDidChooseSpeaker(const QString& name, Settings::Route route);
-    void panelDidChooseTrigger(const QString& name);
-    void panelDidRequestTransport(PanelTransport transport);
-    void panelDidRequestFix(PanelFix fix);
-    void panelDidRequestProblemReport();
-    void panelDidRequestDiagnostics();
-    void panelDidRequestSetupAgain();
-    void panelDidRequestUninstall();
-    void panelDidRequestUpdateCheck();
-    void panelDidToggleAutomaticChecks();
-    void panelDidToggleLoginItem();
-    void panelDidRequestQuit();
 
 signals:
-    // A new snapshot reached the tray (and the panel, when there is one).
-    void delivered(const PanelSnapshot& snapshot);
-    // The panel's warning line should say `text` (for a moment, until the next snapshot).
-    void panelWarningRequested(const QString& text, PanelFix fix, bool critical);
-    // The panel's settings section should open.
-    void panelSettingsSectionRequested();
     // The setup window should open (a first run, or "--demo-onboarding").
     void onboardingRequested();
-    // The panel should open (another launch asked this one to show itself).
-    void panelRequested();
 
 private:
+    void connectPanel();
+    void followColorScheme();
     void startSupervision();
     // `began` is the mirror generation when the refresh was asked for.
     void refreshConnection(quint64 began);
@@ -134,9 +111,13 @@ private:
     std::unique_ptr<SnapshotBuilder> m_snapshots;
     std::unique_ptr<SpeakerChoices> m_choices;
     std::unique_ptr<PanelRequests> m_requests;
+    // The desktop's accessibility preferences, shared by the overlay and the panel.
+    std::unique_ptr<DisplayOptionsWatcher> m_displayOptions;
     std::unique_ptr<VolumeHUD> m_hud;
     std::unique_ptr<EventTap> m_tap;
-    std::unique_ptr<StatusItem> m_status;
+    std::unique_ptr<MenuBarPanel> m_panel;
+    std::unique_ptr<ColorScheme> m_colorScheme;
+    std::unique_ptr<Appearance> m_appearance;
     std::unique_ptr<DismissMonitor> m_dismissMonitor;
     std::unique_ptr<NetworkWatch> m_networkWatch;
     std::unique_ptr<SleepWatch> m_sleepWatch;

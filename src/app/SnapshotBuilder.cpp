@@ -1,6 +1,7 @@
 #include "app/SnapshotBuilder.h"
 
 #include "media/MediaSource.h"
+#include "speaker/NowPlayingLines.h"
 #include "support/ReadyFuture.h"
 
 #include <QPromise>
@@ -66,9 +67,9 @@ QFuture<PanelSnapshot> SnapshotBuilder::build(const SnapshotInputs& in)
     pending->warning.armedMessage = s.armedMessage;
     pending->promise.start();
 
-    // Runs once every answer is in: the computer's media source stands in when the speaker
-    // has nothing of its own to show.
-    auto finish = [this, pending] {
+    // Runs once every answer is in. The speaker's own inputs are named by what they are; the
+    // computer's media source stands in when the speaker has nothing of its own to show.
+    auto finish = [this, pending, player = in.device] {
         if (--pending->outstanding > 0)
             return;
         PanelSnapshot& s = pending->snapshot;
@@ -76,23 +77,32 @@ QFuture<PanelSnapshot> SnapshotBuilder::build(const SnapshotInputs& in)
         s.isLineInput = playing && playing->isLineInput();
         pending->warning.isLineInput = s.isLineInput;
         s.warning = warningText(pending->warning);
-        if (playing && !s.isLineInput) {
-            if (!playing->title.isEmpty())
-                s.title = playing->title;
-            s.subtitle = playing->artist;
-            s.detail = playing->album;
-            s.isPlaying = pending->speakerPlaying;
-            s.canControlTransport = !playing->uri.isEmpty();
-            s.artworkIdentity = playing->albumArt;
-            pending->promise.addResult(s);
-            pending->promise.finish();
-            return;
+        if (playing) {
+            const NowPlayingLines lines = NowPlayingLines::of(*playing);
+            s.title = lines.title;
+            s.subtitle = lines.subtitle;
+            s.detail = lines.detail;
         }
-        m_media.current().then(this, [pending](const std::optional<MediaSource::Item>& item) {
-            fillFromMedia(pending->snapshot, item);
+        const auto deliver = [pending] {
             pending->promise.addResult(pending->snapshot);
             pending->promise.finish();
-        });
+        };
+        if (playing && !s.isLineInput && player) {
+            s.isPlaying = pending->speakerPlaying;
+            s.canControlTransport = !playing->uri.isEmpty();
+            m_artwork.artwork(*player, playing->albumArt)
+                .then(this, [pending, deliver](const Artwork& art) {
+                    pending->snapshot.artworkIdentity = art.identity;
+                    pending->snapshot.artwork = art.image;
+                    deliver();
+                });
+            return;
+        }
+        m_media.current().then(this,
+                               [pending, deliver](const std::optional<MediaSource::Item>& item) {
+                                   fillFromMedia(pending->snapshot, item);
+                                   deliver();
+                               });
     };
 
     QFuture<PanelSnapshot> future = pending->promise.future();

@@ -3,6 +3,7 @@
 #include "app/KeyContext.h"
 #include "app/VolumeMirror.h"
 #include "app/WarningText.h"
+#include "speaker/ArtworkCache.h"
 #include "speaker/SpeakerController.h"
 #include "ui/panel/PanelSnapshot.h"
 
@@ -40,4 +41,5 @@ public:
 
 private:
     MediaSource& m_media;
+    ArtworkCache m_artwork;
 };

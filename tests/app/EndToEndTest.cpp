@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace std::chrono_literals;
 using testing_support::readFile;
 using testing_support::spinFor;
@@ -35,6 +37,24 @@ bool setDefaultSink(const QString& sink)
 bool pressKey(const QString& keys)
 {
     return QProcess::execute("xdotool", {"key", keys}) == 0;
+}
+
+// The panel as a screen reader reads and operates it (tests/common/atspi); answers whether
+// the command succeeded, with what it printed in `output`.
+bool atspi(const QStringList& arguments, QString* output = nullptr)
+{
+    QProcess process;
+    process.start(QStringLiteral(ATSPI_TOOL), QStringList{"velotide"} + arguments);
+    const bool done = process.waitForFinished(20000) && process.exitCode() == 0;
+    if (output)
+        *output = QString::fromUtf8(process.readAllStandardOutput());
+    return done;
+}
+
+// The tray host puts the first icon at the screen's top left.
+bool clickTrayIcon()
+{
+    return QProcess::execute("xdotool", {"mousemove", "12", "12", "click", "1"}) == 0;
 }
 
 // Long enough for the X server to repeat the key.
@@ -168,6 +188,74 @@ TEST_F(EndToEnd, VolumeKeysReachTheOnlyInstanceWhileSoundGoesToTheTrigger)
         QStringLiteral("another instance is already running (pid %1); showing it and exiting")
             .arg(app->pid())))
         << second.describe();
+    EXPECT_EQ(app->stop(), 0) << app->describe();
+}
+
+// The panel as a user meets it: opened from the tray icon, read and operated the way a screen
+// reader does, every control reaching the speaker or the settings file.
+TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
+{
+    const auto app = startApp();
+    app->start();
+    ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
+    ASSERT_TRUE(clickTrayIcon());
+    ASSERT_TRUE(atspi({"wait", "slider", "Volume"})) << app->describe();
+    QString focused;
+    EXPECT_TRUE(atspi({"focused"}, &focused));
+    EXPECT_TRUE(focused.startsWith("slider")) << focused.toStdString();
+    ASSERT_TRUE(pressKey("Escape"));
+    ASSERT_TRUE(atspi({"gone", "slider", "Volume"}));
+    // A click just after the panel closed is taken for the click that closed it.
+    spinFor(300ms);
+    ASSERT_TRUE(clickTrayIcon());
+    ASSERT_TRUE(atspi({"wait", "slider", "Volume"}));
+    EXPECT_TRUE(atspi({"wait", "label", "TV"})) << "the soundbar plays its TV input";
+
+    ASSERT_TRUE(atspi({"set", "Volume", "40"}));
+    EXPECT_TRUE(waitForVolume("40")) << app->describe();
+    ASSERT_TRUE(atspi({"do", "Night"}));
+    EXPECT_TRUE(spinUntil([&] { return sent("SetEQ", "DesiredValue") == QStringList{"1"}; }, 5s));
+    EXPECT_EQ(m_household->eq(livingRoom, "NightMode"), true);
+
+    // The keys button pauses the keys; the warning's fix turns them back on.
+    ASSERT_TRUE(atspi({"do", "Keys on"}));
+    EXPECT_TRUE(spinUntil([&] { return savedSettings().value("paused").toBool(); }, 5s));
+    ASSERT_TRUE(atspi({"do", "Turn the keys back on"})) << app->describe();
+    EXPECT_TRUE(spinUntil([&] { return !savedSettings().value("paused").toBool(); }, 5s));
+
+    // Another speaker from the settings section: saved, and the keys drive it.
+    ASSERT_TRUE(atspi({"do", "Setup"}));
+    ASSERT_TRUE(
+        atspi({"do", "Which speaker the volume keys control, and how audio reaches it", "Press"}));
+    ASSERT_TRUE(QProcess::execute("xdotool", {"type", "--delay", "50", "Kitchen"}) == 0);
+    ASSERT_TRUE(pressKey("Return"));
+    EXPECT_TRUE(
+        spinUntil([&] { return savedSettings().value("speaker").toString() == "Kitchen"; }, 5s));
+    ASSERT_TRUE(app->waitForPrefix("Connected to Kitchen")) << app->describe();
+    ASSERT_TRUE(pressKey("XF86AudioRaiseVolume"));
+    EXPECT_TRUE(spinUntil([&] { return m_household->volume("127.0.0.15") == 20; }, 5s));
+
+    // The kitchen plays a paused track: the transport goes to it.
+    ASSERT_TRUE(atspi({"wait", "label", "Never Gonna Give You Up"})) << app->describe();
+    ASSERT_TRUE(atspi({"do", "Play / pause"}));
+    EXPECT_TRUE(
+        spinUntil([&] { return m_household->transportState("127.0.0.15") == "PLAYING"; }, 5s));
+    ASSERT_TRUE(atspi({"do", "Next track"}));
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            const auto requests = m_household->requests("127.0.0.15");
+            return std::any_of(requests.begin(), requests.end(),
+                               [](const emulator::Request& r) { return r.action == "Next"; });
+        },
+        5s));
+
+    // A click on the icon closes the panel; a second launch shows it again.
+    ASSERT_TRUE(clickTrayIcon());
+    ASSERT_TRUE(atspi({"gone", "slider", "Volume"}));
+    AppProcess second(QString::fromLocal8Bit(qgetenv("VELOTIDE_BIN")), m_home.path());
+    second.start();
+    EXPECT_EQ(second.finish(10s), 0) << second.describe();
+    EXPECT_TRUE(atspi({"wait", "slider", "Volume"})) << app->describe();
     EXPECT_EQ(app->stop(), 0) << app->describe();
 }
 

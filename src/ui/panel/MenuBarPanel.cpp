@@ -358,10 +358,10 @@ void MenuBarPanel::present()
     PanelWindow* w = d->window.get();
     if (w->isVisible())
         return;
-    // With a tray the panel is a popup beside its icon; without one it is an ordinary window
-    // the user closes, since nothing else could open it again.
+    // With a tray the panel sits beside its icon; without one it is an ordinary window the
+    // user closes, since nothing else could open it again.
     const Qt::WindowFlags wanted =
-        TrayIcon::isTrayAvailable() ? Qt::WindowFlags(Qt::Popup) : Qt::WindowFlags(Qt::Window);
+        TrayIcon::isTrayAvailable() ? PanelWindow::trayFlags : Qt::WindowFlags(Qt::Window);
     if (w->windowFlags() != wanted)
         w->setWindowFlags(wanted);
     d->placeWindow();
@@ -380,7 +380,7 @@ void MenuBarPanel::Private::placeWindow()
     if (!screen)
         return;
     const QRect area = screen->availableGeometry();
-    if (window->windowType() == Qt::Popup) {
+    if (window->isBesideTray()) {
         window->move(panelPosition(window->size(), tray->geometry(), cursor, area));
         return;
     }
@@ -415,7 +415,7 @@ bool MenuBarPanel::isShown() const
 void MenuBarPanel::closeIfOutside(QPoint globalPoint)
 {
     // Without a tray the panel is an ordinary window, which stays until the user closes it.
-    if (!isShown() || d->window->windowType() != Qt::Popup)
+    if (!isShown() || !d->window->isBesideTray())
         return;
     const QRect frame = d->window->frameGeometry();
     // The edges count as inside.

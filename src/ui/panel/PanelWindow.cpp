@@ -10,6 +10,7 @@
 
 #include <QComboBox>
 #include <QEasingCurve>
+#include <QEvent>
 #include <QGraphicsOpacityEffect>
 #include <QKeyEvent>
 #include <QPainter>
@@ -221,7 +222,7 @@ void PanelWindow::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
     // A hairline edge, so the panel stands apart from a window of the same colour behind it.
-    if (windowType() == Qt::Popup) {
+    if (isBesideTray()) {
         QColor edge = palette().color(QPalette::WindowText);
         edge.setAlphaF(0.22f);
         painter.setPen(edge);
@@ -248,6 +249,13 @@ void PanelWindow::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
     emit shown();
+}
+
+bool PanelWindow::event(QEvent* event)
+{
+    if (event->type() == QEvent::WindowDeactivate && isBesideTray() && isVisible())
+        close();
+    return QWidget::event(event);
 }
 
 void PanelWindow::hideEvent(QHideEvent* event)

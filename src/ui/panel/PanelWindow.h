@@ -36,6 +36,13 @@ public:
     // The content height for a layout.
     static int contentHeight(bool hasWarning, bool settingsVisible);
 
+    // The window beside the tray icon: frameless, above other windows, gone when another
+    // window takes the focus. It is a tool window rather than a popup so that screen readers
+    // find it among the application's windows (Qt leaves popups out of that list).
+    static constexpr Qt::WindowFlags trayFlags =
+        Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint;
+    bool isBesideTray() const { return windowType() == Qt::Tool; }
+
     ArtView* art;
     ElidedLabel* titleLabel;
     ElidedLabel* subtitleLabel;
@@ -66,6 +73,7 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     struct Layout {
