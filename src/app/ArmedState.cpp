@@ -33,7 +33,7 @@ QString ArmedState::reason() const
     case Case::noAccessibility:
         return QString::fromUtf8(platformText(PlatformText::inputAccessMissing));
     case Case::tapInactive:
-        return QStringLiteral("event tap inactive");
+        return QString::fromUtf8(platformText(PlatformText::keyCaptureInactiveReason));
     case Case::speakerNotConnected:
         return QStringLiteral("speaker not connected");
     case Case::fixedVolume:
@@ -57,7 +57,7 @@ QString ArmedState::panelMessage() const
     case Case::noAccessibility:
         return uiText(PlatformText::volumeKeysNeedInputAccess);
     case Case::tapInactive:
-        return uiText("Volume keys inactive — event tap inactive");
+        return uiText(PlatformText::keyCaptureInactive);
     case Case::speakerNotConnected:
         return uiText("Volume keys inactive — speaker not connected");
     case Case::fixedVolume:

@@ -16,6 +16,9 @@ constexpr std::array words{
     // Arming and input access
     PlatformWord{inputAccessMissing, log, "Accessibility permission missing",
                  "input access missing"},
+    PlatformWord{keyCaptureInactive, shown, "Volume keys inactive — event tap inactive",
+                 SHOWN("Volume keys inactive — key capture inactive")},
+    PlatformWord{keyCaptureInactiveReason, log, "event tap inactive", "key capture inactive"},
     PlatformWord{volumeKeysNeedInputAccess, shown, "Volume keys need Accessibility permission",
                  SHOWN("Volume keys need input access")},
     PlatformWord{openInputAccessSettings, shown, "Open Accessibility settings",

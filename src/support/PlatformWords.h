@@ -17,6 +17,8 @@
 enum class PlatformText {
     // Arming and input access (the key service stands where the Accessibility permission was)
     inputAccessMissing,
+    keyCaptureInactive,
+    keyCaptureInactiveReason,
     volumeKeysNeedInputAccess,
     openInputAccessSettings,
     inputAccessAlreadyListed,

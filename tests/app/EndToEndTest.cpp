@@ -213,9 +213,13 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
 
     ASSERT_TRUE(atspi({"set", "Volume", "40"}));
     EXPECT_TRUE(waitForVolume("40")) << app->describe();
+    // Night mode and speech enhancement are switched to what they are not.
     ASSERT_TRUE(atspi({"do", "Night"}));
     EXPECT_TRUE(spinUntil([&] { return sent("SetEQ", "DesiredValue") == QStringList{"1"}; }, 5s));
     EXPECT_EQ(m_household->eq(livingRoom, "NightMode"), true);
+    ASSERT_TRUE(atspi({"do", "Speech"}));
+    EXPECT_TRUE(spinUntil([&] { return sent("SetEQ", "EQType").contains("DialogLevel"); }, 5s));
+    EXPECT_TRUE(spinUntil([&] { return m_household->eq(livingRoom, "DialogLevel") == false; }, 5s));
 
     // The keys button pauses the keys; the warning's fix turns them back on.
     ASSERT_TRUE(atspi({"do", "Keys on"}));
@@ -223,8 +227,16 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
     ASSERT_TRUE(atspi({"do", "Turn the keys back on"})) << app->describe();
     EXPECT_TRUE(spinUntil([&] { return !savedSettings().value("paused").toBool(); }, 5s));
 
-    // Another speaker from the settings section: saved, and the keys drive it.
+    // The output and another speaker from the settings section: saved, and the keys drive
+    // that speaker on any output.
     ASSERT_TRUE(atspi({"do", "Setup"}));
+    ASSERT_TRUE(
+        atspi({"do", "Volume keys redirect only while this computer plays through this output",
+               "Press"}));
+    ASSERT_TRUE(QProcess::execute("xdotool", {"key", "Home", "Return"}) == 0);
+    EXPECT_TRUE(
+        spinUntil([&] { return savedSettings().value("triggerOutput").toString().isEmpty(); }, 5s))
+        << QJsonDocument(savedSettings()).toJson().toStdString();
     ASSERT_TRUE(
         atspi({"do", "Which speaker the volume keys control, and how audio reaches it", "Press"}));
     ASSERT_TRUE(QProcess::execute("xdotool", {"type", "--delay", "50", "Kitchen"}) == 0);

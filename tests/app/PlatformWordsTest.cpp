@@ -15,7 +15,8 @@ namespace {
 const QStringList foreignWords{
     "Mac",           "macOS",          "System Settings", "Accessibility",
     "accessibility", "Control Center", "Local Network",   "local network access",
-    "Privacy",       "ad-hoc",         "CoreAudio",       "Finder"};
+    "Privacy",       "ad-hoc",         "CoreAudio",       "Finder",
+    "event tap"};
 
 bool namesForeignPlatform(const QString& text)
 {
