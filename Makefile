@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 JOBS ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build run test bench demo emulator format install clean
+.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install clean
 
 all: build
 
@@ -19,8 +19,16 @@ build: configure
 run: build
 	@scripts/run $(BUILD_DIR)
 
+# Every test, then the unit tests again and a short run of each fuzzer in the sanitised
+# build (build-sanitize: clang with AddressSanitizer and UndefinedBehaviorSanitizer).
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
+	@scripts/fuzz --seconds 20
+
+# The fuzzers for longer: FUZZ_SECONDS each (default 300).
+FUZZ_SECONDS ?= 300
+fuzz: bootstrap
+	@scripts/fuzz --seconds $(FUZZ_SECONDS)
 
 bench: build
 	@scripts/bench $(BUILD_DIR)
@@ -41,4 +49,4 @@ install: build
 	cmake --install $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) build-sanitize

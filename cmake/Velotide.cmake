@@ -95,6 +95,11 @@ function(velotide_test name)
         set(ARG_TIMEOUT 300)
     endif()
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+    # A test that needs nothing around it (no private server, bus or display) is a unit
+    # test: the sanitised build runs those.
+    if(NOT ARG_WRAPPER)
+        list(APPEND ARG_LABELS unit)
+    endif()
     if(ARG_LABELS)
         set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
     endif()

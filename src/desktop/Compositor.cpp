@@ -6,7 +6,9 @@
 
 bool isCompositorRunning()
 {
-    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    // qGuiApp is only a cast: a plain QCoreApplication has no platform plugin.
+    auto* gui = qobject_cast<QGuiApplication*>(QCoreApplication::instance());
+    auto* x11 = gui ? gui->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     if (!x11)
         return QGuiApplication::platformName() != QLatin1String("offscreen");
     Display* display = x11->display();

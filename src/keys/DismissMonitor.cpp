@@ -8,9 +8,15 @@
 
 namespace {
 
+// qGuiApp is only a cast: a plain QCoreApplication has no platform plugin.
+bool hasGui()
+{
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
+}
+
 bool sessionRunsOnX11()
 {
-    if (qGuiApp)
+    if (hasGui())
         return QGuiApplication::platformName() == QLatin1String("xcb");
     return !qEnvironmentVariableIsEmpty("DISPLAY");
 }
@@ -47,7 +53,7 @@ void DismissMonitor::start()
     }
     if (m_tap) {
         m_viaTap = m_tap->setPointerButtonHandler(
-            [this] { emit clicked(qGuiApp ? QCursor::pos() : QPoint()); });
+            [this] { emit clicked(hasGui() ? QCursor::pos() : QPoint()); });
     }
 }
 

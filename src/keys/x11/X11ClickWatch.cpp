@@ -59,7 +59,9 @@ QPoint X11ClickWatch::pointerPosition() const
     int rootX = 0, rootY = 0, winX = 0, winY = 0;
     unsigned int mask = 0;
     XQueryPointer(m_x->display(), m_x->root(), &root, &child, &rootX, &rootY, &winX, &winY, &mask);
-    const QScreen* screen = qGuiApp ? QGuiApplication::primaryScreen() : nullptr;
+    const QScreen* screen = qobject_cast<QGuiApplication*>(QCoreApplication::instance())
+                                ? QGuiApplication::primaryScreen()
+                                : nullptr;
     const qreal ratio = screen ? screen->devicePixelRatio() : 1.0;
     return QPoint(qRound(rootX / ratio), qRound(rootY / ratio));
 }
