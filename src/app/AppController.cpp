@@ -106,15 +106,10 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     m_dismissMonitor = std::make_unique<DismissMonitor>();
     connect(m_dismissMonitor.get(), &DismissMonitor::clicked, this, [this](QPoint at) {
         m_hud->dismiss();
-        m_panel->closeIfOutside(at);
+        if (m_panel)
+            m_panel->closeIfOutside(at);
         updateDismissMonitor();
     });
-
-    m_panel = std::make_unique<MenuBarPanel>(m_settings);
-    m_panel->setDisplayOptions(m_displayOptions->options());
-    connect(m_displayOptions.get(), &DisplayOptionsWatcher::changed, m_panel.get(),
-            &MenuBarPanel::setDisplayOptions);
-    connectPanel();
     followColorScheme();
     if (instance)
         connect(instance, &SingleInstance::showRequested, this,
@@ -152,6 +147,19 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     armingInputsChanged();
 
     QTimer::singleShot(0, m_startUp.get(), &StartUp::run);
+    // Built once the first speaker requests are on their way: its widgets, fonts and icons
+    // take the main thread for a while, and nothing needs them before it is shown.
+    QTimer::singleShot(0, this, &AppController::makePanel);
+}
+
+void AppController::makePanel()
+{
+    m_panel = std::make_unique<MenuBarPanel>(m_settings);
+    m_panel->setDisplayOptions(m_displayOptions->options());
+    connect(m_displayOptions.get(), &DisplayOptionsWatcher::changed, m_panel.get(),
+            &MenuBarPanel::setDisplayOptions);
+    connectPanel();
+    tick();
 }
 
 void AppController::applicationShouldHandleReopen()

@@ -84,6 +84,7 @@ signals:
     void onboardingRequested();
 
 private:
+    void makePanel();
     void connectPanel();
     void followColorScheme();
     void startSupervision();
