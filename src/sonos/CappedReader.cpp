@@ -1,14 +1,10 @@
 #include "sonos/CappedReader.h"
 
+#include "sonos/HttpExchange.h"
 #include "support/Log.h"
 
-#include <QCoreApplication>
-#include <QNetworkAccessManager>
-#include <QNetworkProxy>
-#include <QPointer>
 #include <QPromise>
-#include <QThread>
-#include <QTimer>
+#include <QUrl>
 
 #include <memory>
 
@@ -16,145 +12,71 @@ namespace CappedReader {
 
 namespace {
 
-// Reads are taken from the network layer in slices no larger than this, so that a flood of
-// bytes is refused after at most one slice beyond the cap.
-constexpr qint64 readBufferSize = 64 * 1024;
-constexpr qsizetype reservedBytes = 8192;
-
-// One client per thread, made on first use on that thread and owned by it: the main
-// thread's by the application object, a worker's until that thread finishes.
-QNetworkAccessManager* threadClient()
+QByteArray requestBytes(const QNetworkRequest& request, const QByteArray& body)
 {
-    thread_local QPointer<QNetworkAccessManager> client;
-    if (client)
-        return client;
-    QCoreApplication* app = QCoreApplication::instance();
-    const bool onMainThread = app && app->thread() == QThread::currentThread();
-    client = new QNetworkAccessManager(onMainThread ? app : nullptr);
-    if (!onMainThread) {
-        QObject::connect(QThread::currentThread(), &QThread::finished, client,
-                         &QObject::deleteLater);
-    }
-    // Speakers are on the local network; a proxy in the environment must not be asked.
-    client->setProxy(QNetworkProxy::NoProxy);
-    return client;
+    const QUrl url = request.url();
+    QByteArray target =
+        url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment);
+    if (target.isEmpty())
+        target = "/";
+    QByteArray bytes = (body.isNull() ? "GET " : "POST ") + target + " HTTP/1.1\r\n";
+    bytes += "Host: " + url.authority(QUrl::RemoveUserInfo | QUrl::FullyEncoded).toUtf8() + "\r\n";
+    bytes += "User-Agent: Velotide\r\n";
+    for (const QByteArray& name : request.rawHeaderList())
+        bytes += name + ": " + request.rawHeader(name) + "\r\n";
+    if (!body.isNull())
+        bytes += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    return bytes + "\r\n" + body;
 }
 
-void configure(QNetworkRequest& request, const Timeouts& timeouts)
+QNetworkReply::NetworkError networkError(QAbstractSocket::SocketError error)
 {
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
-                         QNetworkRequest::AlwaysNetwork);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    // A player never redirects; one that does is answering with a status like any other,
-    // and is not followed to another host.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    request.setTransferTimeout(static_cast<int>(timeouts.request.count()));
+    switch (error) {
+    case QAbstractSocket::ConnectionRefusedError:
+        return QNetworkReply::ConnectionRefusedError;
+    case QAbstractSocket::RemoteHostClosedError:
+        return QNetworkReply::RemoteHostClosedError;
+    case QAbstractSocket::HostNotFoundError:
+        return QNetworkReply::HostNotFoundError;
+    case QAbstractSocket::SocketTimeoutError:
+        return QNetworkReply::TimeoutError;
+    case QAbstractSocket::SslHandshakeFailedError:
+        return QNetworkReply::SslHandshakeFailedError;
+    default:
+        return QNetworkReply::UnknownNetworkError;
+    }
 }
 
-// The network layer reports bytes that are not an HTTP answer the same way as a connection
-// closed before any answer: either way the player gave no HTTP answer at all. A connection
-// closed after the status line is a broken transfer instead.
-bool isNotHttp(QNetworkReply::NetworkError error, const QVariant& status)
+void logRefusal(const QString& host, const char* what, qint64 limit)
 {
-    if (error == QNetworkReply::ProtocolFailure || error == QNetworkReply::ProtocolUnknownError)
-        return true;
-    return error == QNetworkReply::RemoteHostClosedError && !status.isValid();
+    Log::info(QStringLiteral("%1 from %2 exceeded %3 bytes; refusing it")
+                  .arg(QLatin1String(what), host.isEmpty() ? QStringLiteral("?") : host)
+                  .arg(limit));
 }
 
-// Errors below 100 are the connection's own (refused, closed, host not found, time-out);
-// the others that come with a status line only restate that status.
-bool isConnectionError(QNetworkReply::NetworkError error)
+SonosResult<Response> outcome(const HttpExchange::Result& result, const QString& host)
 {
-    return error != QNetworkReply::NoError && error < QNetworkReply::ProxyConnectionRefusedError;
+    using Kind = HttpExchange::Result::Kind;
+    switch (result.kind) {
+    case Kind::answered:
+        return Response{result.status, result.body};
+    case Kind::notHttp:
+        return Response{};
+    case Kind::headTooLarge:
+        logRefusal(host, "response header", HttpResponseParser::headCap);
+        return SpeakerError{SonosError::badResponse()};
+    case Kind::bodyTooLarge:
+        logRefusal(host, "response", cap);
+        return SpeakerError{SonosError::badResponse()};
+    case Kind::badFraming:
+        return SpeakerError{SonosError::badResponse()};
+    case Kind::timedOut:
+        return SpeakerError{TransportError{QNetworkReply::TimeoutError, timedOutText()}};
+    case Kind::failed:
+        return SpeakerError{TransportError{networkError(result.socketError), result.errorText}};
+    }
+    return Response{};
 }
-
-class Transfer {
-public:
-    Transfer(QNetworkReply* reply, const QNetworkRequest& request)
-        : m_reply(reply)
-        , m_host(request.url().host())
-    {
-        m_body.reserve(reservedBytes);
-        m_promise.start();
-    }
-
-    QFuture<SonosResult<Response>> future() { return m_promise.future(); }
-
-    void collect()
-    {
-        while (!m_settled && m_reply->bytesAvailable() > 0) {
-            const QByteArray slice = m_reply->read(cap + 1 - m_body.size());
-            if (slice.isEmpty())
-                return;
-            m_body.append(slice);
-            if (m_body.size() > cap)
-                refuse();
-        }
-    }
-
-    void finish()
-    {
-        collect();
-        if (!m_settled)
-            settle(outcome());
-        m_reply->deleteLater();
-    }
-
-    void expire()
-    {
-        if (m_settled)
-            return;
-        m_expired = true;
-        m_reply->abort(); // finishes the reply, which settles as a time-out
-    }
-
-private:
-    void refuse()
-    {
-        Log::info(QStringLiteral("response from %1 exceeded %2 bytes; refusing it")
-                      .arg(m_host.isEmpty() ? QStringLiteral("?") : m_host)
-                      .arg(cap));
-        settle(SpeakerError{SonosError::badResponse()});
-        m_reply->abort();
-    }
-
-    SonosResult<Response> outcome() const
-    {
-        const QNetworkReply::NetworkError error = m_reply->error();
-        // Only the two time-outs cancel a transfer: the whole-resource timer above and the
-        // network layer's own inactivity timer.
-        if (m_expired || error == QNetworkReply::OperationCanceledError)
-            return SpeakerError{TransportError{QNetworkReply::TimeoutError, timedOutText()}};
-        const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (isNotHttp(error, status))
-            return Response{};
-        if (isConnectionError(error))
-            return SpeakerError{TransportError{error, m_reply->errorString()}};
-        if (status.isValid())
-            return Response{status.toInt(), m_body};
-        if (error == QNetworkReply::NoError)
-            return Response{};
-        return SpeakerError{TransportError{error, m_reply->errorString()}};
-    }
-
-    void settle(SonosResult<Response> result)
-    {
-        m_settled = true;
-        m_promise.addResult(std::move(result));
-        m_promise.finish();
-    }
-
-    QNetworkReply* m_reply;
-    QString m_host;
-    QByteArray m_body;
-    QPromise<SonosResult<Response>> m_promise;
-    bool m_settled = false;
-    bool m_expired = false;
-};
 
 } // namespace
 
@@ -170,20 +92,24 @@ QFuture<SonosResult<Response>> read(QNetworkRequest request, QByteArray body)
 
 QFuture<SonosResult<Response>> read(QNetworkRequest request, QByteArray body, Timeouts timeouts)
 {
-    configure(request, timeouts);
-    QNetworkAccessManager* client = threadClient();
-    QNetworkReply* reply = body.isNull() ? client->get(request) : client->post(request, body);
-    reply->setReadBufferSize(readBufferSize);
-
-    // The transfer lives as long as the reply's connections, which go with the reply.
-    auto transfer = std::make_shared<Transfer>(reply, request);
-    QObject::connect(reply, &QIODevice::readyRead, reply, [transfer] { transfer->collect(); });
-    QObject::connect(reply, &QNetworkReply::finished, reply, [transfer] { transfer->finish(); });
-    auto* deadline = new QTimer(reply);
-    deadline->setSingleShot(true);
-    QObject::connect(deadline, &QTimer::timeout, reply, [transfer] { transfer->expire(); });
-    deadline->start(timeouts.resource);
-    return transfer->future();
+    auto promise = std::make_shared<QPromise<SonosResult<Response>>>();
+    promise->start();
+    QFuture<SonosResult<Response>> future = promise->future();
+    const QUrl url = request.url();
+    const QString scheme = url.scheme();
+    if (!url.isValid() || url.host().isEmpty() ||
+        (scheme != QLatin1String("http") && scheme != QLatin1String("https"))) {
+        promise->addResult(SpeakerError{SonosError::badResponse()});
+        promise->finish();
+        return future;
+    }
+    HttpExchange::start(url, requestBytes(request, body),
+                        {timeouts.request, timeouts.resource, cap},
+                        [promise, host = url.host()](const HttpExchange::Result& result) {
+                            promise->addResult(outcome(result, host));
+                            promise->finish();
+                        });
+    return future;
 }
 
 } // namespace CappedReader

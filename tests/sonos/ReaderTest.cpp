@@ -209,6 +209,28 @@ TEST_F(ScriptedAnswers, AnswersThatStallTimeOut)
     EXPECT_EQ(patient->body, body);
 }
 
+// A player that streams a status line or header section without end is refused at the
+// header cap, or at the time-out when it drips, and the connection is closed then: nothing
+// goes on reading it after the answer is given up.
+TEST_F(ScriptedAnswers, EndlessHeadsAreRefusedAndTheirConnectionsClosed)
+{
+    LogWatch log;
+    for (const auto& [start, more] : {std::pair<QByteArray, QByteArray>{"HTTP/1.1 200 O", "K"},
+                                      {"HTTP/1.1 200 OK\r\n", "X-Pad: padding\r\n"}}) {
+        player.setEndless(start, more.repeated(1024));
+        EXPECT_EQ(errorOf(settle(CappedReader::read(requestTo(playerHost)))), badResponse());
+        EXPECT_TRUE(testing_support::spinUntil([&] { return player.openConnections() == 0; }));
+    }
+    EXPECT_EQ(log.count(QStringLiteral(
+                  "response header from 127.0.0.31 exceeded 16384 bytes; refusing it")),
+              2);
+
+    player.setEndless("HTTP/1.1 200 OK\r\n", "X-Pad: padding\r\n", 20ms);
+    EXPECT_EQ(transportCodeOf(settle(CappedReader::read(requestTo(playerHost), {}, {1h, 500ms}))),
+              QNetworkReply::TimeoutError);
+    EXPECT_TRUE(testing_support::spinUntil([&] { return player.openConnections() == 0; }));
+}
+
 TEST_F(ScriptedAnswers, EveryReadReachesThePlayerWithoutCacheOrCookies)
 {
     player.setBody("<a>1</a>", 200,

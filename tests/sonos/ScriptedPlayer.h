@@ -52,7 +52,19 @@ public:
         m_closing = close;
     }
 
+    // `start`, then `more` again and again for as long as the connection stays open: a head
+    // or body that never ends. With `every`, one `more` each `every`; otherwise as fast as
+    // the connection takes it.
+    void setEndless(QByteArray start, QByteArray more, std::chrono::milliseconds every = {})
+    {
+        setReply(std::move(start));
+        m_endless = std::move(more);
+        m_every = every;
+    }
+
     const QList<QByteArray>& requests() const { return m_requests; }
+    // Connections the client has not closed yet.
+    int openConnections() const { return m_open; }
 
 private:
     void accept()
@@ -68,7 +80,11 @@ private:
                 buffer->clear();
                 answer(socket);
             });
-            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            ++m_open;
+            connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+                --m_open;
+                socket->deleteLater();
+            });
         }
     }
 
@@ -91,6 +107,8 @@ private:
             socket->disconnectFromHost();
         if (m_reply.isEmpty())
             return;
+        if (!m_endless.isEmpty())
+            return stream(socket);
         if (m_perByte.count() == 0) {
             socket->write(m_reply);
             socket->disconnectFromHost();
@@ -111,7 +129,22 @@ private:
         timer->start(m_perByte);
     }
 
+    void stream(QTcpSocket* socket)
+    {
+        socket->write(m_reply);
+        auto* timer = new QTimer(socket);
+        connect(timer, &QTimer::timeout, socket, [socket, more = m_endless] {
+            // Kept a little ahead of the reader, so that the flood never waits on it.
+            if (socket->bytesToWrite() < 256 * 1024)
+                socket->write(more);
+        });
+        timer->start(m_every);
+    }
+
     QTcpServer m_server;
+    QByteArray m_endless;
+    std::chrono::milliseconds m_every{};
+    int m_open = 0;
     bool m_listening = false;
     bool m_closing = false;
     QByteArray m_reply;
