@@ -99,6 +99,14 @@ int main(int argc, char** argv)
           "ST: urn:schemas-upnp-org:device:ZonePlayer:1\r\n"
           "USN: uuid:RINCON_38420B91A2C401400::urn:schemas-upnp-org:device:ZonePlayer:1\r\n"
           "X-RINCON-HOUSEHOLD: Sonos_hT7kQp2vXw9LmR3aYc5NdE8bZf\r\n\r\n");
+    write(out + "/http_response", QStringLiteral("chunked"),
+          "\x05HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+          "3;x=y\r\nabc\r\n0\r\nTrailer: t\r\n\r\n");
+    write(out + "/http_response", QStringLiteral("length"),
+          "\x10HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 4\r\n"
+          "Connection: close\r\n\r\nbody");
+    write(out + "/http_response", QStringLiteral("until-close"),
+          "\x81HTTP/1.0 500 Internal Server Error\nContent-Type: text/xml\n\n<a/>");
     Settings settings;
     settings.speaker = QStringLiteral("Living Room");
     settings.triggerOutput = QStringLiteral("Built-in Audio Digital Stereo (IEC958)");

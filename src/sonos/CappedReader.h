@@ -8,9 +8,11 @@
 
 #include <chrono>
 
-// Every network read of the speaker stack goes through here: one shared client per thread
-// (5 s request and 15 s whole-transfer time-outs, no cache, no cookies) and a 512 KiB cap
-// on the body, so a misbehaving device on the network cannot swell the process.
+// Every network read of the speaker stack goes through here, over HTTP/1.1 connections of
+// its own (kept alive per thread for a few seconds; 5 s request and 15 s whole-transfer
+// time-outs; no cache, no cookies, no proxy, no redirects followed) with caps of 16 KiB on the
+// header section and 512 KiB on the body, so that a misbehaving device on the network can
+// neither swell the process nor keep it reading after the answer was given up.
 namespace CappedReader {
 
 constexpr qint64 cap = 512 * 1024;
