@@ -10,6 +10,7 @@
 #include "desktop/DisplayOptions.h"
 #include "desktop/NetworkWatch.h"
 #include "desktop/SleepWatch.h"
+#include "discovery/AirPlayBrowser.h"
 #include "discovery/Coordinator.h"
 #include "housekeeping/SingleInstance.h"
 #include "keys/DismissMonitor.h"
@@ -45,7 +46,9 @@ AppController::AppController(Options options, QObject* parent)
     , m_saver(std::make_unique<SettingsSaver>())
     , m_publisher(std::make_unique<StatusPublisher>())
     , m_snapshots(std::make_unique<SnapshotBuilder>(*m_media))
-    , m_choices(std::make_unique<SpeakerChoices>(SonosDiscovery::Coordinator::shared()))
+    , m_airplay(std::make_unique<AirPlayBrowser>())
+    , m_choices(
+          std::make_unique<SpeakerChoices>(SonosDiscovery::Coordinator::shared(), m_airplay.get()))
     , m_displayOptions(std::make_unique<DisplayOptionsWatcher>())
     , m_hud(std::make_unique<VolumeHUD>(m_displayOptions.get()))
     , m_networkWatch(std::make_unique<NetworkWatch>())

@@ -21,6 +21,7 @@
 class AudioDevice;
 class DismissMonitor;
 class DisplayOptionsWatcher;
+class AirPlayBrowser;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -110,6 +111,7 @@ private:
     std::unique_ptr<StartUp> m_startUp;
     std::unique_ptr<StatusPublisher> m_publisher;
     std::unique_ptr<SnapshotBuilder> m_snapshots;
+    std::unique_ptr<AirPlayBrowser> m_airplay;
     std::unique_ptr<SpeakerChoices> m_choices;
     std::unique_ptr<PanelRequests> m_requests;
     // The desktop's accessibility preferences, shared by the overlay and the panel.

@@ -1,8 +1,10 @@
 #include "app/SpeakerChoices.h"
 
+#include "discovery/AirPlayBrowser.h"
 #include "discovery/TopologyScan.h"
 #include "discovery/ZoneScan.h"
 #include "discovery/ZoneTopology.h"
+#include "support/ReadyFuture.h"
 #include "support/UiText.h"
 
 #include <QCollator>
@@ -103,9 +105,11 @@ QList<SpeakerChoice> speakerChoices(const QList<ZoneState>& zones, const QString
     return choices;
 }
 
-SpeakerChoices::SpeakerChoices(SonosDiscovery::Coordinator& discovery, QObject* parent)
+SpeakerChoices::SpeakerChoices(SonosDiscovery::Coordinator& discovery, AirPlayBrowser* airplay,
+                               QObject* parent)
     : QObject(parent)
     , m_discovery(discovery)
+    , m_airplay(airplay)
     , m_stamp(QDateTime::fromMSecsSinceEpoch(0))
 {
 }
@@ -131,20 +135,37 @@ void SpeakerChoices::refresh(bool force, const QString& configured)
                     asked.insert(zone.device.household);
                     answers.append(ZoneTopology::zoneGroupState(zone.device));
                 }
+            // Asked at the same time as the topology; both are needed before the menu changes.
+            const QFuture<bool> ambiguity = airPlayAmbiguity(zones, configured);
             QtFuture::whenAll(answers.begin(), answers.end())
-                .then(this, [this, zones,
-                             configured](const QList<QFuture<std::optional<QString>>>& done) {
+                .then(this, [this, zones, configured,
+                             ambiguity](const QList<QFuture<std::optional<QString>>>& done) {
                     QString topology;
                     for (const auto& answer : done)
                         topology += answer.result().value_or(QString());
-                    adopt(zones, topology, configured);
+                    QFuture<bool> answer = ambiguity;
+                    answer.then(this, [this, zones, configured, topology](bool ambiguous) {
+                        adopt(zones, topology, configured, ambiguous);
+                    });
                 });
         });
 }
 
-void SpeakerChoices::adopt(const QList<ZoneState>& zones, const QString& topology,
-                           const QString& configured)
+QFuture<bool> SpeakerChoices::airPlayAmbiguity(const QList<ZoneState>& zones,
+                                               const QString& configured)
 {
+    const auto chosen = std::find_if(zones.begin(), zones.end(), [&](const ZoneState& zone) {
+        return zone.device.name == configured;
+    });
+    if (!m_airplay || configured.isEmpty() || chosen == zones.end())
+        return readyFuture(false);
+    return m_airplay->isAmbiguous(configured, chosen->device.airplayReceiverID());
+}
+
+void SpeakerChoices::adopt(const QList<ZoneState>& zones, const QString& topology,
+                           const QString& configured, bool ambiguousAirPlayName)
+{
+    m_ambiguousAirPlayName = ambiguousAirPlayName;
     m_inFlight = false;
     m_zones = zones;
     m_opticalCapable = ZoneTopology::opticalCapable(zones, configured);

@@ -4,6 +4,7 @@
 #include "ui/panel/PanelSnapshot.h"
 
 #include <QDateTime>
+#include <QFuture>
 #include <QList>
 #include <QObject>
 #include <QSet>
@@ -11,6 +12,7 @@
 
 #include <optional>
 
+class AirPlayBrowser;
 namespace SonosDiscovery {
 class Coordinator;
 }
@@ -29,7 +31,9 @@ QList<SpeakerChoice> speakerChoices(const QList<ZoneState>& zones, const QString
 class SpeakerChoices : public QObject {
     Q_OBJECT
 public:
-    explicit SpeakerChoices(SonosDiscovery::Coordinator& discovery, QObject* parent = nullptr);
+    // Without `airplay`, no name is ever taken for ambiguous.
+    explicit SpeakerChoices(SonosDiscovery::Coordinator& discovery,
+                            AirPlayBrowser* airplay = nullptr, QObject* parent = nullptr);
 
     // Sweeps the household again, unless a sweep runs or, without `force`, the last one
     // is less than a minute old. `configured` is the chosen speaker, which counts as wired
@@ -41,18 +45,22 @@ public:
     const QList<ZoneState>& zones() const { return m_zones; }
     const QSet<QString>& opticalCapable() const { return m_opticalCapable; }
     const std::optional<QString>& playingOverOptical() const { return m_playingOverOptical; }
-    // Whether two AirPlay receivers carry the chosen speaker's name; AirPlay receivers are
-    // not browsed yet, so never.
-    bool ambiguousAirPlayName() const { return false; }
+    // Whether two AirPlay receivers carry the chosen speaker's name, the speaker's own among
+    // them.
+    bool ambiguousAirPlayName() const { return m_ambiguousAirPlayName; }
 
 signals:
     // A sweep found zones and the fields above changed with it.
     void refreshed();
 
 private:
-    void adopt(const QList<ZoneState>& zones, const QString& topology, const QString& configured);
+    QFuture<bool> airPlayAmbiguity(const QList<ZoneState>& zones, const QString& configured);
+    void adopt(const QList<ZoneState>& zones, const QString& topology, const QString& configured,
+               bool ambiguousAirPlayName);
 
     SonosDiscovery::Coordinator& m_discovery;
+    AirPlayBrowser* m_airplay;
+    bool m_ambiguousAirPlayName = false;
     std::optional<QList<SpeakerChoice>> m_choices;
     QList<ZoneState> m_zones;
     QSet<QString> m_opticalCapable;
