@@ -2,6 +2,8 @@
 
 #include "CoverArt.h"
 #include "DescriptionXml.h"
+#include "EventBodies.h"
+#include "EventSubscriptions.h"
 #include "FaultReply.h"
 #include "Household.h"
 #include "HouseholdJson.h"
@@ -36,6 +38,7 @@ struct Emulator::Private {
 
     // Owned by the emulator's thread.
     std::vector<std::unique_ptr<PlayerServer>> servers;
+    std::unique_ptr<EventSubscriptions> events;
     std::unique_ptr<SsdpResponder> ssdp;
 
     Reply handle(Request request);
@@ -63,9 +66,18 @@ struct Emulator::Private {
     template <typename F>
     void changePlayer(const QString& host, F&& f)
     {
-        std::lock_guard lock(mutex);
-        if (Player* p = household.player(host))
-            f(*p);
+        {
+            std::lock_guard lock(mutex);
+            if (Player* p = household.player(host))
+                f(*p);
+        }
+        publishChanges();
+    }
+    // Subscribers hear of every change, whoever made it, once the change is done.
+    void publishChanges()
+    {
+        QMetaObject::invokeMethod(
+            q, [this] { events->publishChanges(); }, Qt::QueuedConnection);
     }
 };
 
@@ -93,6 +105,8 @@ Reply Emulator::Private::handle(Request request)
             normal = answer(request);
     }
     emit q->requestReceived(request);
+    if (!request.action.isEmpty())
+        publishChanges();
     return faultReply(fault, normal, server, wantsClose(request));
 }
 
@@ -114,6 +128,8 @@ HttpAnswer Emulator::Private::answer(const Request& request)
             return plainStatus(405);
         return coverArt(household, *player, request.path);
     }
+    if (const QString service = serviceAtEventPath(path); !service.isEmpty())
+        return events->answer(request, service, player->uid.toUtf8());
     if (!serviceAtControlPath(path).isEmpty()) {
         if (request.method != "POST")
             return plainStatus(405);
@@ -148,6 +164,11 @@ Emulator::Emulator(QObject* parent)
     , d(std::make_unique<Private>())
 {
     d->q = this;
+    d->events =
+        std::make_unique<EventSubscriptions>([this](const QString& host, const QString& service) {
+            std::lock_guard lock(d->mutex);
+            return eventBody(d->household, host, service, d->port);
+        });
 }
 
 Emulator::~Emulator()
@@ -291,11 +312,20 @@ void Emulator::setOnline(const QString& host, bool online)
         PlayerServer* server = d->server(host);
         if (!server)
             return;
-        if (!online)
+        if (!online) {
             server->goOffline();
-        else if (std::optional<QString> error = server->listen())
+            d->events->forget(host);
+        } else if (std::optional<QString> error = server->listen())
             qWarning("emulator: %s", qPrintable(*error));
     });
+}
+
+QList<EventMessage> Emulator::events(const QString& host) const
+{
+    QList<EventMessage> messages = d->events->delivered();
+    if (!host.isEmpty())
+        messages.removeIf([&](const EventMessage& m) { return m.host != host; });
+    return messages;
 }
 
 bool Emulator::isOnline(const QString& host) const

@@ -4,6 +4,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QUrl>
 
 #include <memory>
 #include <optional>
@@ -56,6 +57,18 @@ struct Request {
 
     QByteArray header(const QByteArray& name) const; // case-insensitive; empty if absent
     QString argument(const QString& name) const;     // text of <name>…</name> in the body
+};
+
+// One event message a player sent to a subscriber, and whether the subscriber took it
+// (answered 200).
+struct EventMessage {
+    QString host;    // the player that sent it
+    QString service; // "urn:schemas-upnp-org:service:RenderingControl:1"
+    QString sid;     // "uuid:RINCON_…_sub0000000001"
+    quint32 seq = 0;
+    QByteArray body;
+    QUrl callback; // where it went
+    bool accepted = false;
 };
 
 // Ways a player departs from the well-behaved norm, for exercising a client's tolerance.
@@ -121,6 +134,8 @@ public:
     // latest 100000 requests.
     QList<Request> requests(const QString& host = {}) const;
     void clearRequests();
+    // The event messages the players sent to subscribers, oldest first.
+    QList<EventMessage> events(const QString& host = {}) const;
     void setFault(const QString& host, const Fault& fault);
     void clearFaults();
     // An offline player closes its listening socket and drops its connections, like a

@@ -41,6 +41,8 @@ QByteArray serialize(const HttpAnswer& answer, const QByteArray& server, bool cl
         out += "CONTENT-TYPE: " + answer.contentType + "\r\n";
     out += "EXT:\r\n";
     out += "Server: " + server + "\r\n";
+    for (const auto& [name, value] : answer.headers)
+        out += name + ": " + value + "\r\n";
     if (closeAfter)
         out += "Connection: close\r\n";
     out += "\r\n";

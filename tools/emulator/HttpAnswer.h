@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
+
+#include <utility>
 
 namespace emulator {
 
@@ -9,6 +12,8 @@ struct HttpAnswer {
     int status = 200;
     QByteArray contentType = "text/xml; charset=\"utf-8\"";
     QByteArray body;
+    // Further header fields, after the usual ones ("SID", "TIMEOUT" for a subscription).
+    QList<std::pair<QByteArray, QByteArray>> headers = {};
 };
 
 // What a connection does with a request: write these bytes (after a delay, then perhaps

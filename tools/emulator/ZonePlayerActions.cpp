@@ -77,23 +77,18 @@ struct Context {
     }
     Group* group() const { return household.groupOf(player.uid); }
     // The zones whose volumes make up the group volume: the visible members.
-    QList<Player*> groupZones() const
-    {
-        QList<Player*> zones;
-        if (const Group* g = household.groupOf(player.uid)) {
-            for (const QString& uid : g->members) {
-                Player* p = household.playerByUid(uid);
-                if (p && p->online && !p->invisible && !p->quirks.fixedVolume)
-                    zones << p;
-            }
-        }
-        return zones;
-    }
+    QList<Player*> groupZones() const { return volumeZones(household, player.uid); }
 };
 
 QString flag(bool on)
 {
     return on ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+bool allMuted(const QList<Player*>& zones)
+{
+    return !zones.isEmpty() &&
+           std::all_of(zones.begin(), zones.end(), [](const Player* p) { return p->muted; });
 }
 
 int groupVolume(const QList<Player*>& zones)
@@ -273,11 +268,8 @@ Outputs groupRenderingControl(const Context& c)
         setGroupVolume(zones, std::clamp(groupVolume(zones) + change, 0, 100), snapshot);
         return {{QStringLiteral("NewVolume"), QString::number(groupVolume(zones))}};
     }
-    if (a == u"GetGroupMute") {
-        const bool all =
-            std::all_of(zones.begin(), zones.end(), [](Player* p) { return p->muted; });
-        return {{QStringLiteral("CurrentMute"), flag(!zones.isEmpty() && all)}};
-    }
+    if (a == u"GetGroupMute")
+        return {{QStringLiteral("CurrentMute"), flag(allMuted(zones))}};
     if (a == u"SetGroupMute") {
         const bool muted = c.boolArg(QStringLiteral("DesiredMute"));
         for (Player* p : zones)
@@ -397,6 +389,25 @@ Handler handlerFor(const QString& service)
 }
 
 } // namespace
+
+QList<Player*> volumeZones(Household& household, const QString& uid)
+{
+    QList<Player*> zones;
+    if (const Group* g = household.groupOf(uid)) {
+        for (const QString& member : g->members) {
+            Player* p = household.playerByUid(member);
+            if (p && p->online && !p->invisible && !p->quirks.fixedVolume)
+                zones << p;
+        }
+    }
+    return zones;
+}
+
+GroupLevel groupLevel(Household& household, const QString& uid)
+{
+    const QList<Player*> zones = volumeZones(household, uid);
+    return {groupVolume(zones), allMuted(zones)};
+}
 
 QString serviceAtControlPath(const QByteArray& path)
 {

@@ -21,6 +21,17 @@ inline const QString zoneGroupTopology =
 // empty when the path is no control path of a zone player.
 QString serviceAtControlPath(const QByteArray& path);
 
+// The zones whose volumes make up the group volume of the group `uid` plays in: its visible
+// members that are online and have a variable volume.
+QList<Player*> volumeZones(Household& household, const QString& uid);
+
+// The group volume and mute of the group `uid` plays in, as its coordinator reports them.
+struct GroupLevel {
+    int volume = 0;
+    bool muted = false;
+};
+GroupLevel groupLevel(Household& household, const QString& uid);
+
 // Answers one SOAP control request to the player at `host`, changing the household as
 // the action asks. The caller holds whatever lock guards `household`.
 HttpAnswer answerControl(Household& household, const QString& host, const Request& request,
