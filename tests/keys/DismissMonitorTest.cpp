@@ -46,4 +46,24 @@ TEST(DismissMonitorTest, whileStartedEveryButtonPressIsReportedWithItsPositionAn
     EXPECT_TRUE(spinUntil([&] { return clicks.size() == 5; }));
 }
 
+// The click that closes what the monitor guarded stops it from inside its own report, while
+// more clicks wait to be read: they are dropped with the watch, never read from it.
+TEST(DismissMonitorTest, aClickThatStopsTheMonitorEndsItsReadingAtOnce)
+{
+    x11_session::FocusedWindow window;
+    ASSERT_TRUE(window.showFocused());
+    DismissMonitor monitor;
+    int clicks = 0;
+    QObject::connect(&monitor, &DismissMonitor::clicked, [&] {
+        ++clicks;
+        monitor.stop();
+    });
+    monitor.start();
+    ASSERT_TRUE(xdotool(QStringLiteral("click --repeat 4 --delay 1 1")));
+    ASSERT_TRUE(spinUntil([&] { return clicks >= 1; }));
+    ASSERT_TRUE(window.settle());
+    EXPECT_EQ(clicks, 1);
+    EXPECT_FALSE(monitor.isRunning());
+}
+
 } // namespace

@@ -47,8 +47,9 @@ void X11ClickWatch::buttonPressed(int button)
 {
     if (button >= 4 && button <= 7)
         return;
-    if (m_onClick)
-        m_onClick(pointerPosition());
+    // The report may end this watch, so it is made with a copy of the handler.
+    if (const OnClick onClick = m_onClick)
+        onClick(pointerPosition());
 }
 
 // Where the pointer is now, read from the server, in the program's (device-independent)

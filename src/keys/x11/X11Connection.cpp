@@ -103,10 +103,13 @@ int X11Connection::trapErrors(const std::function<void()>& requests)
 
 void X11Connection::readEvents()
 {
-    while (XPending(m_display) > 0) {
+    // A handler may end this very connection (the click that closes what a watch guarded):
+    // then the events still queued go with it, and nothing here is touched again.
+    const std::weak_ptr<void> alive = m_alive;
+    while (!alive.expired() && XPending(m_display) > 0) {
         XEvent event;
         XNextEvent(m_display, &event);
-        if (m_handler)
-            m_handler(event);
+        if (const auto handler = m_handler)
+            handler(event);
     }
 }

@@ -40,4 +40,6 @@ private:
     std::unique_ptr<QSocketNotifier> m_notifier;
     std::function<void(XEvent&)> m_handler;
     std::optional<int> m_xinput2Opcode;
+    // Gone with the connection, so that a reading loop can tell it was ended from inside.
+    std::shared_ptr<void> m_alive = std::make_shared<int>(0);
 };
