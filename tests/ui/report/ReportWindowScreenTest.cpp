@@ -1,0 +1,66 @@
+// The report window on a real X server, saved for a person to look at: as it opens, and with
+// what will be sent shown and a refusal under the form.
+#include "common/Wait.h"
+#include "ui/report/ProblemReportWindow.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLayout>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QToolButton>
+
+#include <gtest/gtest.h>
+
+using testing_support::spinUntil;
+
+namespace {
+
+ProblemReport sample()
+{
+    QString log;
+    for (int i = 0; i < 40; ++i)
+        log += QStringLiteral("2026-11-24 01:%1:00 volume keys armed\n").arg(i, 2, 10, QChar(u'0'));
+    return ProblemReport::make({{"version", "0.1.0 (/usr/bin/velotide)"},
+                                {"system", "Debian GNU/Linux 12 (bookworm)"},
+                                {"desktop", "GNOME (x11)"},
+                                {"sound_server", "PipeWire 0.3.65"},
+                                {"computer", "MacBook Pro (16-inch, 2019) [MacBookPro16,1]"},
+                                {"speaker", "'Living Room' route=optical connected=true"},
+                                {"outputs", "current 'Digital Output', trigger 'Digital Output'"},
+                                {"armed", "true"}},
+                               log);
+}
+
+void save(QWidget& window, const QString& name)
+{
+    const QString dir = QStringLiteral(VELOTIDE_ARTIFACTS_DIR);
+    QDir().mkpath(dir);
+    window.grab().save(dir + QLatin1Char('/') + name + QStringLiteral(".png"));
+}
+
+TEST(ReportWindow, OpensAt520By620AndGrowsToFitWhatWillBeSent)
+{
+    std::optional<ProblemReportWindow::Done> pending;
+    ProblemReportWindow window([&](const QString&, const QString&, const ProblemReport&,
+                                   ProblemReportWindow::Done done) { pending = std::move(done); });
+    window.present(sample());
+    ASSERT_TRUE(spinUntil([&] { return window.isVisible(); }));
+    EXPECT_EQ(window.size(), QSize(520, 620));
+    save(window, "report-window");
+
+    window.findChild<QToolButton*>()->click();
+    window.findChild<QLineEdit*>()->setText("you@home.example");
+    for (QPlainTextEdit* box : window.findChildren<QPlainTextEdit*>()) {
+        if (!box->isReadOnly())
+            box->setPlainText(QString(5001, u'x'));
+    }
+    window.submit();
+    EXPECT_FALSE(pending.has_value());
+    QApplication::processEvents();
+    EXPECT_EQ(window.width(), 520);
+    EXPECT_GE(window.height(), window.layout()->minimumSize().height());
+    save(window, "report-window-preview");
+}
+
+} // namespace
