@@ -101,16 +101,13 @@ TEST(DiagnosticsText, ReportFactsAreTheOnesThePreviewLabels)
     state.speaker.lastError = QStringLiteral("Speaker unreachable");
     state.soundServer = QStringLiteral("PipeWire 0.3.65");
     const auto facts =
-        reportDiagnostics(state, {"Mac mini (2018) [Macmini8,1]", "Debian", "GNOME (x11)"});
+        reportDiagnostics(state, {"Mac mini (2018) [Macmini8,1]", "Debian", "GNOME"});
     QStringList labelled;
     for (const ProblemReport::Label& label : ProblemReport::labels())
         labelled << QString::fromLatin1(label.key);
     labelled.sort();
     EXPECT_EQ(facts.keys(), labelled);
-    for (const QString& value : facts)
-        EXPECT_FALSE(value.isEmpty());
-    EXPECT_EQ(facts["speaker"], "'Living Room' route=optical connected=true volume=37 muted=false");
-    EXPECT_EQ(facts["armed"], "true");
+    EXPECT_FALSE(facts.values().contains(QString()));
 }
 
 } // namespace

@@ -272,10 +272,11 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
 }
 
 // The tray icon's menu, keyed through: Down from the top, Up from the bottom.
-bool chooseFromTrayMenu(const QString& keys)
+bool chooseFromTrayMenu(const QStringList& keys)
 {
     return QProcess::execute("xdotool", {"mousemove", "12", "12", "click", "3"}) == 0 &&
-           QProcess::execute("xdotool", {"sleep", "0.5", "key", "--delay", "100", keys}) == 0;
+           QProcess::execute("xdotool", QStringList{"sleep", "0.5", "key", "--delay", "100"} +
+                                            keys) == 0;
 }
 
 // The report window and the diagnostics alerts, reached from the menu as a user does.
@@ -285,7 +286,7 @@ TEST_F(EndToEnd, TheMenuOpensTheReportWindowAndSaysWhenDiagnosticsAreCopied)
     app->start();
     ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
 
-    ASSERT_TRUE(chooseFromTrayMenu("Down Down Return"));
+    ASSERT_TRUE(chooseFromTrayMenu({"Down", "Down", "Return"}));
     ASSERT_TRUE(atspi({"wait", "push button", "Send Report"})) << app->describe();
     QString focused;
     EXPECT_TRUE(atspi({"focused"}, &focused));
@@ -299,7 +300,7 @@ TEST_F(EndToEnd, TheMenuOpensTheReportWindowAndSaysWhenDiagnosticsAreCopied)
     ASSERT_TRUE(atspi({"do", "Cancel"}));
     ASSERT_TRUE(atspi({"gone", "push button", "Send Report"}));
 
-    ASSERT_TRUE(chooseFromTrayMenu("Up Up Return"));
+    ASSERT_TRUE(chooseFromTrayMenu({"Up", "Up", "Return"}));
     ASSERT_TRUE(atspi({"do", "Show What Was Copied"})) << app->describe();
     EXPECT_TRUE(app->waitForPrefix("diagnostics copied to clipboard (")) << app->describe();
     ASSERT_TRUE(atspi({"do", "Done"}));

@@ -57,6 +57,8 @@ ProblemReportWindow::ProblemReportWindow(Send send, QWidget* parent)
     m_email->setPlaceholderText(QStringLiteral("you@example.com"));
     m_email->setAccessibleName(uiText("The email address we should reply to"));
     m_description->setAccessibleName(uiText("What's going on?"));
+    m_description->setObjectName(QStringLiteral("description"));
+    m_status->setObjectName(QStringLiteral("status"));
     m_description->setTabChangesFocus(true);
 
     m_disclosure->setCheckable(true);

@@ -18,18 +18,13 @@ namespace {
 
 ProblemReport sample()
 {
-    QString log;
-    for (int i = 0; i < 40; ++i)
-        log += QStringLiteral("2026-11-24 01:%1:00 volume keys armed\n").arg(i, 2, 10, QChar(u'0'));
-    return ProblemReport::make({{"version", "0.1.0 (/usr/bin/velotide)"},
-                                {"system", "Debian GNU/Linux 12 (bookworm)"},
-                                {"desktop", "GNOME (x11)"},
-                                {"sound_server", "PipeWire 0.3.65"},
-                                {"computer", "MacBook Pro (16-inch, 2019) [MacBookPro16,1]"},
-                                {"speaker", "'Living Room' route=optical connected=true"},
-                                {"outputs", "current 'Digital Output', trigger 'Digital Output'"},
-                                {"armed", "true"}},
-                               log);
+    return ProblemReport::make(
+        {{"version", "0.1.0 (/usr/bin/velotide)"},
+         {"system", "Debian GNU/Linux 12 (bookworm)"},
+         {"computer", "MacBook Pro (16-inch, 2019) [MacBookPro16,1]"},
+         {"speaker", "'Living Room' route=optical connected=true"},
+         {"armed", "true"}},
+        QStringLiteral("2026-11-24 01:00:00 volume keys armed\n").repeated(20));
 }
 
 void save(QWidget& window, const QString& name)
@@ -51,10 +46,7 @@ TEST(ReportWindow, OpensAt520By620AndGrowsToFitWhatWillBeSent)
 
     window.findChild<QToolButton*>()->click();
     window.findChild<QLineEdit*>()->setText("you@home.example");
-    for (QPlainTextEdit* box : window.findChildren<QPlainTextEdit*>()) {
-        if (!box->isReadOnly())
-            box->setPlainText(QString(5001, u'x'));
-    }
+    window.findChild<QPlainTextEdit*>("description")->setPlainText(QString(5001, u'x'));
     window.submit();
     EXPECT_FALSE(pending.has_value());
     QApplication::processEvents();
