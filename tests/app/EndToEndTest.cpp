@@ -275,8 +275,8 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
 bool chooseFromTrayMenu(const QStringList& keys)
 {
     return QProcess::execute("xdotool", {"mousemove", "12", "12", "click", "3"}) == 0 &&
-           QProcess::execute("xdotool", QStringList{"sleep", "0.5", "key", "--delay", "100"} +
-                                            keys) == 0;
+           QProcess::execute("xdotool",
+                             QStringList{"sleep", "0.5", "key", "--delay", "100"} + keys) == 0;
 }
 
 // The report window and the diagnostics alerts, reached from the menu as a user does.
