@@ -88,14 +88,12 @@ TEST(ReportSender, PostsJsonWithBothHeadersAndValidTextWhateverTheValuesHold)
     QJsonParseError error{};
     const QJsonObject object = QJsonDocument::fromJson(body, &error).object();
     ASSERT_EQ(error.error, QJsonParseError::NoError) << body.toStdString();
-    EXPECT_EQ(object.keys(), (QStringList{"description", "diagnostics", "email", "log_tail"}));
-    EXPECT_EQ(object["email"].toString(), " me@example.com");
-    EXPECT_EQ(object["description"].toString(), "It stopped.\nThen \"it\" went on.");
-    EXPECT_EQ(object["log_tail"].toString(), "line one\nline two\x7f");
-    // Every character arrives; half a surrogate pair, which has no UTF-8 form, is replaced.
-    const QString speaker = object["diagnostics"].toObject()["speaker"].toString();
-    EXPECT_EQ(speaker.chopped(1), control.chopped(1));
-    EXPECT_NE(speaker.back(), QChar(0xd800));
+    // Every character arrives, but half a surrogate pair has no UTF-8 form: it is replaced.
+    EXPECT_EQ(object,
+              (QJsonObject{{"email", " me@example.com"},
+                           {"description", "It stopped.\nThen \"it\" went on."},
+                           {"diagnostics", QJsonObject{{"speaker", control.chopped(1) + u'?'}}},
+                           {"log_tail", "line one\nline two\x7f"}}));
 }
 
 TEST(ReportSender, EachAnswerHasItsText)
