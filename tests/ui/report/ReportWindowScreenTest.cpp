@@ -5,7 +5,6 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QLayout>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QToolButton>
@@ -20,9 +19,7 @@ ProblemReport sample()
 {
     return ProblemReport::make(
         {{"version", "0.1.0 (/usr/bin/velotide)"},
-         {"system", "Debian GNU/Linux 12 (bookworm)"},
          {"computer", "MacBook Pro (16-inch, 2019) [MacBookPro16,1]"},
-         {"speaker", "'Living Room' route=optical connected=true"},
          {"armed", "true"}},
         QStringLiteral("2026-11-24 01:00:00 volume keys armed\n").repeated(20));
 }
@@ -36,9 +33,8 @@ void save(QWidget& window, const QString& name)
 
 TEST(ReportWindow, OpensAt520By620AndGrowsToFitWhatWillBeSent)
 {
-    std::optional<ProblemReportWindow::Done> pending;
-    ProblemReportWindow window([&](const QString&, const QString&, const ProblemReport&,
-                                   ProblemReportWindow::Done done) { pending = std::move(done); });
+    // Nothing here is sendable, so the window needs no one to send for it.
+    ProblemReportWindow window({});
     window.present(sample());
     ASSERT_TRUE(spinUntil([&] { return window.isVisible(); }));
     EXPECT_EQ(window.size(), QSize(520, 620));
@@ -48,10 +44,9 @@ TEST(ReportWindow, OpensAt520By620AndGrowsToFitWhatWillBeSent)
     window.findChild<QLineEdit*>()->setText("you@home.example");
     window.findChild<QPlainTextEdit*>("description")->setPlainText(QString(5001, u'x'));
     window.submit();
-    EXPECT_FALSE(pending.has_value());
     QApplication::processEvents();
     EXPECT_EQ(window.width(), 520);
-    EXPECT_GE(window.height(), window.layout()->minimumSize().height());
+    EXPECT_GT(window.height(), 620);
     save(window, "report-window-preview");
 }
 
