@@ -1,6 +1,7 @@
 #include "app/AppController.h"
 
 #include "app/PanelRequests.h"
+#include "app/ReportSender.h"
 #include "app/SettingsSaver.h"
 #include "app/SnapshotBuilder.h"
 #include "app/SpeakerChoices.h"
@@ -17,11 +18,16 @@
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
+#include "support/MacModel.h"
 #include "support/PlatformWords.h"
+#include "support/ProblemReport.h"
+#include "support/SystemFacts.h"
 #include "support/UiText.h"
 #include "ui/Appearance.h"
 #include "ui/VolumeHUD.h"
 #include "ui/panel/MenuBarPanel.h"
+#include "ui/report/DiagnosticsAlerts.h"
+#include "ui/report/ProblemReportWindow.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -206,7 +212,8 @@ void AppController::connectPanel()
     const auto later = [requests](const char* what) {
         return [requests, what] { requests->notAvailableYet(QString::fromLatin1(what)); };
     };
-    connect(panel, &MenuBarPanel::panelDidRequestProblemReport, requests, later("problem report"));
+    connect(panel, &MenuBarPanel::panelDidRequestProblemReport, this,
+            &AppController::showProblemReport);
     connect(panel, &MenuBarPanel::panelDidRequestSetupAgain, this, [this] { showOnboarding(); });
     connect(panel, &MenuBarPanel::panelDidRequestUninstall, requests, later("uninstaller"));
     connect(panel, &MenuBarPanel::panelDidRequestUpdateCheck, requests, later("update check"));
@@ -330,6 +337,7 @@ DiagnosticsState AppController::diagnosticsState() const
     d.speaker.muted = speaker.muted;
     if (speaker.problem)
         d.speaker.lastError = speakerProblemText(*speaker.problem);
+    d.soundServer = m_audio->state().soundServer;
     return d;
 }
 
@@ -344,6 +352,36 @@ void AppController::copyDiagnostics()
             [text] {
                 QGuiApplication::clipboard()->setText(text);
                 Log::info(diagnosticsCopiedLogLine(text));
+                showDiagnosticsCopied(diagnosticsPreview(text));
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void AppController::showProblemReport()
+{
+    // The log and the system's files are read off the main thread, like the diagnostics.
+    m_logReader.async([this, state = diagnosticsState()] {
+        const ComputerFacts computer{MacModel::describe(SystemFacts::hardwareModel()),
+                                     SystemFacts::distribution(), SystemFacts::desktop()};
+        const QString logTail =
+            ProblemReport::readLogTail(Log::filePath(), Log::filePath() + QStringLiteral(".1"));
+        const ProblemReport report =
+            ProblemReport::make(reportDiagnostics(state, computer), logTail);
+        QMetaObject::invokeMethod(
+            this,
+            [this, report] {
+                if (!m_reportWindow) {
+                    m_reportSender = std::make_unique<ReportSender>(ReportSender::builtInAddress());
+                    m_reportWindow = std::make_unique<ProblemReportWindow>(
+                        [sender = m_reportSender.get()](
+                            const QString& email, const QString& description,
+                            const ProblemReport& sent, ProblemReportWindow::Done done) {
+                            sender->send(email, description, sent.diagnostics, sent.logTail,
+                                         std::move(done));
+                        });
+                }
+                m_reportWindow->present(report);
             },
             Qt::QueuedConnection);
     });

@@ -25,6 +25,8 @@ class AirPlayBrowser;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
+class ProblemReportWindow;
+class ReportSender;
 class SettingsSaver;
 class SingleInstance;
 class SleepWatch;
@@ -72,8 +74,10 @@ public:
     std::optional<PanelSnapshot> lastSnapshot() const;
     // The state "Copy Diagnostics" describes, without the log's lines.
     DiagnosticsState diagnosticsState() const;
-    // Puts the diagnostics text on the clipboard.
+    // Puts the diagnostics text on the clipboard and says so.
     void copyDiagnostics();
+    // Gathers the facts a problem report carries, then shows the window to send one.
+    void showProblemReport();
 
     // The panel's hooks: its periodic poll, and its wish for fresh speaker choices (heeded
     // at most once a minute).
@@ -134,6 +138,8 @@ private:
     // presses, so that a speaker answer older than the latest press does not undo it.
     VolumeMirror m_mirror;
     quint64 m_mirrorGeneration = 0;
+    std::unique_ptr<ReportSender> m_reportSender;
+    std::unique_ptr<ProblemReportWindow> m_reportWindow;
     // Last, so that a diagnostics job still running finds everything else in place.
     SerialQueue m_logReader;
 };

@@ -88,3 +88,28 @@ QString diagnosticsPreview(const QString& text)
 {
     return text.left(kDiagnosticsPreviewLength);
 }
+
+QMap<QString, QString> reportDiagnostics(const DiagnosticsState& state,
+                                         const ComputerFacts& computer)
+{
+    const ArmedState armed = armedState(state);
+    const QString version = state.version.isEmpty() ? QStringLiteral("?") : state.version;
+    QString speaker = speakerLine(state);
+    speaker.remove(0, speaker.indexOf(u' ') + 1);
+    return {
+        {QStringLiteral("version"), version + QStringLiteral(" (") + state.programPath + u')'},
+        {QStringLiteral("system"), computer.distribution},
+        {QStringLiteral("desktop"), computer.desktop},
+        {QStringLiteral("sound_server"), state.soundServer},
+        {QStringLiteral("computer"), computer.hardwareModel},
+        {QStringLiteral("speaker"), speaker},
+        {QStringLiteral("last_error"), state.speaker.lastError},
+        {QStringLiteral("outputs"),
+         QStringLiteral("current '") + state.currentOutput.value_or(QStringLiteral("unknown")) +
+             QStringLiteral("', trigger '") + state.settings.triggerOutput + u'\''},
+        {QStringLiteral("armed"),
+         armed.reason().isEmpty()
+             ? trueFalse(armed.isArmed())
+             : trueFalse(armed.isArmed()) + QStringLiteral(" — ") + armed.reason()},
+    };
+}

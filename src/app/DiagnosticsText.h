@@ -2,6 +2,7 @@
 
 #include "support/Settings.h"
 
+#include <QMap>
 #include <QString>
 
 #include <optional>
@@ -35,6 +36,7 @@ struct DiagnosticsState {
     std::optional<QString> currentOutput; // the default output's name, absent if none
     Speaker speaker;
     LoginItem loginItem;
+    QString soundServer; // the sound server and its version, empty when unknown
 };
 
 // How many log lines the text ends with.
@@ -52,3 +54,15 @@ QString diagnosticsCopiedLogLine(const QString& text);
 // kDiagnosticsPreviewLength characters.
 inline constexpr int kDiagnosticsPreviewLength = 4000;
 QString diagnosticsPreview(const QString& text);
+
+// What a problem report says about the computer besides the application's own state, read off
+// the main thread (see SystemFacts).
+struct ComputerFacts {
+    QString hardwareModel; // already described (MacModel::describe)
+    QString distribution;
+    QString desktop;
+};
+
+// The diagnostic facts a problem report carries, under the keys of ProblemReport::labels().
+QMap<QString, QString> reportDiagnostics(const DiagnosticsState& state,
+                                         const ComputerFacts& computer);

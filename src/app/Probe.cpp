@@ -13,6 +13,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QSet>
 #include <QThreadPool>
@@ -85,12 +86,17 @@ void Probe::start()
     QPointer<Probe> self(this);
     QThreadPool::globalInstance()->start([self, path] {
         Settings::Loaded loaded = Settings::peek(path);
-        QMetaObject::invokeMethod(QCoreApplication::instance(), [self, path, loaded] {
+        // A first run with something at the path is a file that could not be used; the
+        // reason is already logged.
+        const QFileInfo found(path);
+        const bool unreadable = loaded.isFirstRun && (found.exists() || found.isSymLink());
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [self, path, loaded, unreadable] {
             if (!self)
                 return;
             self->m_facts.settings = loaded.settings;
-            if (!loaded.isFirstRun)
+            if (!loaded.isFirstRun || unreadable)
                 self->m_facts.settingsPath = path;
+            self->m_facts.settingsUnreadable = unreadable;
             self->m_settingsLoaded = true;
             self->finish();
         });

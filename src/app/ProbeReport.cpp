@@ -137,9 +137,12 @@ QStringList settingsAndVerdict(const Facts& facts)
 {
     const Settings& settings = facts.settings;
     QStringList lines{QString()};
-    lines << QStringLiteral("SETTINGS (") +
-                 facts.settingsPath.value_or(QStringLiteral("first run — none saved")) +
-                 QLatin1Char(')');
+    const QString source =
+        facts.settingsUnreadable
+            ? facts.settingsPath.value_or(QString()) +
+                  QStringLiteral(" — unreadable, so the defaults below are used")
+            : facts.settingsPath.value_or(QStringLiteral("first run — none saved"));
+    lines << QStringLiteral("SETTINGS (") + source + QLatin1Char(')');
     lines << QStringLiteral("  speaker: ") +
                  (settings.speaker.isEmpty() ? QStringLiteral("(not chosen)") : settings.speaker);
     lines << QStringLiteral("  route: ") + Settings::routeName(settings.route);

@@ -57,6 +57,7 @@ struct Facts {
     QList<Zone> zones;
 
     std::optional<QString> settingsPath; // absent on a first run
+    bool settingsUnreadable = false;     // a file is there, but it could not be used
     Settings settings;
 };
 

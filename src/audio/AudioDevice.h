@@ -34,6 +34,7 @@ public:
         QList<Output> outputs; // in the server's order
         std::optional<QString> defaultOutputName;
         QStringList processesOutputting; // without duplicates, in the server's order
+        QString soundServer; // "PulseAudio 16.1" or "PipeWire 0.3.65"; empty when unknown
 
         bool operator==(const State&) const = default;
     };

@@ -245,6 +245,7 @@ void PulseAudio::forgetServer()
     m_streams.clear();
     m_cards.clear();
     m_defaultSinkName.clear();
+    m_soundServer.clear();
     m_initialPending = 0;
     publish();
 }
@@ -400,6 +401,13 @@ void PulseAudio::storeStream(const pa_sink_input_info& info)
 void PulseAudio::storeServer(const pa_server_info& info)
 {
     m_defaultSinkName = QByteArray(info.default_sink_name ? info.default_sink_name : "");
+    // PipeWire's PulseAudio service names itself "PulseAudio (on PipeWire 0.3.65)".
+    const QString name = QString::fromUtf8(info.server_name ? info.server_name : "");
+    const qsizetype pipeWire = name.indexOf(QStringLiteral("PipeWire "));
+    m_soundServer = pipeWire >= 0
+                        ? name.mid(pipeWire).remove(u')')
+                        : QStringLiteral("PulseAudio ") +
+                              QString::fromUtf8(info.server_version ? info.server_version : "?");
 }
 
 void PulseAudio::finishSwitch(PendingSwitch* pending, bool accepted)
@@ -430,6 +438,7 @@ void PulseAudio::publish()
 {
     State next;
     next.connected = m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY;
+    next.soundServer = m_soundServer;
     for (const auto& [index, sink] : m_sinks) {
         next.outputs.append(sink.output);
         if (!next.defaultOutputName && !m_defaultSinkName.isEmpty() &&

@@ -111,6 +111,7 @@ private:
     std::map<quint32, Stream> m_streams;
     std::map<quint32, QList<ProfileOutput>> m_cards; // each card's S/PDIF outputs not active
     QByteArray m_defaultSinkName;
+    QString m_soundServer;
     std::list<std::unique_ptr<PendingSwitch>> m_switches;
     State m_published;
 

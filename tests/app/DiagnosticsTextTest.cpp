@@ -1,5 +1,7 @@
 #include "app/DiagnosticsText.h"
 
+#include "support/ProblemReport.h"
+
 #include <QStringList>
 
 #include <gtest/gtest.h>
@@ -90,6 +92,22 @@ TEST(DiagnosticsText, CopiedLineCountsAndPreviewCutsAtFourThousand)
     EXPECT_EQ(diagnosticsCopiedLogLine(longText),
               "diagnostics copied to clipboard (10000 characters)");
     EXPECT_EQ(diagnosticsPreview(longText), longText.left(4000));
+}
+
+// A report carries the facts its preview shows, and nothing the preview leaves out.
+TEST(DiagnosticsText, ReportFactsAreTheOnesThePreviewLabels)
+{
+    DiagnosticsState state = armedState();
+    state.speaker.lastError = QStringLiteral("Speaker unreachable");
+    state.soundServer = QStringLiteral("PipeWire 0.3.65");
+    const auto facts =
+        reportDiagnostics(state, {"Mac mini (2018) [Macmini8,1]", "Debian", "GNOME"});
+    QStringList labelled;
+    for (const ProblemReport::Label& label : ProblemReport::labels())
+        labelled << QString::fromLatin1(label.key);
+    labelled.sort();
+    EXPECT_EQ(facts.keys(), labelled);
+    EXPECT_FALSE(facts.values().contains(QString()));
 }
 
 } // namespace

@@ -271,6 +271,43 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
     EXPECT_EQ(app->stop(), 0) << app->describe();
 }
 
+// The tray icon's menu, keyed through: Down from the top, Up from the bottom.
+bool chooseFromTrayMenu(const QStringList& keys)
+{
+    return QProcess::execute("xdotool", {"mousemove", "12", "12", "click", "3"}) == 0 &&
+           QProcess::execute("xdotool",
+                             QStringList{"sleep", "0.5", "key", "--delay", "100"} + keys) == 0;
+}
+
+// The report window and the diagnostics alerts, reached from the menu as a user does.
+TEST_F(EndToEnd, TheMenuOpensTheReportWindowAndSaysWhenDiagnosticsAreCopied)
+{
+    const auto app = startApp();
+    app->start();
+    ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
+
+    ASSERT_TRUE(chooseFromTrayMenu({"Down", "Down", "Return"}));
+    ASSERT_TRUE(atspi({"wait", "push button", "Send Report"})) << app->describe();
+    QString focused;
+    EXPECT_TRUE(atspi({"focused"}, &focused));
+    EXPECT_EQ(focused.trimmed().toStdString(), "text\tThe email address we should reply to");
+    ASSERT_TRUE(QProcess::execute("xdotool", {"type", "--delay", "20", "me@example.com"}) == 0);
+    ASSERT_TRUE(pressKey("Tab"));
+    ASSERT_TRUE(QProcess::execute("xdotool", {"type", "--delay", "20", "No keys today."}) == 0);
+    ASSERT_TRUE(atspi({"do", "Send Report"}));
+    // This build has no server to send to.
+    EXPECT_TRUE(atspi({"wait", "label", "Reporting is not available in this build"}));
+    ASSERT_TRUE(atspi({"do", "Cancel"}));
+    ASSERT_TRUE(atspi({"gone", "push button", "Send Report"}));
+
+    ASSERT_TRUE(chooseFromTrayMenu({"Up", "Up", "Return"}));
+    ASSERT_TRUE(atspi({"do", "Show What Was Copied"})) << app->describe();
+    EXPECT_TRUE(app->waitForPrefix("diagnostics copied to clipboard (")) << app->describe();
+    ASSERT_TRUE(atspi({"do", "Done"}));
+    EXPECT_TRUE(atspi({"gone", "push button", "Done"}));
+    EXPECT_EQ(app->stop(), 0) << app->describe();
+}
+
 TEST_F(EndToEnd, WithoutInputAccessTheUserIsToldHowToGetIt)
 {
     // No key service and no X server to grab keys from: nothing can catch the keys.

@@ -167,6 +167,13 @@ TEST_F(PulseAudioTest, ListsEachApplicationPlayingOnceAndLeavesOutCorkedStreams)
     EXPECT_TRUE(waitFor([](const auto& s) { return s.processesOutputting.isEmpty(); }));
 }
 
+TEST_F(PulseAudioTest, NamesTheSoundServerWithItsVersion)
+{
+    const QString server = device.state().soundServer;
+    EXPECT_TRUE(server.startsWith("PulseAudio ") && server.at(11).isDigit())
+        << server.toStdString();
+}
+
 TEST_F(PulseAudioTest, CopyFollowsTheServerAndAnnouncesChangesOnce)
 {
     int announced = 0;
