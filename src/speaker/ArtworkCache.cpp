@@ -34,8 +34,8 @@ ArtworkCache::ArtworkCache(QObject* parent)
 
 ArtworkCache::~ArtworkCache() = default;
 
-// Qt's own allocation limit turns away pictures that claim
-// enormous dimensions before their pixels are read.
+// Qt's own allocation limit turns away pictures that claim enormous dimensions before their
+// pixels are read.
 std::optional<QByteArray> ArtworkCache::shrunkPng(QByteArray encoded)
 {
     QBuffer input(&encoded);
