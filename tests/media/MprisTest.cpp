@@ -105,6 +105,8 @@ TEST_F(MprisTest, FollowsThePlayerThatPlaysThenTheOneSendingSoundForgetsOneThatQ
     };
     // Paused, it is not followed however recent; playing, it still sends no sound here.
     ASSERT_TRUE(spinUntil([&] { return laterPlayer().paused; }));
+    MprisSource startedLater(QDBusConnection::sessionBus(), audio); // finds both already there
+    EXPECT_TRUE(spinUntil([&] { return startedLater.players().players().size() == 2; }));
     EXPECT_EQ(now().title, QStringLiteral("A"));
     QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
         laterName, mprisPath, QStringLiteral("org.mpris.MediaPlayer2.Player"),
