@@ -30,7 +30,9 @@ void fillFromMedia(PanelSnapshot& s, const std::optional<MediaSource::Item>& ite
     s.detail = item->album;
     s.isPlaying = item->playing;
     s.canControlTransport = true;
-    s.artworkIdentity = item->artUrl;
+    // Without art the player's icon stands in, and is redrawn when the player changes.
+    s.artworkIdentity = item->artUrl.isEmpty() ? item->desktopEntry : item->artUrl;
+    s.artwork = item->artwork;
     if (!item->desktopEntry.isEmpty())
         s.artworkBundleID = item->desktopEntry;
 }

@@ -33,7 +33,8 @@ public:
         bool connected = false;
         QList<Output> outputs; // in the server's order
         std::optional<QString> defaultOutputName;
-        QStringList processesOutputting; // without duplicates, in the server's order
+        QStringList processesOutputting;     // without duplicates, in the server's order
+        QList<quint32> processIdsOutputting; // the same streams' process ids, without duplicates
         QString soundServer; // "PulseAudio 16.1" or "PipeWire 0.3.65"; empty when unknown
 
         bool operator==(const State&) const = default;

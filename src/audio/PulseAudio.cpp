@@ -43,6 +43,12 @@ QString applicationOf(const pa_sink_input_info& info)
     return id.isEmpty() ? propertyOf(info.proplist, PA_PROP_APPLICATION_PROCESS_BINARY) : id;
 }
 
+// The process that opened the stream, which a media player's bus name can be matched with.
+quint32 processIdOf(const pa_sink_input_info& info)
+{
+    return propertyOf(info.proplist, PA_PROP_APPLICATION_PROCESS_ID).toUInt();
+}
+
 } // namespace
 
 PulseAudio::PulseAudio(const QString& server, QObject* parent)
@@ -395,7 +401,7 @@ void PulseAudio::storeCard(const pa_card_info& info)
 
 void PulseAudio::storeStream(const pa_sink_input_info& info)
 {
-    m_streams[info.index] = Stream{applicationOf(info), info.corked != 0};
+    m_streams[info.index] = Stream{applicationOf(info), processIdOf(info), info.corked != 0};
 }
 
 void PulseAudio::storeServer(const pa_server_info& info)
@@ -459,6 +465,9 @@ void PulseAudio::publish()
         if (!stream.corked && !stream.application.isEmpty() &&
             !next.processesOutputting.contains(stream.application))
             next.processesOutputting.append(stream.application);
+        if (!stream.corked && stream.processId != 0 &&
+            !next.processIdsOutputting.contains(stream.processId))
+            next.processIdsOutputting.append(stream.processId);
     }
     if (next == m_published)
         return;

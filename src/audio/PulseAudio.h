@@ -49,6 +49,7 @@ private:
     };
     struct Stream {
         QString application;
+        quint32 processId = 0; // 0: the stream does not say
         bool corked = false;
     };
     struct PendingSwitch {

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <QByteArray>
 #include <QFuture>
 #include <QString>
 
+#include <memory>
 #include <optional>
+
+class AudioDevice;
 
 // The computer's own now-playing application: what it plays, and its transport. The panel
 // shows it while no speaker is connected or while the speaker only plays the computer's sound
@@ -17,6 +21,9 @@ public:
         QString album;
         bool playing = false;
         QString artUrl;
+        // The art at `artUrl` as PNG bytes no larger than the panel's art; none when there is
+        // no art or it cannot be read.
+        std::optional<QByteArray> artwork;
         // The desktop entry of the playing application, whose icon stands in for cover art.
         QString desktopEntry;
 
@@ -27,7 +34,8 @@ public:
 
     virtual ~MediaSource() = default;
 
-    // What plays now; absent when no application offers anything.
+    // What plays now, with its art once that is loaded; absent when no application offers
+    // anything.
     virtual QFuture<std::optional<Item>> current() = 0;
     // Hands a transport command to the playing application; nothing happens without one.
     virtual void send(Command command) = 0;
@@ -40,3 +48,7 @@ public:
     QFuture<std::optional<Item>> current() override;
     void send(Command command) override;
 };
+
+// The players of the session bus (MPRIS) where there is one, else NoMediaSource. `audio` tells
+// which process sends sound to the server and must outlive the source.
+std::unique_ptr<MediaSource> createMediaSource(const AudioDevice& audio);

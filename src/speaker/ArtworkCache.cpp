@@ -25,9 +25,18 @@ std::optional<QUrl> resolved(const SonosDevice& device, const QString& albumArtU
     return url;
 }
 
-// Runs on the decoder's thread. Qt's own allocation limit turns away pictures that claim
-// enormous dimensions before their pixels are read.
-std::optional<QByteArray> shrunkPng(QByteArray encoded)
+} // namespace
+
+ArtworkCache::ArtworkCache(QObject* parent)
+    : QObject(parent)
+{
+}
+
+ArtworkCache::~ArtworkCache() = default;
+
+// Qt's own allocation limit turns away pictures that claim enormous dimensions before their
+// pixels are read.
+std::optional<QByteArray> ArtworkCache::shrunkPng(QByteArray encoded)
 {
     QBuffer input(&encoded);
     QImageReader reader(&input);
@@ -45,15 +54,6 @@ std::optional<QByteArray> shrunkPng(QByteArray encoded)
         return std::nullopt;
     return png;
 }
-
-} // namespace
-
-ArtworkCache::ArtworkCache(QObject* parent)
-    : QObject(parent)
-{
-}
-
-ArtworkCache::~ArtworkCache() = default;
 
 QFuture<Artwork> ArtworkCache::artwork(const SonosDevice& device, const QString& albumArtUri)
 {

@@ -42,6 +42,9 @@ public:
     // fetched share that fetch.
     QFuture<Artwork> artwork(const SonosDevice& device, const QString& albumArtUri);
 
+    // `encoded` as the panel's PNG, or none when it is no image. Slow: for a worker thread.
+    static std::optional<QByteArray> shrunkPng(QByteArray encoded);
+
 private:
     struct Fetch {
         std::vector<std::shared_ptr<QPromise<Artwork>>> waiting;

@@ -210,6 +210,13 @@ TEST_F(EndToEnd, ThePanelShowsTheSpeakerAndEveryControlReachesIt)
     ASSERT_TRUE(clickTrayIcon());
     ASSERT_TRUE(atspi({"wait", "slider", "Volume"}));
     EXPECT_TRUE(atspi({"wait", "label", "TV"})) << "the soundbar plays its TV input";
+    // Meanwhile the computer's own player fills the lines.
+    QProcess film;
+    film.start("mpv", {"--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null",
+                       "--force-media-title=The Film", "av://lavfi:sine"});
+    EXPECT_TRUE(atspi({"wait", "label", "The Film"})) << app->describe();
+    film.kill();
+    film.waitForFinished();
 
     ASSERT_TRUE(atspi({"set", "Volume", "40"}));
     EXPECT_TRUE(waitForVolume("40")) << app->describe();
