@@ -3,7 +3,8 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 JOBS ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install clean
+.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install clean \
+	package package-check
 
 all: build
 
@@ -47,6 +48,16 @@ format:
 
 install: build
 	cmake --install $(BUILD_DIR)
+
+# The Debian package, velotide_<version>_<arch>.deb in $(BUILD_DIR)/package, built by
+# dpkg-buildpackage in a copy of the checkout there so that the checkout stays clean.
+package: bootstrap
+	@scripts/package $(BUILD_DIR)
+
+# lintian, the desktop file, the AppStream data, the unit's hardening, and an install, upgrade
+# and purge on a fresh Debian 12 root (made once by debootstrap, kept in $(BUILD_DIR)/package).
+package-check: package
+	@scripts/package-check $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR) build-sanitize

@@ -2,6 +2,8 @@
 
 namespace {
 
+const QString helpFlag = QStringLiteral("--help");
+const QString versionFlag = QStringLiteral("--version");
 const QString probeFlag = QStringLiteral("--probe");
 const QString hudDemoFlag = QStringLiteral("--hud-demo");
 const QString demoOnboardingFlag = QStringLiteral("--demo-onboarding");
@@ -26,13 +28,19 @@ int demoStepNumber(QStringView text)
 CommandLine CommandLine::parse(const QStringList& arguments)
 {
     CommandLine line;
+    bool help = false;
+    bool version = false;
     bool probe = false;
     bool hudDemo = false;
     // The program path takes part in matching like every other argument; it is only kept
     // out of the list of unknown arguments.
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         const QString& argument = arguments.at(i);
-        if (argument == probeFlag)
+        if (argument == helpFlag)
+            help = true;
+        else if (argument == versionFlag)
+            version = true;
+        else if (argument == probeFlag)
             probe = true;
         else if (argument == hudDemoFlag)
             hudDemo = true;
@@ -52,7 +60,43 @@ CommandLine CommandLine::parse(const QStringList& arguments)
         else if (i > 0)
             line.unknownArguments.append(argument);
     }
-    // The probe wins: it is the one mode meant to run beside everything else.
-    line.mode = probe ? RunMode::probe : hudDemo ? RunMode::hudDemo : RunMode::application;
+    // --help and --version answer whatever else is asked, as GNU programs do. Of the run
+    // modes the probe wins: it is the one meant to run beside everything else.
+    line.mode = help      ? RunMode::help
+                : version ? RunMode::version
+                : probe   ? RunMode::probe
+                : hudDemo ? RunMode::hudDemo
+                          : RunMode::application;
     return line;
+}
+
+QString CommandLine::helpText(const QString& supportAddress, const QString& webAddress)
+{
+    return QStringLiteral(
+               "Usage: velotide [OPTION]...\n"
+               "Send the keyboard's volume keys to a Sonos speaker.\n"
+               "Without an option Velotide starts in the tray.\n"
+               "\n"
+               "      --probe              print what decides whether the keys would work, "
+               "then exit\n"
+               "      --key-service=PATH   use the key service listening at PATH\n"
+               "      --hud-demo           cycle the volume overlay until stopped\n"
+               "      --demo-onboarding    show the setup window as on a first run\n"
+               "      --demo-setup-again   show the setup window again after launch\n"
+               "      --demo-panel         open the panel with its settings after launch\n"
+               "      --demo-finish        finish the setup window shortly after it opens\n"
+               "      --demo-step=N        show step N of the setup window\n"
+               "      --help               display this help and exit\n"
+               "      --version            output version information and exit\n"
+               "\n"
+               "Report bugs to: <%1>\n"
+               "Velotide home page: <%2>\n")
+        .arg(supportAddress, webAddress);
+}
+
+QString CommandLine::versionText(const QString& version)
+{
+    return QStringLiteral("velotide %1\n"
+                          "Copyright (C) 2026 Brindlewerk\n")
+        .arg(version);
 }

@@ -7,6 +7,8 @@
 
 // How this process runs, chosen once from the command line.
 enum class RunMode {
+    help,        // print the usage and exit
+    version,     // print the version and exit
     probe,       // print the probe report and exit; no user interface, no single instance
     hudDemo,     // cycle the volume overlay until ended from outside
     application, // the normal tray application
@@ -36,4 +38,9 @@ struct CommandLine {
     // `arguments` is the whole list, program path first (QCoreApplication::arguments(), or
     // argv before the application object exists).
     static CommandLine parse(const QStringList& arguments);
+
+    // What --help and --version print, in the usual GNU form. The version and the addresses
+    // come from the build.
+    static QString helpText(const QString& supportAddress, const QString& webAddress);
+    static QString versionText(const QString& version);
 };

@@ -6,6 +6,8 @@
 
 #include <QStringList>
 
+#include <cstdio>
+
 namespace {
 
 QStringList argumentList(int argc, char** argv)
@@ -16,12 +18,23 @@ QStringList argumentList(int argc, char** argv)
     return arguments;
 }
 
+int print(const QString& text)
+{
+    std::fputs(text.toUtf8().constData(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     const CommandLine commandLine = CommandLine::parse(argumentList(argc, argv));
     switch (commandLine.mode) {
+    case RunMode::help:
+        return print(CommandLine::helpText(QStringLiteral(VELOTIDE_SUPPORT_ADDRESS),
+                                           QStringLiteral(VELOTIDE_WEB_ADDRESS)));
+    case RunMode::version:
+        return print(CommandLine::versionText(QStringLiteral(VELOTIDE_VERSION)));
     case RunMode::probe:
         return runProbeMode(argc, argv, commandLine);
     case RunMode::hudDemo:
