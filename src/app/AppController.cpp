@@ -1,5 +1,4 @@
 #include "app/AppController.h"
-
 #include "app/PanelRequests.h"
 #include "app/SettingsSaver.h"
 #include "app/SnapshotBuilder.h"
@@ -13,6 +12,7 @@
 #include "discovery/Coordinator.h"
 #include "housekeeping/SingleInstance.h"
 #include "keys/DismissMonitor.h"
+#include "keys/KeyCapture.h"
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
@@ -95,7 +95,7 @@ AppController::~AppController()
 {
     // The dismiss monitor may listen through the tap's connection: it goes first.
     m_dismissMonitor.reset();
-    m_tap.reset();
+    m_capture.reset();
 }
 
 void AppController::applicationDidFinishLaunching(SingleInstance* instance)
@@ -133,15 +133,18 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     };
     // Input access is a property of the key capture here, so the capture is made before the
     // question is asked, and installed after it.
-    m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
-    m_trusted = m_tap->isTrusted();
+    m_capture = std::make_unique<KeyCapture>(std::move(callbacks),
+                                             EventTap::Options{m_options.keyServicePath});
+    m_trusted = m_capture->tap().isTrusted();
     if (m_options.commandLine.demoOnboarding || m_startUp->isFirstRun())
         showOnboarding();
     else if (!m_trusted)
         explainInputAccess();
-    m_dismissMonitor->setKeyServiceTap(m_tap.get());
-    m_tap->install();
-    m_tap->startWatchdog(kWatchdogInterval);
+    // A key service started or stopped later brings a tap of its own.
+    m_dismissMonitor->setKeyServiceTap(&m_capture->tap());
+    connect(m_capture.get(), &KeyCapture::tapReplaced, m_dismissMonitor.get(),
+            &DismissMonitor::setKeyServiceTap);
+    m_capture->start(kWatchdogInterval);
 
     connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
     armingInputsChanged();
@@ -423,8 +426,8 @@ KeyContext AppController::keyContext() const
 
 void AppController::armingInputsChanged()
 {
-    if (m_tap)
-        m_tap->reevaluate();
+    if (m_capture)
+        m_capture->tap().reevaluate();
     const ArmedState state = keyContext().evaluate();
     if (m_lastArmedState != state) {
         m_lastArmedState = state;

@@ -21,6 +21,7 @@
 class AudioDevice;
 class DismissMonitor;
 class DisplayOptionsWatcher;
+class KeyCapture;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -115,7 +116,7 @@ private:
     // The desktop's accessibility preferences, shared by the overlay and the panel.
     std::unique_ptr<DisplayOptionsWatcher> m_displayOptions;
     std::unique_ptr<VolumeHUD> m_hud;
-    std::unique_ptr<EventTap> m_tap;
+    std::unique_ptr<KeyCapture> m_capture;
     std::unique_ptr<MenuBarPanel> m_panel;
     std::unique_ptr<ColorScheme> m_colorScheme;
     std::unique_ptr<Appearance> m_appearance;
