@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 JOBS ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install clean
+.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install uninstall clean
 
 all: build
 
@@ -47,6 +47,9 @@ format:
 
 install: build
 	cmake --install $(BUILD_DIR)
+
+uninstall:
+	cmake --build $(BUILD_DIR) --target uninstall
 
 clean:
 	rm -rf $(BUILD_DIR) build-sanitize
