@@ -22,6 +22,7 @@ class AudioDevice;
 class DismissMonitor;
 class DisplayOptionsWatcher;
 class KeyCapture;
+class LoginItem;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -35,6 +36,9 @@ class ColorScheme;
 class MenuBarPanel;
 class SpeakerController;
 class StartUp;
+class Uninstaller;
+class Updates;
+struct UpdateFeed;
 class VolumeHUD;
 
 // The application: owns every long-lived object (settings, speaker controller, overlay, key
@@ -100,6 +104,9 @@ private:
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
+    void updateMenuFacts();
+    void toggleAutomaticChecks();
+    void announceUpdate(const UpdateFeed& feed);
     void logStartLine() const;
 
     Options m_options;
@@ -123,6 +130,10 @@ private:
     std::unique_ptr<DismissMonitor> m_dismissMonitor;
     std::unique_ptr<NetworkWatch> m_networkWatch;
     std::unique_ptr<SleepWatch> m_sleepWatch;
+    std::unique_ptr<LoginItem> m_loginItem;
+    std::unique_ptr<Updates> m_updates;
+    std::unique_ptr<Uninstaller> m_uninstaller;
+    QString m_updateNotice; // for the warning line while nothing more pressing is shown
     bool m_trusted = false;
     bool m_tapEnabled = false;
     bool m_connected = false;
