@@ -8,20 +8,11 @@
 
 KeyCapture::KeyCapture(EventTap::Callbacks callbacks, EventTap::Options options, QObject* parent)
     : QObject(parent)
+    , m_callbacks(std::move(callbacks))
     , m_servicePath(options.servicePath.isEmpty() ? ServiceTap::defaultPath() : options.servicePath)
+    , m_tap(EventTap::create(m_callbacks, {m_servicePath}))
 {
-    // Every tap reports through here, so that a switch can tell whether it brought input
-    // access or took it away.
-    auto onHealthChange = std::move(callbacks.onHealthChange);
-    callbacks.onHealthChange = [this, onHealthChange](bool trusted, bool tapEnabled) {
-        m_trusted = trusted;
-        if (onHealthChange)
-            onHealthChange(trusted, tapEnabled);
-    };
-    m_callbacks = std::move(callbacks);
-    m_tap = EventTap::create(m_callbacks, {m_servicePath});
     m_onService = dynamic_cast<ServiceTap*>(m_tap.get()) != nullptr;
-    m_trusted = m_tap->isTrusted();
 
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &KeyCapture::follow);
     connect(&m_watchdog, &QTimer::timeout, this, &KeyCapture::watchPass);
@@ -33,6 +24,7 @@ void KeyCapture::start(std::chrono::milliseconds interval)
 {
     watchFolder();
     m_tap->install();
+    m_trusted = m_tap->isTrusted();
     m_watchdog.start(interval);
 }
 
@@ -41,6 +33,7 @@ void KeyCapture::watchPass()
     watchFolder();
     follow();
     m_tap->check();
+    m_trusted = m_tap->isTrusted();
 }
 
 // The folder is the service's own and may come and go with it; while it is missing, the
@@ -66,6 +59,7 @@ void KeyCapture::follow()
     // The old capture lets the keys go before the new one takes them.
     old.reset();
     m_tap->install();
+    m_trusted = m_tap->isTrusted();
     if (m_trusted && !wasTrusted)
         Log::info(TapTexts::accessGranted());
     else if (!m_trusted && wasTrusted)

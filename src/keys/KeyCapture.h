@@ -43,7 +43,9 @@ private:
     QString m_servicePath;
     std::unique_ptr<EventTap> m_tap;
     bool m_onService = false;
-    bool m_trusted = false; // as the tap in use last reported
+    // Input access as of the last look (start, switch or watchdog pass): a service going
+    // away makes its tap untrusted before the switch, which must still say so.
+    bool m_trusted = false;
     QFileSystemWatcher m_watcher;
     QTimer m_watchdog;
 };
