@@ -3,8 +3,8 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 JOBS ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install clean \
-	package package-check
+.PHONY: all bootstrap configure build run test fuzz bench demo emulator format install uninstall \
+	clean package package-check
 
 all: build
 
@@ -58,6 +58,9 @@ package: bootstrap
 # and purge on a fresh Debian 12 root (made once by debootstrap, kept in $(BUILD_DIR)/package).
 package-check: package
 	@scripts/package-check $(BUILD_DIR)
+
+uninstall:
+	cmake --build $(BUILD_DIR) --target uninstall
 
 clean:
 	rm -rf $(BUILD_DIR) build-sanitize

@@ -13,8 +13,12 @@
 #include "desktop/SleepWatch.h"
 #include "discovery/AirPlayBrowser.h"
 #include "discovery/Coordinator.h"
+#include "housekeeping/LoginItem.h"
 #include "housekeeping/SingleInstance.h"
+#include "housekeeping/Uninstaller.h"
+#include "housekeeping/Updates.h"
 #include "keys/DismissMonitor.h"
+#include "keys/KeyCapture.h"
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
@@ -58,6 +62,10 @@ AppController::AppController(Options options, QObject* parent)
     , m_displayOptions(std::make_unique<DisplayOptionsWatcher>())
     , m_hud(std::make_unique<VolumeHUD>(m_displayOptions.get()))
     , m_networkWatch(std::make_unique<NetworkWatch>())
+    , m_loginItem(std::make_unique<LoginItem>())
+    , m_updates(std::make_unique<Updates>(Updates::Options{
+          QUrl(QStringLiteral(VELOTIDE_UPDATE_FEED)), QCoreApplication::applicationVersion()}))
+    , m_uninstaller(std::make_unique<Uninstaller>(*m_loginItem))
 {
     const Settings::Loaded loaded = Settings::load();
     m_settings = loaded.settings;
@@ -74,6 +82,17 @@ AppController::AppController(Options options, QObject* parent)
     connect(m_requests.get(), &PanelRequests::pollRequested, this, &AppController::tick);
     connect(m_requests.get(), &PanelRequests::inputAccessExplanationRequested, this,
             &AppController::explainInputAccess);
+    connect(m_requests.get(), &PanelRequests::uninstallRequested, m_uninstaller.get(),
+            &Uninstaller::run);
+    connect(m_uninstaller.get(), &Uninstaller::finished, qApp, &QCoreApplication::quit);
+    connect(m_loginItem.get(), &LoginItem::changed, this, &AppController::updateMenuFacts);
+    connect(m_updates.get(), &Updates::newerVersion, this, &AppController::announceUpdate);
+    connect(m_updates.get(), &Updates::upToDate, this, [] {
+        notifyDesktop(uiText("Velotide is up to date"), uiText("You have the newest version."));
+    });
+    connect(m_updates.get(), &Updates::checkFailed, this, [](const QString& reason) {
+        notifyDesktop(uiText("Could not check for updates"), reason);
+    });
     connect(m_choices.get(), &SpeakerChoices::refreshed, m_publisher.get(),
             &StatusPublisher::request);
 
@@ -104,7 +123,7 @@ AppController::~AppController()
 {
     // The dismiss monitor may listen through the tap's connection: it goes first.
     m_dismissMonitor.reset();
-    m_tap.reset();
+    m_capture.reset();
 }
 
 void AppController::applicationDidFinishLaunching(SingleInstance* instance)
@@ -142,18 +161,23 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
     };
     // Input access is a property of the key capture here, so the capture is made before the
     // question is asked, and installed after it.
-    m_tap = EventTap::create(std::move(callbacks), {m_options.keyServicePath});
-    m_trusted = m_tap->isTrusted();
+    m_capture = std::make_unique<KeyCapture>(std::move(callbacks),
+                                             EventTap::Options{m_options.keyServicePath});
+    m_trusted = m_capture->tap().isTrusted();
     if (m_options.commandLine.demoOnboarding || m_startUp->isFirstRun())
         showOnboarding();
     else if (!m_trusted)
         explainInputAccess();
-    m_dismissMonitor->setKeyServiceTap(m_tap.get());
-    m_tap->install();
-    m_tap->startWatchdog(kWatchdogInterval);
+    // A key service started or stopped later brings a tap of its own.
+    m_dismissMonitor->setKeyServiceTap(&m_capture->tap());
+    connect(m_capture.get(), &KeyCapture::tapReplaced, m_dismissMonitor.get(),
+            &DismissMonitor::setKeyServiceTap);
+    m_capture->start(kWatchdogInterval);
 
     connect(m_audio.get(), &AudioDevice::changed, this, &AppController::armingInputsChanged);
     armingInputsChanged();
+
+    m_updates->start(m_settings.automaticUpdateChecks);
 
     QTimer::singleShot(0, m_startUp.get(), &StartUp::run);
     // Built once the first speaker requests are on their way: its widgets, fonts and icons
@@ -168,6 +192,7 @@ void AppController::makePanel()
     connect(m_displayOptions.get(), &DisplayOptionsWatcher::changed, m_panel.get(),
             &MenuBarPanel::setDisplayOptions);
     connectPanel();
+    updateMenuFacts();
     tick();
 }
 
@@ -215,11 +240,12 @@ void AppController::connectPanel()
     connect(panel, &MenuBarPanel::panelDidRequestProblemReport, this,
             &AppController::showProblemReport);
     connect(panel, &MenuBarPanel::panelDidRequestSetupAgain, this, [this] { showOnboarding(); });
-    connect(panel, &MenuBarPanel::panelDidRequestUninstall, requests, later("uninstaller"));
-    connect(panel, &MenuBarPanel::panelDidRequestUpdateCheck, requests, later("update check"));
-    connect(panel, &MenuBarPanel::panelDidToggleAutomaticChecks, requests,
-            later("automatic update checks"));
-    connect(panel, &MenuBarPanel::panelDidToggleLoginItem, requests, later("login item"));
+    connect(panel, &MenuBarPanel::panelDidRequestUninstall, m_uninstaller.get(), &Uninstaller::run);
+    connect(panel, &MenuBarPanel::panelDidRequestUpdateCheck, m_updates.get(), &Updates::checkNow);
+    connect(panel, &MenuBarPanel::panelDidToggleAutomaticChecks, this,
+            &AppController::toggleAutomaticChecks);
+    connect(panel, &MenuBarPanel::panelDidToggleLoginItem, requests,
+            [this] { m_requests->panelDidToggleLoginItem(*m_loginItem); });
 
     connect(requests, &PanelRequests::warningRequested, panel, &MenuBarPanel::setWarning);
     connect(requests, &PanelRequests::settingsSectionRequested, panel, [panel] {
@@ -331,6 +357,8 @@ DiagnosticsState AppController::diagnosticsState() const
     d.tapEnabled = m_tapEnabled;
     d.speakerConnected = m_connected;
     d.currentOutput = m_audio->defaultOutputName();
+    d.loginItem.enabled = m_loginItem->status() == LoginItem::Status::enabled;
+    d.loginItem.needsApproval = m_loginItem->status() == LoginItem::Status::requiresApproval;
     d.speaker.connected = speaker.connected;
     d.speaker.fixedVolume = speaker.fixedVolume;
     d.speaker.volume = speaker.volume;
@@ -434,7 +462,48 @@ void AppController::showSnapshot(const PanelSnapshot& snapshot)
     if (m_saver->hasFailed())
         line += u'\n' + uiText("Could not save settings — check disk space");
     m_panel->setToolTip(QStringLiteral("Velotide\n") + line);
-    m_panel->apply(snapshot);
+    PanelSnapshot shown = snapshot;
+    if (shown.connected && shown.armed && shown.warning.isEmpty())
+        shown.warning = m_updateNotice;
+    m_panel->apply(shown);
+}
+
+// The secondary menu's entries follow the login item's and the update checks' state.
+void AppController::updateMenuFacts()
+{
+    if (!m_panel)
+        return;
+    MenuBarPanel::MenuFacts facts;
+    facts.version = QCoreApplication::applicationVersion();
+    facts.build = facts.version;
+    facts.updaterRunning = m_updates->isRunning();
+    facts.automaticChecks = m_updates->automaticallyChecks();
+    facts.loginItemEnabled = m_loginItem->status() == LoginItem::Status::enabled;
+    facts.loginItemNeedsApproval = m_loginItem->status() == LoginItem::Status::requiresApproval;
+    m_panel->setMenuFacts(facts);
+}
+
+void AppController::toggleAutomaticChecks()
+{
+    m_settings.automaticUpdateChecks = !m_updates->automaticallyChecks();
+    m_updates->setAutomaticallyChecks(m_settings.automaticUpdateChecks);
+    saveSettings();
+    updateMenuFacts();
+}
+
+// Packages come from the distribution, so the user is told where to get the new one.
+void AppController::announceUpdate(const UpdateFeed& feed)
+{
+    m_updateNotice = uiText("Velotide %1 is available \u2014 update it with your package manager")
+                         .arg(feed.version);
+    QStringList body;
+    if (!feed.note.isEmpty())
+        body << feed.note;
+    body << uiText("Update it with your package manager, for example: sudo apt upgrade velotide");
+    if (feed.page.isValid())
+        body << feed.page.toString();
+    notifyDesktop(uiText("Velotide %1 is available").arg(feed.version), body.join(u'\n'));
+    tick();
 }
 
 void AppController::updateDismissMonitor()
@@ -464,8 +533,8 @@ KeyContext AppController::keyContext() const
 
 void AppController::armingInputsChanged()
 {
-    if (m_tap)
-        m_tap->reevaluate();
+    if (m_capture)
+        m_capture->tap().reevaluate();
     const ArmedState state = keyContext().evaluate();
     if (m_lastArmedState != state) {
         m_lastArmedState = state;

@@ -22,6 +22,8 @@ class AudioDevice;
 class DismissMonitor;
 class DisplayOptionsWatcher;
 class AirPlayBrowser;
+class KeyCapture;
+class LoginItem;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -37,6 +39,9 @@ class ColorScheme;
 class MenuBarPanel;
 class SpeakerController;
 class StartUp;
+class Uninstaller;
+class Updates;
+struct UpdateFeed;
 class VolumeHUD;
 
 // The application: owns every long-lived object (settings, speaker controller, overlay, key
@@ -104,6 +109,9 @@ private:
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
+    void updateMenuFacts();
+    void toggleAutomaticChecks();
+    void announceUpdate(const UpdateFeed& feed);
     void logStartLine() const;
 
     Options m_options;
@@ -121,13 +129,17 @@ private:
     // The desktop's accessibility preferences, shared by the overlay and the panel.
     std::unique_ptr<DisplayOptionsWatcher> m_displayOptions;
     std::unique_ptr<VolumeHUD> m_hud;
-    std::unique_ptr<EventTap> m_tap;
+    std::unique_ptr<KeyCapture> m_capture;
     std::unique_ptr<MenuBarPanel> m_panel;
     std::unique_ptr<ColorScheme> m_colorScheme;
     std::unique_ptr<Appearance> m_appearance;
     std::unique_ptr<DismissMonitor> m_dismissMonitor;
     std::unique_ptr<NetworkWatch> m_networkWatch;
     std::unique_ptr<SleepWatch> m_sleepWatch;
+    std::unique_ptr<LoginItem> m_loginItem;
+    std::unique_ptr<Updates> m_updates;
+    std::unique_ptr<Uninstaller> m_uninstaller;
+    QString m_updateNotice; // for the warning line while nothing more pressing is shown
     bool m_trusted = false;
     bool m_tapEnabled = false;
     bool m_connected = false;

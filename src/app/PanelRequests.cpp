@@ -1,5 +1,6 @@
 #include "app/PanelRequests.h"
 
+#include "housekeeping/LoginItem.h"
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
@@ -183,11 +184,27 @@ void PanelRequests::panelDidRequestFix(PanelFix fix)
         emit settingsSectionRequested();
         break;
     case PanelFixAction::Kind::runUninstaller:
-        notAvailableYet(QStringLiteral("uninstall"));
+        emit uninstallRequested();
         break;
     }
     if (!action.criticalWarning.isEmpty())
         emit warningRequested(action.criticalWarning, PanelFix::none, true);
+}
+
+void PanelRequests::panelDidToggleLoginItem(LoginItem& loginItem)
+{
+    switch (loginItem.status()) {
+    case LoginItem::Status::requiresApproval:
+        openPane(SettingsPane::loginItems);
+        return;
+    case LoginItem::Status::enabled:
+        loginItem.setEnabled(false);
+        return;
+    case LoginItem::Status::notRegistered:
+    case LoginItem::Status::notFound:
+        loginItem.setEnabled(true);
+        return;
+    }
 }
 
 void PanelRequests::notAvailableYet(const QString& what)

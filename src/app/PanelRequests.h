@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QString>
 
+class LoginItem;
 class MediaSource;
 class SpeakerController;
 
@@ -37,6 +38,9 @@ public:
     void panelDidChooseTrigger(const QString& name);
     void panelDidRequestTransport(PanelTransport transport);
     void panelDidRequestFix(PanelFix fix);
+    // Open at login: an entry the user switched off in the desktop's autostart settings can
+    // only be switched on again there, so those settings open instead.
+    void panelDidToggleLoginItem(LoginItem& loginItem);
     // Entries whose work lands later: says so in the log.
     void notAvailableYet(const QString& what);
 
@@ -49,6 +53,8 @@ signals:
     void settingsSectionRequested();
     // Tell the user how to give input access (where another platform would ask for it).
     void inputAccessExplanationRequested();
+    // The "uninstall" fix: run the uninstaller.
+    void uninstallRequested();
 
 private:
     void toggleEq(const QString& what, bool speech);

@@ -7,20 +7,10 @@
 #include "keyservice/Protocol.h"
 #include "support/Log.h"
 
-#include <QFile>
 #include <QGuiApplication>
 #include <QTimer>
 
-#include <unistd.h>
-
 namespace {
-
-// Connecting to a Unix socket needs write permission on it; the service itself decides
-// whether it accepts this session.
-bool serviceIsReachable(const QString& path)
-{
-    return ::access(QFile::encodeName(path).constData(), R_OK | W_OK) == 0;
-}
 
 // Under XWayland a grab sees the keys only while an X11 window has the focus, which is no
 // capture to speak of: a Wayland session without the key service has no tap.
@@ -53,7 +43,7 @@ std::unique_ptr<EventTap> EventTap::create(Callbacks callbacks, Options options)
 {
     const QString servicePath =
         options.servicePath.isEmpty() ? ServiceTap::defaultPath() : options.servicePath;
-    if (serviceIsReachable(servicePath))
+    if (ServiceTap::isReachable(servicePath))
         return std::make_unique<ServiceTap>(std::move(callbacks), servicePath);
     if (sessionRunsOnX11())
         return std::make_unique<X11Tap>(std::move(callbacks));

@@ -20,6 +20,12 @@ QString ServiceTap::defaultPath()
     return QString::fromLatin1(keyd::kDefaultSocketPath);
 }
 
+bool ServiceTap::isReachable(const QString& path)
+{
+    // Connecting to a Unix socket needs write permission on it.
+    return ::access(QFile::encodeName(path).constData(), R_OK | W_OK) == 0;
+}
+
 void ServiceTap::DeleteLater::operator()(QLocalSocket* socket) const
 {
     // The socket may be the sender of the signal being handled: silence it, close it (the
@@ -81,7 +87,7 @@ bool ServiceTap::isTrusted() const
 {
     if (m_refusal == Refusal::notActiveSession || m_refusal == Refusal::otherVersion)
         return false;
-    return ::access(QFile::encodeName(m_path).constData(), R_OK | W_OK) == 0;
+    return isReachable(m_path);
 }
 
 bool ServiceTap::isEnabled() const

@@ -20,6 +20,9 @@ public:
     ~ServiceTap() override;
 
     static QString defaultPath();
+    // Whether a service listens at `path` that this user may connect to; the service itself
+    // decides whether it accepts this session.
+    static bool isReachable(const QString& path);
 
     bool install() override;
     void teardown() override;

@@ -132,6 +132,8 @@ Settings decode(Decoder& keys)
     s.paused = keys.boolean(QLatin1StringView("paused")).value_or(false);
     s.loginItemOffered = keys.boolean(QLatin1StringView("loginItemOffered")).value_or(false);
     s.lastKnownHost = keys.string(QLatin1StringView("lastKnownHost"));
+    s.automaticUpdateChecks =
+        keys.boolean(QLatin1StringView("automaticUpdateChecks")).value_or(true);
     return s;
 }
 
@@ -147,6 +149,7 @@ QJsonObject encode(const Settings& s)
         {QStringLiteral("paused"), s.paused},
         {QStringLiteral("loginItemOffered"), s.loginItemOffered},
         {QStringLiteral("lastKnownHost"), s.lastKnownHost},
+        {QStringLiteral("automaticUpdateChecks"), s.automaticUpdateChecks},
     };
 }
 

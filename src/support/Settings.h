@@ -24,6 +24,7 @@ struct Settings {
     bool paused = false;
     bool loginItemOffered = false;
     QString lastKnownHost;
+    bool automaticUpdateChecks = true;
 
     bool operator==(const Settings&) const = default;
 
@@ -53,7 +54,7 @@ struct Settings {
     // optical slot. An empty name changes nothing.
     void rememberTrigger(const QString& outputName, Route forRoute);
 
-    // Pretty-printed JSON with all nine keys, sorted.
+    // Pretty-printed JSON with all ten keys, sorted.
     QByteArray toJson() const;
 
     static QString routeName(Route route);

@@ -339,10 +339,16 @@ TEST_F(EndToEnd, FirstRunPicksTheZoneOnTheOpticalCableAndTheDigitalOutput)
     ASSERT_TRUE(app->waitFor("Auto-detected trigger output: " + digitalName)) << app->describe();
     ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
     // The choices and the host the speaker answered at are saved as they become known.
-    const QJsonObject expected{
-        {"speaker", "Living Room"},  {"route", "optical"},           {"triggerOutput", digitalName},
-        {"triggerConfigured", true}, {"opticalOutput", digitalName}, {"airplayOutput", ""},
-        {"paused", false},           {"loginItemOffered", false},    {"lastKnownHost", livingRoom}};
+    const QJsonObject expected{{"speaker", "Living Room"},
+                               {"route", "optical"},
+                               {"triggerOutput", digitalName},
+                               {"triggerConfigured", true},
+                               {"opticalOutput", digitalName},
+                               {"airplayOutput", ""},
+                               {"paused", false},
+                               {"loginItemOffered", false},
+                               {"lastKnownHost", livingRoom},
+                               {"automaticUpdateChecks", true}};
     EXPECT_TRUE(spinUntil([&] { return savedSettings() == expected; }, 5s))
         << QJsonDocument(savedSettings()).toJson().toStdString();
 

@@ -155,7 +155,7 @@ TEST_F(SettingsFileTest, UndecodableOrLargeFileIsSetAsideOwnerOnlyUnderAStampedN
     }
 }
 
-TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadReadsThemBack)
+TEST_F(SettingsFileTest, SaveWritesAllTenKeysSortedOnePerLineOwnerOnlyAndLoadReadsThemBack)
 {
     ::umask(0022);
     ASSERT_TRUE(writeFile(path, "{}"));
@@ -164,6 +164,7 @@ TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadRe
     ASSERT_TRUE(Settings{}.save(path));
     EXPECT_EQ(readFile(path), R"({
     "airplayOutput": "",
+    "automaticUpdateChecks": true,
     "lastKnownHost": "",
     "loginItemOffered": false,
     "opticalOutput": "",
@@ -185,7 +186,8 @@ TEST_F(SettingsFileTest, SaveWritesAllNineKeysSortedOnePerLineOwnerOnlyAndLoadRe
                      .airplayOutput = "Wohnzimmer",
                      .paused = true,
                      .loginItemOffered = true,
-                     .lastKnownHost = "fe80::1"};
+                     .lastKnownHost = "fe80::1",
+                     .automaticUpdateChecks = false};
     ASSERT_TRUE(s.save(path));
     const auto [loaded, isFirstRun] = Settings::load(path);
     EXPECT_FALSE(isFirstRun);
