@@ -297,7 +297,10 @@ void OnboardingWindow::updateStatus()
     w->secondary->setVisible(showSecondary);
     w->keyServiceHow->setVisible(showKeyService);
     w->command->setVisible(showKeyService);
-    adjustSize();
+    // Wrapped text is only as tall as its width allows: the window takes the height its
+    // fixed width needs for the step shown.
+    layout()->activate();
+    setFixedHeight(layout()->totalHeightForWidth(kWidth));
 }
 
 QString OnboardingWindow::readyBody() const
