@@ -13,6 +13,7 @@
 #include "ui/panel/PanelTransport.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <memory>
@@ -21,6 +22,8 @@
 class AudioDevice;
 class DismissMonitor;
 class DisplayOptionsWatcher;
+class LoginItem;
+class OnboardingWindow;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -79,10 +82,6 @@ public:
     void tick();
     void choicesNeeded();
 
-signals:
-    // The setup window should open (a first run, or "--demo-onboarding").
-    void onboardingRequested();
-
 private:
     void makePanel();
     void connectPanel();
@@ -96,6 +95,8 @@ private:
     void updateDismissMonitor();
     void scheduleDemonstrations();
     void showOnboarding();
+    // The end of setup: the speaker picked there, and whether to open at login.
+    void finishSetup(const std::optional<QString>& speaker, bool openAtLogin);
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
@@ -122,6 +123,9 @@ private:
     std::unique_ptr<DismissMonitor> m_dismissMonitor;
     std::unique_ptr<NetworkWatch> m_networkWatch;
     std::unique_ptr<SleepWatch> m_sleepWatch;
+    std::unique_ptr<LoginItem> m_loginItem;
+    // The setup window while it is open; it deletes itself when closed.
+    QPointer<OnboardingWindow> m_onboarding;
     bool m_trusted = false;
     bool m_tapEnabled = false;
     bool m_connected = false;
