@@ -33,7 +33,9 @@ bool atspi(const QStringList& arguments)
 
 bool xdotool(const QStringList& arguments)
 {
-    return QProcess::execute("xdotool", arguments) == 0;
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), arguments);
+    return process.waitForFinished(10000) && process.exitCode() == 0;
 }
 
 TEST(SetupEndToEnd, AFirstRunWalksThroughSetupAndTheKeysDriveThePick)
