@@ -1,5 +1,6 @@
 #include "app/AppController.h"
 
+#include "app/OpticalZonePick.h"
 #include "app/PanelRequests.h"
 #include "app/ReportSender.h"
 #include "app/SettingsSaver.h"
@@ -13,6 +14,7 @@
 #include "desktop/SleepWatch.h"
 #include "discovery/AirPlayBrowser.h"
 #include "discovery/Coordinator.h"
+#include "discovery/ZoneScan.h"
 #include "housekeeping/LoginItem.h"
 #include "housekeeping/SingleInstance.h"
 #include "housekeeping/Uninstaller.h"
@@ -32,12 +34,15 @@
 #include "ui/panel/MenuBarPanel.h"
 #include "ui/report/DiagnosticsAlerts.h"
 #include "ui/report/ProblemReportWindow.h"
+#include "ui/setup/OnboardingWindow.h"
 
 #include <QApplication>
 #include <QClipboard>
-#include <QMetaMethod>
 #include <QSysInfo>
+#include <QSystemTrayIcon>
 #include <QTimer>
+
+#include <algorithm>
 
 using namespace std::chrono_literals;
 
@@ -45,6 +50,8 @@ namespace {
 
 constexpr auto kWatchdogInterval = 3s;
 constexpr auto kDismissRedecision = 2s;
+constexpr auto kDemoFinishDelay = 3500ms;
+constexpr double kSetupSweepSeconds = 3.0;
 
 } // namespace
 
@@ -121,6 +128,8 @@ AppController::AppController(Options options, QObject* parent)
 
 AppController::~AppController()
 {
+    // Its providers read this controller.
+    delete m_onboarding;
     // The dismiss monitor may listen through the tap's connection: it goes first.
     m_dismissMonitor.reset();
     m_capture.reset();
@@ -198,7 +207,9 @@ void AppController::makePanel()
 
 void AppController::applicationShouldHandleReopen()
 {
-    if (m_panel)
+    if (m_onboarding)
+        m_onboarding->bringToFront();
+    else if (m_panel)
         m_panel->present();
 }
 
@@ -234,9 +245,6 @@ void AppController::connectPanel()
     connect(panel, &MenuBarPanel::panelDidRequestDiagnostics, this,
             &AppController::copyDiagnostics);
     connect(panel, &MenuBarPanel::panelDidRequestQuit, qApp, &QCoreApplication::quit);
-    const auto later = [requests](const char* what) {
-        return [requests, what] { requests->notAvailableYet(QString::fromLatin1(what)); };
-    };
     connect(panel, &MenuBarPanel::panelDidRequestProblemReport, this,
             &AppController::showProblemReport);
     connect(panel, &MenuBarPanel::panelDidRequestSetupAgain, this, [this] { showOnboarding(); });
@@ -292,14 +300,88 @@ void AppController::scheduleDemonstrations()
         QTimer::singleShot(800ms, this, &AppController::applicationShouldHandleReopen);
 }
 
+// The setup window, built on a first run or on request; asked again while it is open, it
+// starts over from its first step. It is an ordinary window, so while it exists the
+// application has a place in the task switcher, which the tray panel never takes.
 void AppController::showOnboarding()
 {
-    // The setup window walks a first run through input access; until one listens, a first
-    // run without input access is told how to get it like any other launch.
-    if (isSignalConnected(QMetaMethod::fromSignal(&AppController::onboardingRequested)))
-        emit onboardingRequested();
-    else if (!m_trusted)
-        explainInputAccess();
+    if (m_onboarding) {
+        m_onboarding->goTo(OnboardingWindow::Step::welcome);
+        m_onboarding->bringToFront();
+        return;
+    }
+    using Window = OnboardingWindow;
+    Window::Providers providers;
+    providers.inputAccess = [this] {
+        // An X11 grab that was refused while the display answers means the desktop holds
+        // the keys; only the key service gets them there.
+        const bool grabRefused = m_tap && m_tap->backendName() == QStringLiteral("X11");
+        return Window::InputAccess{m_trusted, m_tapEnabled,
+                                   grabRefused && m_trusted && !m_tapEnabled};
+    };
+    providers.zones = [this] {
+        return ZoneScan::zoneStates(SonosDiscovery::Coordinator::shared(), kSetupSweepSeconds)
+            .then(this, [this](const QList<ZoneState>& states) {
+                Window::Zones zones;
+                for (const ZoneState& state : states) {
+                    zones.names.append(state.device.name);
+                    zones.models.insert(state.device.name, state.device.model);
+                }
+                zones.recommended = zones.names.contains(m_settings.speaker)
+                                        ? std::optional(m_settings.speaker)
+                                        : pickOpticalZone(states);
+                return zones;
+            });
+    };
+    providers.readyState = [this] {
+        const KeyContext context = keyContext();
+        if (!context.trusted || !context.tapEnabled)
+            return Window::ReadyState::noPermission;
+        if (context.speakerName.isEmpty())
+            return Window::ReadyState::noSpeaker;
+        return context.evaluate().isArmed() ? Window::ReadyState::ready
+                                            : Window::ReadyState::notArmed;
+    };
+    providers.loginEnabled = [this] { return m_loginItem->status() == LoginItem::Status::enabled; };
+    providers.trayAvailable = [] { return QSystemTrayIcon::isSystemTrayAvailable(); };
+
+    m_loginItem->refresh();
+    m_onboarding = new Window(std::move(providers));
+    m_onboarding->setAttribute(Qt::WA_DeleteOnClose);
+    // A pick is tried at once, as a pick from the panel would be.
+    connect(m_onboarding, &Window::previewed, this, [this](const std::optional<QString>& name) {
+        if (name)
+            m_requests->panelDidChooseSpeaker(*name, m_settings.route);
+    });
+    connect(m_onboarding, &Window::finished, this, &AppController::finishSetup);
+    connect(m_onboarding, &Window::abandoned, this,
+            [] { Log::info(QStringLiteral("setup window closed before the end")); });
+    if (const std::optional<int> step = m_options.commandLine.demoStep)
+        m_onboarding->goTo(static_cast<Window::Step>(std::clamp(*step, 0, Window::stepCount - 1)));
+    if (m_options.commandLine.demoFinish)
+        QTimer::singleShot(kDemoFinishDelay, m_onboarding, [this] { m_onboarding->finish(); });
+    m_onboarding->bringToFront();
+}
+
+// The open-at-login answer counts as given once setup ends; the autostart entry is the truth
+// of whether it holds, so it is only touched when it differs from the wish.
+void AppController::finishSetup(const std::optional<QString>& speaker, bool openAtLogin)
+{
+    Log::info(QStringLiteral("setup finished with speaker '") + speaker.value_or(QString()) +
+              QStringLiteral("', open at login: ") +
+              (openAtLogin ? QStringLiteral("yes") : QStringLiteral("no")));
+    if (speaker)
+        m_requests->panelDidChooseSpeaker(*speaker, m_settings.route);
+    m_settings.loginItemOffered = true;
+    saveSettings();
+    if (openAtLogin == (m_loginItem->status() == LoginItem::Status::enabled))
+        return;
+    QFuture<bool> done =
+        openAtLogin ? m_loginItem->registerIfInstalled() : m_loginItem->setEnabled(false);
+    done.then(this, [this, openAtLogin](bool holds) {
+        if (!holds && openAtLogin && m_panel)
+            m_panel->setWarning(uiText(PlatformText::loginItemNotInstalled), PanelFix::none, false);
+    });
 }
 
 void AppController::explainInputAccess()
@@ -538,6 +620,8 @@ void AppController::armingInputsChanged()
     const ArmedState state = keyContext().evaluate();
     if (m_lastArmedState != state) {
         m_lastArmedState = state;
+        if (m_onboarding)
+            m_onboarding->updateStatus();
         Log::info(state.isArmed() ? QStringLiteral("volume keys armed")
                                   : QStringLiteral("volume keys not armed — ") + state.reason());
         m_publisher->request();
@@ -551,6 +635,8 @@ void AppController::onHealthChange(bool trusted, bool tapEnabled)
     m_tapEnabled = tapEnabled;
     if (changed)
         armingInputsChanged();
+    if (m_onboarding)
+        m_onboarding->updateStatus();
     tick();
 }
 

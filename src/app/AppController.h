@@ -13,6 +13,7 @@
 #include "ui/panel/PanelTransport.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <memory>
@@ -24,6 +25,7 @@ class DisplayOptionsWatcher;
 class AirPlayBrowser;
 class KeyCapture;
 class LoginItem;
+class OnboardingWindow;
 class MediaSource;
 class NetworkWatch;
 class PanelRequests;
@@ -89,10 +91,6 @@ public:
     void tick();
     void choicesNeeded();
 
-signals:
-    // The setup window should open (a first run, or "--demo-onboarding").
-    void onboardingRequested();
-
 private:
     void makePanel();
     void connectPanel();
@@ -106,6 +104,8 @@ private:
     void updateDismissMonitor();
     void scheduleDemonstrations();
     void showOnboarding();
+    // The end of setup: the speaker picked there, and whether to open at login.
+    void finishSetup(const std::optional<QString>& speaker, bool openAtLogin);
     void explainInputAccess();
     void armingInputsChanged();
     void onHealthChange(bool trusted, bool tapEnabled);
@@ -140,6 +140,8 @@ private:
     std::unique_ptr<Updates> m_updates;
     std::unique_ptr<Uninstaller> m_uninstaller;
     QString m_updateNotice; // for the warning line while nothing more pressing is shown
+    // The setup window while it is open; it deletes itself when closed.
+    QPointer<OnboardingWindow> m_onboarding;
     bool m_trusted = false;
     bool m_tapEnabled = false;
     bool m_connected = false;

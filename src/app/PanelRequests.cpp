@@ -206,8 +206,3 @@ void PanelRequests::panelDidToggleLoginItem(LoginItem& loginItem)
         return;
     }
 }
-
-void PanelRequests::notAvailableYet(const QString& what)
-{
-    Log::info(what + QStringLiteral(" is not available yet"));
-}

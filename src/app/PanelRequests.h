@@ -41,8 +41,6 @@ public:
     // Open at login: an entry the user switched off in the desktop's autostart settings can
     // only be switched on again there, so those settings open instead.
     void panelDidToggleLoginItem(LoginItem& loginItem);
-    // Entries whose work lands later: says so in the log.
-    void notAvailableYet(const QString& what);
 
 signals:
     // The settings record changed: save it, and decide the arming again.

@@ -123,6 +123,30 @@ constexpr std::array words{
                  "can grant it whenever you like and it will start working.",
                  SHOWN("The keys are not active yet: Velotide still needs input access. You can "
                        "grant it whenever you like and it will start working.")},
+    PlatformWord{setupSpeakerBody, shown,
+                 "These are the Sonos speakers on your network. Choose the one the optical cable "
+                 "runs to — that is what the volume keys will control.\n\nYou can change it "
+                 "any time from the menu bar.",
+                 SHOWN("These are the Sonos speakers on your network. Choose the one the optical "
+                       "cable runs to — that is what the volume keys will control.\n\nYou can "
+                       "change it any time from the panel.")},
+    PlatformWord{setupReadyNoSpeaker, shown,
+                 "No speaker is selected yet, so the keys are not active. Pick one from the menu "
+                 "bar when you are ready.",
+                 SHOWN("No speaker is selected yet, so the keys are not active. Pick one from the "
+                       "panel when you are ready.")},
+    PlatformWord{setupReadyNotArmed, shown,
+                 "Setup is done. The keys are not active this second — the menu bar icon says "
+                 "why, and offers the fix.",
+                 SHOWN("Setup is done. The keys are not active this second — the panel says why, "
+                       "and offers the fix.")},
+    PlatformWord{setupReadyEverythingElse, shown,
+                 "Everything else lives in the menu bar icon, which is open now. Click it any "
+                 "time to change speaker, or to see what needs fixing.",
+                 SHOWN("Everything else lives in the tray icon, which is there now. Click it any "
+                       "time to change speaker, or to see what needs fixing.")},
+    PlatformWord{loginItemNotInstalled, shown, "Move Velotide to Applications to open at login",
+                 SHOWN("Install Velotide to open at login")},
 
     // Uninstaller (nothing is granted per user here; the key service belongs to the system)
     PlatformWord{uninstallConfirmation, shown,

@@ -53,6 +53,11 @@ enum class PlatformText {
     setupInputAccessBody,
     setupNetworkBody,
     setupReadyNeedsInputAccess,
+    setupSpeakerBody,
+    setupReadyNoSpeaker,
+    setupReadyNotArmed,
+    setupReadyEverythingElse,
+    loginItemNotInstalled,
     // Uninstaller
     uninstallConfirmation,
     uninstallGrantsLine,

@@ -16,7 +16,7 @@ const QStringList foreignWords{
     "Mac",           "macOS",          "System Settings", "Accessibility",
     "accessibility", "Control Center", "Local Network",   "local network access",
     "Privacy",       "ad-hoc",         "CoreAudio",       "Finder",
-    "event tap"};
+    "event tap",     "menu bar",       "Applications"};
 
 bool namesForeignPlatform(const QString& text)
 {
