@@ -315,7 +315,8 @@ void AppController::showOnboarding()
     providers.inputAccess = [this] {
         // An X11 grab that was refused while the display answers means the desktop holds
         // the keys; only the key service gets them there.
-        const bool grabRefused = m_tap && m_tap->backendName() == QStringLiteral("X11");
+        const bool grabRefused =
+            m_capture && m_capture->tap().backendName() == QStringLiteral("X11");
         return Window::InputAccess{m_trusted, m_tapEnabled,
                                    grabRefused && m_trusted && !m_tapEnabled};
     };
