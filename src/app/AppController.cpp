@@ -219,7 +219,10 @@ void AppController::connectPanel()
 {
     MenuBarPanel* panel = m_panel.get();
     PanelRequests* requests = m_requests.get();
-    connect(panel, &MenuBarPanel::tick, this, &AppController::tick);
+    connect(panel, &MenuBarPanel::tick, this, [this] {
+        updateDismissMonitor();
+        m_publisher->refresh();
+    });
     connect(panel, &MenuBarPanel::choicesNeeded, this, &AppController::choicesNeeded);
     connect(panel, &MenuBarPanel::shownChanged, this, [this](bool shown) {
         m_panelShown = shown;

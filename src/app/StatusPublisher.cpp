@@ -12,6 +12,12 @@ void StatusPublisher::request()
     QTimer::singleShot(0, this, &StatusPublisher::build);
 }
 
+void StatusPublisher::refresh()
+{
+    if (!m_inFlight)
+        request();
+}
+
 void StatusPublisher::build()
 {
     emit buildRequested(m_generation);

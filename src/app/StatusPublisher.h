@@ -17,6 +17,10 @@ public:
     using QObject::QObject;
 
     void request();
+    // A periodic look again (the open panel's, once a second): a build under way answers it,
+    // as it reads things as they are. Were it a request, a build slower than the period
+    // would be overtaken every time and the panel would never be shown anything.
+    void refresh();
     // A snapshot built for the generation buildRequested() named.
     void publish(const PanelSnapshot& snapshot);
 

@@ -54,6 +54,18 @@ TEST_F(StatusPublisherTest, ABurstIsOneBuildAndASnapshotBegunBeforeTheNewestRequ
     EXPECT_EQ(publisher.last()->generation, 4u);
 }
 
+// The open panel looks again every second; a build that takes longer is still shown.
+TEST_F(StatusPublisherTest, APeriodicRefreshIsAnsweredByTheBuildUnderWay)
+{
+    publisher.request();
+    ASSERT_TRUE(spinUntil([&] { return !builds.isEmpty(); }));
+    publisher.refresh();
+    publisher.publish(builtFor(1));
+    EXPECT_EQ(shown, QList<quint64>{1});
+    publisher.refresh(); // nothing under way now: a build of its own
+    EXPECT_TRUE(spinUntil([&] { return builds.size() == 2; }));
+}
+
 TEST(SettingsSaver, AFailedSaveIsFlaggedUntilTheNextOneSucceedsAndTheLastSaveWins)
 {
     QTemporaryDir dir;
