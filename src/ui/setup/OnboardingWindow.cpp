@@ -146,10 +146,7 @@ void OnboardingWindow::build()
     w->primary = new QPushButton(this);
     w->primary->setDefault(true);
 
-    QPalette faded = palette();
-    faded.setColor(QPalette::WindowText, panel_look::color(palette(), Shade::secondary));
-    w->progress->setPalette(faded);
-    w->status->setPalette(faded);
+    fadeSecondaryText();
 
     auto* statusRow = new QHBoxLayout;
     statusRow->addWidget(w->spinner);
@@ -411,6 +408,24 @@ void OnboardingWindow::finish()
 
 // Closing before the end keeps what is already in place (a pick the keys were trying stays,
 // like a pick from the panel) and answers nothing about opening at login.
+// The step counter and the status line are quieter than the body. Their colour is set, not
+// inherited, so it is made again from each new palette: kept from a light one, it would be
+// dark grey on a dark window.
+void OnboardingWindow::fadeSecondaryText()
+{
+    QPalette faded = palette();
+    faded.setColor(QPalette::WindowText, panel_look::color(palette(), Shade::secondary));
+    w->progress->setPalette(faded);
+    w->status->setPalette(faded);
+}
+
+void OnboardingWindow::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        fadeSecondaryText();
+}
+
 void OnboardingWindow::closeEvent(QCloseEvent* event)
 {
     if (!m_finished)

@@ -77,6 +77,7 @@ signals:
     void abandoned();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
 
@@ -89,6 +90,7 @@ private:
     void primaryClicked();
     void secondaryClicked();
     void fillStep();
+    void fadeSecondaryText();
 
     Providers m_providers;
     std::unique_ptr<Widgets> w;

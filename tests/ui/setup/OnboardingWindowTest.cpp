@@ -131,4 +131,28 @@ TEST(OnboardingWindow, EscapeLeavesWithoutAnAnswer)
     EXPECT_EQ(finished, 0);
 }
 
+// The quieter lines take their colour from the palette in use, also when it changes to a dark
+// one after the window was made.
+TEST(OnboardingWindow, TheStepCounterStaysLegibleWhenThePaletteTurnsDark)
+{
+    World world;
+    Window window(world.providers());
+    window.show();
+    const QPalette before = QApplication::palette();
+    QPalette dark = before;
+    dark.setColor(QPalette::Window, QColor(40, 40, 44));
+    dark.setColor(QPalette::WindowText, QColor(235, 235, 240));
+    QApplication::setPalette(dark);
+    // The application hands a new palette to its windows on a later turn of the event loop.
+    ASSERT_TRUE(spinUntil(
+        [&] { return window.palette().color(QPalette::Window) == dark.color(QPalette::Window); }));
+    QLabel* counter = nullptr;
+    for (QLabel* label : window.findChildren<QLabel*>())
+        if (label->text().startsWith(QStringLiteral("Step 1 of")))
+            counter = label;
+    ASSERT_NE(counter, nullptr);
+    EXPECT_GT(counter->palette().color(QPalette::WindowText).lightnessF(), 0.5);
+    QApplication::setPalette(before);
+}
+
 } // namespace
