@@ -226,4 +226,20 @@ TEST_F(ProbeEndToEnd, NoSpeakersAnUnreadableSettingsFileAndTheRunningApplication
     EXPECT_EQ(fingerprint(m_config.path()), before);
 }
 
+// Every player of this household refuses its group state, as players of households of a few
+// dozen do. The report still lists each room once, by the player that leads it: in the Loft
+// pair that is the player at the higher address.
+TEST_F(ProbeEndToEnd, ALargeHouseholdThatRefusesItsTopologyListsItsRooms)
+{
+    ASSERT_EQ(m_household.start(EMULATOR_HOUSEHOLDS "/household-40.json", 1400, true),
+              std::nullopt);
+    const ProbeRun run = probe({"--probe"}, true);
+
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    static const QRegularExpression room(QStringLiteral("^  \\S.* — .* at 127\\."));
+    const QStringList rooms = run.lines.filter(room);
+    EXPECT_EQ(rooms.size(), 29) << rooms.join(u'\n').toStdString();
+    EXPECT_TRUE(rooms.contains(QStringLiteral("  Loft — Sonos Five at 127.0.0.48")));
+}
+
 } // namespace

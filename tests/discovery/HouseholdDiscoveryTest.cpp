@@ -3,6 +3,7 @@
 // the test's own SSDP peer counts the searches that go out.
 #include "SsdpPeer.h"
 #include "common/LogWatch.h"
+#include "common/QtPrinters.h"
 #include "common/Wait.h"
 #include "discovery/Coordinator.h"
 #include "discovery/SonosDiscovery.h"
@@ -11,6 +12,8 @@
 #include "emulator/Emulator.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 using namespace std::chrono_literals;
 using testing_support::await;
@@ -207,6 +210,38 @@ TEST_F(HouseholdDiscovery, AZoneScanIsOneSweepOfTheVisibleZonesWithWhatTheyPlay)
         resultOf(ZoneTopology::states({discovered[4], discovered[1], discovered[0]}));
     EXPECT_EQ(states, expected);
     EXPECT_EQ(ZoneTopology::playingOverOptical(states), "Living Room");
+}
+
+// Households of a few dozen players refuse GetZoneGroupState, yet every player sends its group
+// state to a subscriber of its topology events. Here every player refuses, and the right-hand
+// player of the Loft pair comes first by address, so a guess by room names alone would keep
+// the wrong one and would know no groups.
+TEST(LargeHousehold, ARefusedTopologyIsReadFromThePlayersEvents)
+{
+    emulator::EmulatorThread players;
+    const auto error = players.start(EMULATOR_HOUSEHOLDS "/household-40.json", 1400, true);
+    ASSERT_FALSE(error) << error->toStdString();
+    LogWatch log;
+    SonosDiscovery::Coordinator coordinator;
+    const QList<SonosDevice> found = resultOf(coordinator.zones(window));
+    ASSERT_EQ(found.size(), 40);
+    const QList<SonosDevice> zones = resultOf(ZoneTopology::visible(found));
+    const auto at = [&zones](const QString& host) {
+        const auto found = std::find_if(zones.begin(), zones.end(),
+                                        [&](const SonosDevice& zone) { return zone.host == host; });
+        return found == zones.end() ? std::optional<SonosDevice>() : *found;
+    };
+
+    EXPECT_EQ(zones.size(), 29) << log.lines().join('\n').toStdString();
+    EXPECT_TRUE(at("127.0.0.48"));
+    EXPECT_FALSE(at("127.0.0.47"));
+    EXPECT_TRUE(log.lines().filter("no zone answered GetZoneGroupState").isEmpty());
+
+    // The dining room plays in the kitchen's group.
+    ASSERT_TRUE(at("127.0.0.22"));
+    const auto target = resultOf(ZoneTopology::group(*at("127.0.0.22"), zones));
+    EXPECT_EQ(target.target.host, "127.0.0.21");
+    EXPECT_TRUE(target.grouped);
 }
 
 } // namespace
