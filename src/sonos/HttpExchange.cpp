@@ -22,15 +22,24 @@ HttpExchange::Result ended(Kind kind, QAbstractSocket::SocketError error = {}, Q
     return result;
 }
 
-HttpExchange::Result answer(int status, QByteArray body)
+HttpExchange::Result answer(const HttpResponseParser& parser)
 {
     HttpExchange::Result result = ended(Kind::answered);
-    result.status = status;
-    result.body = std::move(body);
+    result.status = parser.status();
+    result.body = parser.body();
+    result.fields = parser.fields();
     return result;
 }
 
 } // namespace
+
+QByteArray HttpExchange::Result::field(QByteArrayView name) const
+{
+    for (const auto& [fieldName, value] : fields)
+        if (QByteArrayView(fieldName).compare(name, Qt::CaseInsensitive) == 0)
+            return value;
+    return {};
+}
 
 void HttpExchange::start(const QUrl& url, QByteArray request, Limits limits,
                          std::function<void(const Result&)> done)
@@ -122,7 +131,7 @@ void HttpExchange::settleFromParser()
     case HttpResponseParser::State::body:
         return;
     case HttpResponseParser::State::done:
-        return finish(answer(m_parser.status(), m_parser.body()), m_parser.connectionReusable());
+        return finish(answer(m_parser), m_parser.connectionReusable());
     case HttpResponseParser::State::notHttp:
         return finish(ended(Kind::notHttp));
     case HttpResponseParser::State::headTooLarge:

@@ -4,12 +4,14 @@
 
 #include <QAbstractSocket>
 #include <QByteArray>
+#include <QList>
 #include <QObject>
 #include <QTimer>
 #include <QUrl>
 
 #include <chrono>
 #include <functional>
+#include <utility>
 
 class QTcpSocket;
 
@@ -33,6 +35,9 @@ public:
         Kind kind = Kind::notHttp;
         int status = -1;
         QByteArray body;
+        // The answer's header fields as sent; `field` finds one by name, in any case.
+        QList<std::pair<QByteArray, QByteArray>> fields;
+        QByteArray field(QByteArrayView name) const;
         QAbstractSocket::SocketError socketError = QAbstractSocket::UnknownSocketError;
         QString errorText;
     };

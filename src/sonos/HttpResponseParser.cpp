@@ -141,12 +141,14 @@ bool HttpResponseParser::parseHead(QByteArrayView head)
 
     qint64 length = -1;
     bool transferCoded = false;
+    m_fields.clear();
     for (const QByteArrayView line : lines) {
         const qsizetype colon = line.indexOf(':');
         if (colon <= 0)
             continue;
         const QByteArrayView name = line.first(colon).trimmed();
         const QByteArray value = line.sliced(colon + 1).trimmed().toByteArray();
+        m_fields.append({name.toByteArray(), value});
         if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
             // Two different lengths, or one that is not a number, leave the end unknown.
             const bool number = isDigits(value) && value.size() <= 18;

@@ -2,6 +2,9 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QList>
+
+#include <utility>
 
 // One HTTP/1.x answer read from the bytes a connection delivers, however they are sliced.
 // Both halves are capped: the header section (status line, fields and the empty line that
@@ -36,6 +39,8 @@ public:
     bool sawBytes() const { return m_sawBytes; }
     int status() const { return m_status; }
     const QByteArray& body() const { return m_body; }
+    // The header fields of the answer, names and values as sent, in order.
+    const QList<std::pair<QByteArray, QByteArray>>& fields() const { return m_fields; }
     // Whether the connection may carry another request: a complete HTTP/1.1 answer of known
     // length that did not ask for the close, with nothing after it.
     bool connectionReusable() const;
@@ -71,4 +76,5 @@ private:
     QByteArray m_line;
     qsizetype m_trailerBytes = 0;
     QByteArray m_body;
+    QList<std::pair<QByteArray, QByteArray>> m_fields;
 };

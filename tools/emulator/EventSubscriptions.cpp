@@ -245,6 +245,8 @@ void EventSubscriptions::deliver(EventMessage message, QList<QUrl> callbacks)
     });
     connect(socket, &QTcpSocket::errorOccurred, this, [finish]() mutable { finish(); });
     QTimer::singleShot(kDeliveryTimeout, socket, [finish]() mutable { finish(); });
+    // A player sends from its own address, as the subscriber expects it to.
+    socket->bind(QHostAddress(message.host));
     socket->connectToHost(to.host(), quint16(to.port(80)));
 }
 
