@@ -1,6 +1,7 @@
 #include "discovery/ZoneTopology.h"
 
 #include "discovery/SonosDiscovery.h"
+#include "sonos/EventSubscription.h"
 #include "support/LockedBox.h"
 #include "support/Log.h"
 #include "support/ReadyFuture.h"
@@ -66,6 +67,36 @@ void giveUp(const std::shared_ptr<Asking>& asking)
                   .arg(leaders.size())
                   .arg(asking->devices.size()));
     asking->settle(leaders);
+}
+
+// Players of large households refuse GetZoneGroupState, yet send the same group state to
+// a subscriber of their topology events, in the first event. The wait for it is short, so
+// that the topology as a whole still settles within its deadline; and once no event came
+// from a household (a firewall in the way), its players are not asked that way again for a
+// while, so a refusing household costs one wait, not one per question.
+constexpr std::chrono::milliseconds kEventWait{1500};
+constexpr std::chrono::minutes kEventsRestAfterSilence{5};
+LockedBox<QHash<QString, std::chrono::steady_clock::time_point>> eventsSilentSince;
+
+QFuture<std::optional<QString>> groupStateFromEvent(const SonosDevice& device)
+{
+    const auto silent = eventsSilentSince.get().value(device.household);
+    if (silent != std::chrono::steady_clock::time_point() &&
+        std::chrono::steady_clock::now() - silent < kEventsRestAfterSilence)
+        return readyFuture(std::optional<QString>());
+    return firstEventProperty(device, QStringLiteral("/ZoneGroupTopology/Event"),
+                              QStringLiteral("ZoneGroupState"), kEventWait)
+        .then([device](const std::optional<QString>& state) {
+            eventsSilentSince.with([&](auto& silence) {
+                if (state)
+                    silence.remove(device.household);
+                else
+                    silence.insert(device.household, std::chrono::steady_clock::now());
+            });
+            if (state)
+                Log::info(QStringLiteral("topology: read from the event of ") + device.name);
+            return state;
+        });
 }
 
 QString hiddenLine(const QList<SonosDevice>& removed)
@@ -208,22 +239,24 @@ QFuture<QList<SonosDevice>> visibleInHousehold(const QList<SonosDevice>& devices
 
 QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from)
 {
-    const QString name = from.name;
-    const auto unreachable = [name](const SpeakerError& error) {
+    const SonosDevice device = from;
+    const auto unreachable = [name = from.name](const SpeakerError& error) {
         Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" unreachable (") +
                   describe(error) + u')');
         return std::optional<QString>();
     };
-    return from.zoneGroupState().then([name, unreachable](const SonosResult<QString>& answer) {
-        if (answer)
-            return std::optional<QString>(*answer);
-        const auto* refused = std::get_if<SonosError>(&answer.error());
-        if (!refused || refused->kind != SonosError::Kind::Http || refused->status <= 0)
-            return unreachable(answer.error());
-        Log::info(QStringLiteral("topology: ") + name + QStringLiteral(" answered ") +
-                  QString::number(refused->status));
-        return std::optional<QString>();
-    });
+    return from.zoneGroupState()
+        .then([device, unreachable](const SonosResult<QString>& answer) {
+            if (answer)
+                return readyFuture(std::optional<QString>(*answer));
+            const auto* refused = std::get_if<SonosError>(&answer.error());
+            if (!refused || refused->kind != SonosError::Kind::Http || refused->status <= 0)
+                return readyFuture(unreachable(answer.error()));
+            Log::info(QStringLiteral("topology: ") + device.name + QStringLiteral(" answered ") +
+                      QString::number(refused->status));
+            return groupStateFromEvent(device);
+        })
+        .unwrap();
 }
 
 QFuture<QList<SonosDevice>> visible(const QList<SonosDevice>& devices)

@@ -122,7 +122,7 @@ TEST_F(HouseholdDiscovery, TheNextPlayerAnswersWhenTheFirstFaults)
     emulator::Fault fault;
     fault.kind = emulator::Fault::Kind::Status;
     fault.status = 500;
-    fault.only = "GetZoneGroupState";
+    fault.only = "/ZoneGroupTopology"; // the group state and its events alike
     players->setFault("127.0.0.14", fault);
     LogWatch log;
     const auto visible = resultOf(ZoneTopology::visible(discovered));
@@ -150,8 +150,11 @@ TEST_F(HouseholdDiscovery, WithoutAnAnswerEachRoomIsListedOnceByItsLeader)
     fault.kind = emulator::Fault::Kind::Status;
     fault.status = 503;
     players->setFault("127.0.0.15", fault);
+    // Refused, and no topology events either.
+    fault.status = 500;
+    fault.only = "/ZoneGroupTopology";
     for (const char* host : {"127.0.0.11", "127.0.0.12", "127.0.0.13", "127.0.0.17"})
-        players->setQuirks(host, {.refusesTopology = true});
+        players->setFault(host, fault);
     LogWatch log;
     const QList<SonosDevice> backwards(discovered.rbegin(), discovered.rend());
     EXPECT_EQ(resultOf(ZoneTopology::visible(backwards)),

@@ -345,12 +345,15 @@ TEST_F(ControllerTest, ARememberedAddressConnectsWithoutASweepUnlessNowInAnother
 }
 
 // An address remembered from the sub (as a run without the topology once learned it) is not
-// used; with the topology refused everywhere the soundbar still wins over its sub.
+// used; with the topology refused everywhere, its events too, the soundbar still wins over
+// its sub.
 TEST_F(ControllerTest, TheKeysDriveTheRoomsLeaderNeverItsSub)
 {
     EXPECT_EQ(connected("Living Room", livingRoomSub).device()->host, livingRoom);
     for (const QString& host : allHosts)
-        (*players)->setQuirks(host, {.refusesTopology = true});
+        (*players)->setFault(
+            host,
+            {.kind = emulator::Fault::Kind::Status, .status = 500, .only = "/ZoneGroupTopology"});
     speaker.reset();
     discovery = std::make_unique<SonosDiscovery::Coordinator>();
     EXPECT_EQ(connected("Living Room", livingRoomSub).device()->host, livingRoom);
