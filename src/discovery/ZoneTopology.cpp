@@ -76,25 +76,49 @@ void giveUp(const std::shared_ptr<Asking>& asking)
 // while, so a refusing household costs one wait, not one per question.
 constexpr std::chrono::milliseconds kEventWait{1500};
 constexpr std::chrono::minutes kEventsRestAfterSilence{5};
-LockedBox<QHash<QString, std::chrono::steady_clock::time_point>> eventsSilentSince;
 
-QFuture<std::optional<QString>> groupStateFromEvent(const SonosDevice& device)
+struct EventReading {
+    QHash<QString, std::chrono::steady_clock::time_point> silentSince; // by household
+    QSet<QString> reading; // households read by event, said once in the log
+};
+LockedBox<EventReading> eventReading;
+
+// The group state from the topology event of `device`, which refused it with `status`.
+QFuture<std::optional<QString>> groupStateFromEvent(const SonosDevice& device, int status)
 {
-    const auto silent = eventsSilentSince.get().value(device.household);
-    if (silent != std::chrono::steady_clock::time_point() &&
-        std::chrono::steady_clock::now() - silent < kEventsRestAfterSilence)
-        return readyFuture(std::optional<QString>());
+    const auto refused = [device, status] {
+        Log::info(QStringLiteral("topology: ") + device.name + QStringLiteral(" answered ") +
+                  QString::number(status));
+        return std::optional<QString>();
+    };
+    const auto now = std::chrono::steady_clock::now();
+    const bool resting = eventReading.with([&](EventReading& r) {
+        const auto silent = r.silentSince.find(device.household);
+        return silent != r.silentSince.end() && now - *silent < kEventsRestAfterSilence;
+    });
+    if (resting)
+        return readyFuture(refused());
     return firstEventProperty(device, QStringLiteral("/ZoneGroupTopology/Event"),
                               QStringLiteral("ZoneGroupState"), kEventWait)
-        .then([device](const std::optional<QString>& state) {
-            eventsSilentSince.with([&](auto& silence) {
-                if (state)
-                    silence.remove(device.household);
-                else
-                    silence.insert(device.household, std::chrono::steady_clock::now());
+        .then([device, refused](const std::optional<QString>& state) {
+            const bool first = eventReading.with([&](EventReading& r) {
+                if (!state) {
+                    r.silentSince.insert(device.household, std::chrono::steady_clock::now());
+                    r.reading.remove(device.household);
+                    return false;
+                }
+                r.silentSince.remove(device.household);
+                if (r.reading.contains(device.household))
+                    return false;
+                r.reading.insert(device.household);
+                return true;
             });
-            if (state)
-                Log::info(QStringLiteral("topology: read from the event of ") + device.name);
+            if (!state)
+                return refused();
+            if (first)
+                Log::info(QStringLiteral("topology: ") + device.name +
+                          QStringLiteral(" refuses GetZoneGroupState; reading the household's "
+                                         "group state from its topology events"));
             return state;
         });
 }
@@ -252,9 +276,7 @@ QFuture<std::optional<QString>> zoneGroupState(const SonosDevice& from)
             const auto* refused = std::get_if<SonosError>(&answer.error());
             if (!refused || refused->kind != SonosError::Kind::Http || refused->status <= 0)
                 return readyFuture(unreachable(answer.error()));
-            Log::info(QStringLiteral("topology: ") + device.name + QStringLiteral(" answered ") +
-                      QString::number(refused->status));
-            return groupStateFromEvent(device);
+            return groupStateFromEvent(device, refused->status);
         })
         .unwrap();
 }
