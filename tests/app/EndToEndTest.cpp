@@ -309,6 +309,12 @@ TEST_F(EndToEnd, AChangeMadeElsewhereShowsInThePanelBeforeTheNextCheck)
         10s))
         << app->describe();
     EXPECT_EQ(sent("GetVolume", "Channel"), QStringList()) << "the check came first";
+    // Quitting tells the player the subscriptions end.
+    EXPECT_EQ(app->stop(), 0);
+    const QList<emulator::Request> requests = m_household->requests(livingRoom);
+    EXPECT_EQ(std::count_if(requests.cbegin(), requests.cend(),
+                            [](const emulator::Request& r) { return r.method == "UNSUBSCRIBE"; }),
+              3);
 }
 
 TEST_F(EndToEnd, TheMenuOpensTheReportWindowAndSaysWhenDiagnosticsAreCopied)
