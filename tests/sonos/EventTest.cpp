@@ -9,10 +9,12 @@
 #include "sonos/Tags.h"
 
 #include <QTcpSocket>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 
 using namespace speaker_testing;
@@ -132,6 +134,30 @@ TEST_F(EventTest, FirstEventPropertyAnswersTheEscapedTextAndUnsubscribes)
 }
 
 } // namespace
+
+// The discovery may ask from a thread of its own: the answer comes on that thread.
+TEST_F(EventTest, FirstEventPropertyAnswersOnTheThreadThatAsked)
+{
+    QThread worker;
+    QObject context;
+    context.moveToThread(&worker);
+    worker.start();
+    std::atomic<QThread*> answeredOn = nullptr;
+    std::atomic<bool> answered = false;
+    QMetaObject::invokeMethod(&context, [&] {
+        firstEventProperty(device(), renderingEvents, QStringLiteral("LastChange"), 5s)
+            .then([&](const std::optional<QString>& text) {
+                answeredOn = QThread::currentThread();
+                answered = text.has_value();
+            });
+    });
+    EXPECT_TRUE(spinUntil([&] { return answeredOn != nullptr; }));
+    EXPECT_TRUE(answered);
+    EXPECT_EQ(answeredOn, &worker);
+    EXPECT_TRUE(spinUntil([] { return methods().size() == 2; }));
+    worker.quit();
+    worker.wait();
+}
 
 TEST_F(EventTest, AChangeArrivesAndTheSubscriptionIsRenewedByItsSid)
 {
