@@ -107,6 +107,11 @@ int main(int argc, char** argv)
           "Connection: close\r\n\r\nbody");
     write(out + "/http_response", QStringLiteral("until-close"),
           "\x81HTTP/1.0 500 Internal Server Error\nContent-Type: text/xml\n\n<a/>");
+    write(out + "/event_request", QStringLiteral("notify"),
+          "\x07NOTIFY /events HTTP/1.1\r\nHOST: 127.0.0.1:40123\r\nNT: upnp:event\r\n"
+          "NTS: upnp:propchange\r\nSID: uuid:RINCON_38420B91A2C401400_sub0000000001\r\n"
+          "SEQ: 0\r\nContent-Length: 85\r\n\r\n<e:propertyset><e:property><GroupVolume>20"
+          "</GroupVolume></e:property></e:propertyset>");
     Settings settings;
     settings.speaker = QStringLiteral("Living Room");
     settings.triggerOutput = QStringLiteral("Built-in Audio Digital Stereo (IEC958)");

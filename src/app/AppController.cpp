@@ -23,6 +23,7 @@
 #include "keys/KeyCapture.h"
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
+#include "speaker/SpeakerEvents.h"
 #include "support/Log.h"
 #include "support/MacModel.h"
 #include "support/PlatformWords.h"
@@ -38,6 +39,7 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QEventLoop>
 #include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTimer>
@@ -78,6 +80,7 @@ AppController::AppController(Options options, QObject* parent)
     m_settings = loaded.settings;
     m_speaker = std::make_unique<SpeakerController>(m_settings.speaker);
     m_speaker->setKnownHost(m_settings.lastKnownHost);
+    m_events = std::make_unique<SpeakerEvents>(*m_speaker);
     m_startUp = std::make_unique<StartUp>(m_settings, *m_audio, *m_speaker, loaded.isFirstRun);
     m_requests = std::make_unique<PanelRequests>(
         PanelRequests::State{m_settings, m_mirror, m_mirrorGeneration}, *m_speaker, *m_media);
@@ -103,8 +106,20 @@ AppController::AppController(Options options, QObject* parent)
     connect(m_choices.get(), &SpeakerChoices::refreshed, m_publisher.get(),
             &StatusPublisher::request);
 
-    connect(m_networkWatch.get(), &NetworkWatch::changed, this,
-            [this] { m_speaker->reconnectNow(QStringLiteral("network changed")); });
+    connect(m_networkWatch.get(), &NetworkWatch::changed, this, [this] {
+        m_speaker->reconnectNow(QStringLiteral("network changed"));
+        m_events->resubscribe(QStringLiteral("network changed"));
+    });
+    connect(m_events.get(), &SpeakerEvents::playbackChanged, m_publisher.get(),
+            &StatusPublisher::request);
+    // The players are told the subscriptions end; the loop has stopped, so it turns a
+    // moment longer for their answers.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] {
+        QEventLoop told;
+        m_events->stop().then(&told, [&told] { told.quit(); });
+        QTimer::singleShot(500, &told, &QEventLoop::quit);
+        told.exec();
+    });
     // Answers come back inside the speaker controller's own work: the refresh follows it,
     // and it began now, so a key pressed in between keeps the mirror's value.
     connect(m_speaker.get(), &SpeakerController::changed, this, [this] {
@@ -153,8 +168,10 @@ void AppController::applicationDidFinishLaunching(SingleInstance* instance)
                 &AppController::applicationShouldHandleReopen);
 
     m_sleepWatch = std::make_unique<SleepWatch>();
-    connect(m_sleepWatch.get(), &SleepWatch::woke, this,
-            [this] { m_speaker->reconnectNow(QStringLiteral("woke from sleep")); });
+    connect(m_sleepWatch.get(), &SleepWatch::woke, this, [this] {
+        m_speaker->reconnectNow(QStringLiteral("woke from sleep"));
+        m_events->resubscribe(QStringLiteral("woke from sleep"));
+    });
     m_networkWatch->start();
     scheduleDemonstrations();
 

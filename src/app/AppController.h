@@ -40,6 +40,7 @@ class Appearance;
 class ColorScheme;
 class MenuBarPanel;
 class SpeakerController;
+class SpeakerEvents;
 class StartUp;
 class Uninstaller;
 class Updates;
@@ -118,6 +119,8 @@ private:
     Settings m_settings;
     std::shared_ptr<AudioDevice> m_audio;
     std::unique_ptr<SpeakerController> m_speaker;
+    // Follows the speaker's own reports of changes; goes before the controller it feeds.
+    std::unique_ptr<SpeakerEvents> m_events;
     std::unique_ptr<MediaSource> m_media;
     std::unique_ptr<SettingsSaver> m_saver;
     std::unique_ptr<StartUp> m_startUp;

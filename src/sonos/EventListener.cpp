@@ -37,6 +37,18 @@ void logRefusal(const QHostAddress& peer, const QString& why)
     Log::info(QStringLiteral("Event from %1 refused: %2").arg(peer.toString(), why));
 }
 
+// Whether the body ends a property set: "</e:propertyset>", whatever the prefix. A body cut
+// short or of another kind is no event message.
+bool endsPropertySet(const QByteArray& body)
+{
+    const QByteArray trimmed = body.trimmed();
+    const qsizetype close = trimmed.lastIndexOf("</");
+    if (close < 0 || !trimmed.endsWith("propertyset>"))
+        return false;
+    const QByteArray prefix = trimmed.mid(close + 2, trimmed.size() - close - 2 - 12);
+    return prefix.isEmpty() || (prefix.endsWith(':') && !prefix.contains('>'));
+}
+
 bool samePeer(const QHostAddress& peer, const QString& host)
 {
     return peer.isEqual(QHostAddress(host), QHostAddress::ConvertV4MappedToIPv4);
@@ -210,7 +222,7 @@ int EventListener::take(const EventRequestParser& request, const QHostAddress& p
         logRefusal(peer, QStringLiteral("not a property change"));
         return 412;
     }
-    if (!request.body().contains("propertyset>")) {
+    if (!endsPropertySet(request.body())) {
         logRefusal(peer, QStringLiteral("no property set in the body"));
         return 400;
     }

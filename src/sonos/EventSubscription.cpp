@@ -18,7 +18,7 @@ constexpr HttpExchange::Limits limits{5000ms, 15000ms, 64 * 1024};
 // "Second-1800" → 1800; nothing for "infinite" or anything that is not a number of seconds.
 std::optional<int> grantedSeconds(const QByteArray& timeout)
 {
-    if (!timeout.startsWith("Second-"))
+    if (!timeout.toLower().startsWith("second-"))
         return std::nullopt;
     bool ok = false;
     const int seconds = timeout.mid(7).toInt(&ok);
@@ -59,13 +59,13 @@ void EventSubscription::start()
     subscribe();
 }
 
-void EventSubscription::stop()
+QFuture<void> EventSubscription::stop()
 {
     ++m_attempt;
     m_renewal.stop();
-    if (!m_sid.isEmpty())
-        unsubscribeFrom(m_sid);
+    QFuture<void> told = m_sid.isEmpty() ? QtFuture::makeReadyFuture() : unsubscribeFrom(m_sid);
     forget();
+    return told;
 }
 
 void EventSubscription::forget()
@@ -149,11 +149,14 @@ void EventSubscription::renew()
         });
 }
 
-void EventSubscription::unsubscribeFrom(const QString& sid)
+QFuture<void> EventSubscription::unsubscribeFrom(const QString& sid)
 {
+    auto told = std::make_shared<QPromise<void>>();
+    told->start();
     HttpExchange::start(QUrl(QStringLiteral("http://%1:1400%2").arg(m_player.host, m_path)),
                         request("UNSUBSCRIBE", "SID: " + sid.toUtf8() + "\r\n"), limits,
-                        [](const HttpExchange::Result&) {});
+                        [told](const HttpExchange::Result&) { told->finish(); });
+    return told->future();
 }
 
 void EventSubscription::receive(const QString& sid, quint32 seq, const QByteArray& body)

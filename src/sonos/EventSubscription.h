@@ -30,10 +30,12 @@ public:
 
     // Subscribes, or subscribes afresh when already subscribed.
     void start();
-    // Unsubscribes; no more messages until the next start.
-    void stop();
+    // Unsubscribes; no more messages until the next start. Finishes once the player
+    // answered the UNSUBSCRIBE, or at once when there was nothing to end.
+    QFuture<void> stop();
 
     bool isSubscribed() const { return !m_sid.isEmpty(); }
+    const QString& sid() const { return m_sid; }
     const SonosDevice& player() const { return m_player; }
     const QString& eventPath() const { return m_path; }
 
@@ -47,7 +49,7 @@ signals:
 private:
     void subscribe();
     void renew();
-    void unsubscribeFrom(const QString& sid);
+    QFuture<void> unsubscribeFrom(const QString& sid);
     void subscribed(const QString& sid, int seconds);
     void receive(const QString& sid, quint32 seq, const QByteArray& body);
     void fail(const QString& why);

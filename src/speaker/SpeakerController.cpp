@@ -16,6 +16,9 @@ namespace {
 // one snapshot of the members' ratios.
 constexpr qint64 kGroupBurstGapMs = 2000;
 
+// How long the player's report of a volume sent from here may take to come back.
+constexpr qint64 kEchoMs = 2000;
+
 // The room named `name` among one sweep's rooms. Two households on one network may both
 // have it: then only the one of `household` (the chosen speaker's, where known) counts.
 std::optional<SonosDevice> roomNamed(const QList<SonosDevice>& rooms, const QString& name,
@@ -124,6 +127,12 @@ void SpeakerController::drain()
 
 void SpeakerController::send(const Change& change, std::function<void()> done)
 {
+    if (change.kind == Change::Kind::Volume) {
+        m_sentVolumes.removeIf([](const auto& sent) { return sent.second.hasExpired(kEchoMs); });
+        QElapsedTimer sentAt;
+        sentAt.start();
+        m_sentVolumes.append({change.volume, sentAt});
+    }
     if (!m_coordinator || m_groupRefused) {
         sendToDevice(change, std::move(done));
         return;
@@ -330,10 +339,13 @@ void SpeakerController::refreshCoordinator(const std::optional<QList<SonosDevice
     auto apply = [this, device, done](const ZoneTopology::GroupTarget& g) {
         if (m_device == device) {
             m_groupRefused = false;
+            const std::optional<SonosDevice> before = m_coordinator;
             if (g.grouped)
                 m_coordinator = g.target;
             else
                 m_coordinator.reset();
+            if (m_coordinator != before)
+                notify();
         }
         done();
     };
@@ -387,6 +399,26 @@ void SpeakerController::adopt(const Levels& levels, bool fromElsewhere)
     m_cachedMuted = levels.muted;
     if (fromElsewhere && moved)
         Log::info("speaker moved externally to " + withMute(m_cachedVolume, m_cachedMuted));
+}
+
+void SpeakerController::follow(int volume, bool muted)
+{
+    if (!m_device || m_draining || m_pendingVolume || m_pendingMute)
+        return;
+    const bool echo = std::any_of(m_sentVolumes.cbegin(), m_sentVolumes.cend(), [&](const auto& s) {
+        return s.first == volume && !s.second.hasExpired(kEchoMs);
+    });
+    if (echo && volume != m_cachedVolume)
+        return;
+    const Snapshot before = snapshot();
+    adopt({volume, muted}, true);
+    if (snapshot() != before)
+        notify();
+}
+
+void SpeakerController::lookAtGroupAgain()
+{
+    refreshCoordinator(std::nullopt, [] {});
 }
 
 void SpeakerController::resync(std::function<void()> done)

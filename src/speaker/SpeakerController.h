@@ -5,11 +5,13 @@
 #include "speaker/SpeakerProblem.h"
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QObject>
 #include <QTimer>
 
 #include <functional>
 #include <optional>
+#include <utility>
 
 namespace SonosDiscovery {
 class Coordinator;
@@ -55,6 +57,15 @@ public:
     QString speakerName() const { return m_wantedName; }
     bool isGrouped() const { return m_coordinator.has_value(); }
     std::optional<SonosDevice> device() const { return m_device; }
+    // The group's coordinator, where the levels live while the player is grouped.
+    std::optional<SonosDevice> coordinator() const { return m_coordinator; }
+
+    // Levels the speaker reported on its own (an event message): taken as a change made
+    // elsewhere, unless a local change is on its way or the levels are the echo of one sent
+    // moments ago, which a newer one has overtaken.
+    void follow(int volume, bool muted);
+    // The household's grouping changed: where the levels live is looked at again.
+    void lookAtGroupAgain();
 
     // The address at which the chosen speaker last answered; tried first on connecting.
     QString knownHost() const { return m_knownHost; }
@@ -132,6 +143,8 @@ private:
     // changes go straight to the player instead of failing at the group first.
     bool m_groupRefused = false;
     QElapsedTimer m_sinceGroupVolume; // since the last group volume change was sent
+    // The volumes sent lately, with when, so that their echoes are known for what they are.
+    QList<std::pair<int, QElapsedTimer>> m_sentVolumes;
 
     bool m_everConnected = false;
     bool m_supervising = false;

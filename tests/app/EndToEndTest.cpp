@@ -287,6 +287,36 @@ bool chooseFromTrayMenu(const QStringList& keys)
 }
 
 // The report window and the diagnostics alerts, reached from the menu as a user does.
+// A change made on the speaker itself (the household's own app) shows in the open panel
+// through the speaker's event message, before the program's next check of the speaker.
+TEST_F(EndToEnd, AChangeMadeElsewhereShowsInThePanelBeforeTheNextCheck)
+{
+    const auto app = startApp();
+    app->start();
+    ASSERT_TRUE(app->waitFor("volume keys armed")) << app->describe();
+    ASSERT_TRUE(clickTrayIcon());
+    ASSERT_TRUE(atspi({"wait", "slider", "Volume"})) << app->describe();
+    // Just after a check, the next is five seconds away.
+    m_household->clearRequests();
+    ASSERT_TRUE(spinUntil([&] { return !sent("GetVolume", "Channel").isEmpty(); }, 10s));
+    m_household->clearRequests();
+    m_household->setVolume(livingRoom, 17);
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            QString value;
+            return atspi({"value", "Volume"}, &value) && value.trimmed().toDouble() == 17;
+        },
+        10s))
+        << app->describe();
+    EXPECT_EQ(sent("GetVolume", "Channel"), QStringList()) << "the check came first";
+    // Quitting tells the player the subscriptions end.
+    EXPECT_EQ(app->stop(), 0);
+    const QList<emulator::Request> requests = m_household->requests(livingRoom);
+    EXPECT_EQ(std::count_if(requests.cbegin(), requests.cend(),
+                            [](const emulator::Request& r) { return r.method == "UNSUBSCRIBE"; }),
+              3);
+}
+
 TEST_F(EndToEnd, TheMenuOpensTheReportWindowAndSaysWhenDiagnosticsAreCopied)
 {
     const auto app = startApp();

@@ -9,9 +9,12 @@
 #include "sonos/Tags.h"
 
 #include <QTcpSocket>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
 
 using namespace speaker_testing;
@@ -66,8 +69,55 @@ protected:
         return names;
     }
 
+    // A live subscription to the living room's rendering, with what it was told.
+    struct Subscribed {
+        std::unique_ptr<EventSubscription> subscription;
+        std::shared_ptr<QList<QByteArray>> bodies = std::make_shared<QList<QByteArray>>();
+    };
+    static Subscribed subscribe(std::chrono::seconds requested = 1800s)
+    {
+        Subscribed made;
+        made.subscription =
+            std::make_unique<EventSubscription>(device(), renderingEvents, requested);
+        QObject::connect(made.subscription.get(), &EventSubscription::notified,
+                         [bodies = made.bodies](const QByteArray& body) { bodies->append(body); });
+        made.subscription->start();
+        EXPECT_TRUE(spinUntil([&] { return made.bodies->size() == 1; }));
+        return made;
+    }
+
     static inline std::unique_ptr<emulator::EmulatorThread> players;
 };
+
+// A request to this thread's callback from `from`, as raw bytes; answers the status line, or
+// what happened instead. The socket writes while the listener on this thread reads.
+QByteArray sendToCallback(const QString& from, const QByteArray& bytes)
+{
+    const std::shared_ptr<EventListener> listener = EventListener::forPlayer(arcHost);
+    const QUrl callback(listener->callbackUrl());
+    QTcpSocket socket;
+    socket.bind(QHostAddress(from));
+    socket.connectToHost(callback.host(), quint16(callback.port()));
+    socket.write(bytes);
+    QByteArray answer;
+    QObject::connect(&socket, &QTcpSocket::readyRead, [&] { answer += socket.readAll(); });
+    spinUntil(
+        [&] { return answer.contains("\r\n") || socket.state() == QTcpSocket::UnconnectedState; },
+        10s);
+    return answer.left(answer.indexOf("\r\n"));
+}
+
+QByteArray notify(const QString& sid, quint32 seq, const QByteArray& body)
+{
+    return "NOTIFY /events HTTP/1.1\r\nHOST: 127.0.0.1\r\nNT: upnp:event\r\n"
+           "NTS: upnp:propchange\r\nSID: " +
+           sid.toUtf8() + "\r\nSEQ: " + QByteArray::number(seq) +
+           "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
+
+const QByteArray propertySet =
+    "<e:propertyset xmlns:e=\"urn:schemas-upnp-org:event-1-0\"><e:property><LastChange>"
+    "&lt;Event/&gt;</LastChange></e:property></e:propertyset>";
 
 TEST_F(EventTest, FirstEventPropertyAnswersTheEscapedTextAndUnsubscribes)
 {
@@ -84,3 +134,113 @@ TEST_F(EventTest, FirstEventPropertyAnswersTheEscapedTextAndUnsubscribes)
 }
 
 } // namespace
+
+// The discovery may ask from a thread of its own: the answer comes on that thread.
+TEST_F(EventTest, FirstEventPropertyAnswersOnTheThreadThatAsked)
+{
+    QThread worker;
+    QObject context;
+    context.moveToThread(&worker);
+    worker.start();
+    std::atomic<QThread*> answeredOn = nullptr;
+    std::atomic<bool> answered = false;
+    QMetaObject::invokeMethod(&context, [&] {
+        firstEventProperty(device(), renderingEvents, QStringLiteral("LastChange"), 5s)
+            .then([&](const std::optional<QString>& text) {
+                answeredOn = QThread::currentThread();
+                answered = text.has_value();
+            });
+    });
+    EXPECT_TRUE(spinUntil([&] { return answeredOn != nullptr; }));
+    EXPECT_TRUE(answered);
+    EXPECT_EQ(answeredOn, &worker);
+    EXPECT_TRUE(spinUntil([] { return methods().size() == 2; }));
+    worker.quit();
+    worker.wait();
+}
+
+TEST_F(EventTest, AChangeArrivesAndTheSubscriptionIsRenewedByItsSid)
+{
+    const Subscribed live = subscribe(2s);
+    (*players)->setVolume(arcHost, 23);
+    ASSERT_TRUE(spinUntil([&] { return live.bodies->size() == 2; }));
+    EXPECT_TRUE(live.bodies->last().contains("Volume channel=&quot;Master&quot; val=&quot;23"));
+    // Granted two seconds, it is renewed within one and keeps its SID.
+    const QString sid = live.subscription->sid();
+    ASSERT_TRUE(spinUntil(
+        [&] {
+            const QList<emulator::Request> sent = (*players)->requests(arcHost);
+            return std::any_of(sent.cbegin(), sent.cend(), [&](const emulator::Request& r) {
+                return r.method == "SUBSCRIBE" && r.header("SID") == sid.toUtf8();
+            });
+        },
+        3s));
+    // Past the first grant, changes still come.
+    spinFor(1500ms);
+    (*players)->setVolume(arcHost, 24);
+    ASSERT_TRUE(spinUntil([&] { return live.bodies->size() == 3; }));
+    EXPECT_EQ(live.subscription->sid(), sid);
+}
+
+TEST_F(EventTest, AGapInTheSequenceSubscribesAfresh)
+{
+    const Subscribed live = subscribe();
+    const QString sid = live.subscription->sid();
+    (*players)->clearRequests();
+    EXPECT_EQ(sendToCallback(arcHost, notify(sid, 5, propertySet)), "HTTP/1.1 200 OK");
+    ASSERT_TRUE(spinUntil([&] { return live.bodies->size() == 3; }));
+    EXPECT_NE(live.subscription->sid(), sid);
+    EXPECT_EQ(methods(),
+              (QStringList{"UNSUBSCRIBE " + renderingEvents, "SUBSCRIBE " + renderingEvents}));
+}
+
+// What a player never sends is refused with one log line and reaches no subscriber.
+TEST_F(EventTest, RefusesWhatThePlayerNeverSends)
+{
+    const Subscribed live = subscribe();
+    const QString sid = live.subscription->sid();
+    const QByteArray head = "NOTIFY /events HTTP/1.1\r\nNT: upnp:event\r\n"
+                            "NTS: upnp:propchange\r\nSEQ: 1\r\nSID: " +
+                            sid.toUtf8() + "\r\n";
+    const struct {
+        QString from;
+        QByteArray bytes;
+        QByteArray status;
+    } cases[] = {
+        {QStringLiteral("127.0.0.99"), notify(sid, 1, propertySet),
+         "HTTP/1.1 412 Precondition Failed"},
+        {arcHost, notify("uuid:RINCON_unknown", 0, propertySet),
+         "HTTP/1.1 412 Precondition Failed"},
+        {arcHost, notify(sid, 1, "<e:propertyset><LastChange>&lt;Ev"), "HTTP/1.1 400 Bad Request"},
+        {arcHost, head + "Content-Length: 10485760\r\n\r\n", "HTTP/1.1 413 Content Too Large"},
+        {arcHost, head + "X: " + QByteArray(20000, 'x'), "HTTP/1.1 400 Bad Request"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bytes.left(120).toStdString());
+        const LogWatch log;
+        EXPECT_EQ(sendToCallback(c.from, c.bytes), c.status);
+        EXPECT_EQ(log.lines().size(), 1) << log.lines().join('\n').toStdString();
+    }
+    spinFor(100ms);
+    EXPECT_EQ(live.bodies->size(), 1);
+}
+
+TEST_F(EventTest, ABodyThatNeverEndsIsCutOffWhileOthersGetThrough)
+{
+    const Subscribed live = subscribe();
+    const std::shared_ptr<EventListener> listener = EventListener::forPlayer(arcHost);
+    const QUrl callback(listener->callbackUrl());
+    QTcpSocket stalled;
+    stalled.bind(QHostAddress(arcHost));
+    stalled.connectToHost(callback.host(), quint16(callback.port()));
+    stalled.write(notify(live.subscription->sid(), 1, propertySet).chopped(10));
+    ASSERT_TRUE(spinUntil([&] { return stalled.bytesToWrite() == 0; }));
+
+    (*players)->setVolume(arcHost, 31);
+    ASSERT_TRUE(spinUntil([&] { return live.bodies->size() == 2; }, 2s));
+    const LogWatch log;
+    EXPECT_TRUE(spinUntil([&] { return stalled.state() == QTcpSocket::UnconnectedState; },
+                          std::chrono::milliseconds(EventListener::wholeRequestMs) + 5s));
+    EXPECT_EQ(log.lines(), QStringList{"Event from 127.0.0.11 refused: not complete in time"});
+    EXPECT_EQ(live.bodies->size(), 2);
+}
