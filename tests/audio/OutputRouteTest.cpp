@@ -65,13 +65,22 @@ protected:
     {
         stream.kill();
         stream.waitForFinished();
-        pactl({QStringLiteral("set-default-sink"),
-               QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo")});
+        // (PipeWire's server has no such output: nothing to put back there.)
+        QProcess::execute(QStringLiteral("pactl"),
+                          {QStringLiteral("set-default-sink"),
+                           QStringLiteral("alsa_output.pci-0000_00_1f.3.analog-stereo")});
     }
 
-    void announce(const QString& instance, int port)
+    // `elsewhere`: by the other host of with-remote-receivers.
+    void announce(const QString& instance, int port, bool elsewhere = false)
     {
         auto publisher = std::make_unique<QProcess>();
+        if (elsewhere) {
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                       qEnvironmentVariable("VELOTIDE_REMOTE_BUS"));
+            publisher->setProcessEnvironment(env);
+        }
         publisher->setProcessChannelMode(QProcess::MergedChannels);
         publisher->start(QStringLiteral("avahi-publish"),
                          {QStringLiteral("-s"), instance, QStringLiteral("_raop._tcp"),
@@ -184,4 +193,23 @@ TEST_F(OutputRouteTest, WithoutRaopSinkAnOutputThatNeverShowsLeavesTheOutputAlon
     EXPECT_EQ(streamSink(), previous);
     EXPECT_EQ(log.lines().last(),
               QStringLiteral("Output did not change within 8s after choosing 'Bedroom'"));
+}
+
+// Run against PipeWire's PulseAudio service, which has no module-raop-sink: its discovery makes
+// the output for another host's receiver, and that output does not say which receiver it is.
+TEST_F(OutputRouteTest, OnPipeWireTheDiscoveredOutputOfTheReceiverTakesTheStream)
+{
+    announce(QStringLiteral("B8E9378D4E2F@Bedroom"), 7000, true);
+    QStringList asked;
+    const OutputRoute::Outcome outcome =
+        route(QStringLiteral("Bedroom"), [&](const QString& receiverID) {
+            asked.append(receiverID);
+            return readyFuture(true);
+        });
+    EXPECT_TRUE(outcome.ok);
+    EXPECT_EQ(outcome.output, QStringLiteral("Bedroom"));
+    EXPECT_EQ(asked, QStringList{QStringLiteral("B8E9378D4E2F")});
+    EXPECT_EQ(streamSink(), sinkWith(QStringLiteral("Description: Bedroom")));
+    EXPECT_EQ(log.lines().last(),
+              QStringLiteral("Routed audio to 'Bedroom' via the sound server (now 'Bedroom')"));
 }
