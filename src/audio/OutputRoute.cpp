@@ -8,6 +8,7 @@
 #include <QPromise>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
