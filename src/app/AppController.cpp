@@ -7,6 +7,7 @@
 #include "app/SnapshotBuilder.h"
 #include "app/SpeakerChoices.h"
 #include "app/StartUp.h"
+#include "audio/OutputRoute.h"
 #include "audio/PulseAudio.h"
 #include "desktop/ColorScheme.h"
 #include "desktop/DisplayOptions.h"
@@ -84,6 +85,7 @@ AppController::AppController(Options options, QObject* parent)
     m_startUp = std::make_unique<StartUp>(m_settings, *m_audio, *m_speaker, loaded.isFirstRun);
     m_requests = std::make_unique<PanelRequests>(
         PanelRequests::State{m_settings, m_mirror, m_mirrorGeneration}, *m_speaker, *m_media);
+    m_requests->setOutputRoute(new OutputRoute(*m_audio, *m_airplay, m_requests.get()));
 
     connect(m_requests.get(), &PanelRequests::settingsChanged, this, [this] {
         saveSettings();
@@ -566,6 +568,8 @@ void AppController::showSnapshot(const PanelSnapshot& snapshot)
         line += u'\n' + uiText("Could not save settings — check disk space");
     m_panel->setToolTip(QStringLiteral("Velotide\n") + line);
     PanelSnapshot shown = snapshot;
+    if (shown.warning.isEmpty())
+        shown.warning = m_requests->routeStatus();
     if (shown.connected && shown.armed && shown.warning.isEmpty())
         shown.warning = m_updateNotice;
     m_panel->apply(shown);

@@ -1,16 +1,23 @@
 #include "app/PanelRequests.h"
 
+#include "audio/OutputRoute.h"
 #include "housekeeping/LoginItem.h"
 #include "media/MediaSource.h"
 #include "speaker/SpeakerController.h"
 #include "support/Log.h"
+#include "support/ReadyFuture.h"
 #include "support/SettingsLink.h"
 #include "support/UiText.h"
 
 #include <QDesktopServices>
 #include <QProcess>
+#include <QPromise>
+#include <QTimer>
 
 namespace {
+
+// How long a receiver's check waits for the speaker controller to reach the chosen room.
+constexpr std::chrono::seconds kSpeakerWait{10};
 
 MediaSource::Command mediaCommand(PanelTransport transport)
 {
@@ -124,8 +131,59 @@ void PanelRequests::panelDidChooseSpeaker(const QString& name, Settings::Route r
     m_speaker.switchTo(name);
     // Moving the computer's audio to the receiver lands later; the choice is stored now.
     if (route == Settings::Route::Airplay)
-        emit warningRequested(uiText("Sending audio to %1\u2026").arg(name), PanelFix::none, false);
+        routeToReceiver(name);
     emit pollRequested();
+}
+
+void PanelRequests::routeToReceiver(const QString& name)
+{
+    m_routeStatus = uiText("Sending audio to %1\u2026").arg(name);
+    emit warningRequested(m_routeStatus, PanelFix::none, false);
+    if (!m_route)
+        return;
+    const quint64 started = ++m_routes;
+    // Two receivers may share the room's name; the speaker's own identity tells which one is
+    // it. Without that identity at hand there is nothing to hold a receiver to.
+    const auto isTheSpeaker = [this, name](const QString& receiverID) {
+        return speakerIdentity(name).then(this, [receiverID](const std::optional<QString>& own) {
+            return !own || *own == receiverID;
+        });
+    };
+    m_route->route(name, isTheSpeaker).then(this, [this, started](const OutputRoute::Outcome&) {
+        if (started != m_routes)
+            return;
+        m_routeStatus.clear();
+        emit pollRequested();
+    });
+}
+
+// The speaker controller may still be on its way to the room just chosen.
+QFuture<std::optional<QString>> PanelRequests::speakerIdentity(const QString& name)
+{
+    const auto identity = [this, name]() -> std::optional<std::optional<QString>> {
+        const std::optional<SonosDevice> device = m_speaker.device();
+        if (!device || device->name != name)
+            return std::nullopt;
+        return device->airplayReceiverID();
+    };
+    if (const auto known = identity())
+        return readyFuture(*known);
+    auto promise = std::make_shared<QPromise<std::optional<QString>>>();
+    promise->start();
+    auto* waiting = new QObject(this);
+    const auto answer = [promise, waiting](const std::optional<QString>& id) {
+        if (promise->future().isFinished())
+            return;
+        promise->addResult(id);
+        promise->finish();
+        waiting->deleteLater();
+    };
+    connect(&m_speaker, &SpeakerController::changed, waiting, [identity, answer] {
+        if (const auto known = identity())
+            answer(*known);
+    });
+    QTimer::singleShot(kSpeakerWait, waiting, [answer] { answer(std::nullopt); });
+    return promise->future();
 }
 
 void PanelRequests::panelDidChooseTrigger(const QString& name)

@@ -5,11 +5,13 @@
 #include "ui/panel/PanelFix.h"
 #include "ui/panel/PanelTransport.h"
 
+#include <QFuture>
 #include <QObject>
 #include <QString>
 
 class LoginItem;
 class MediaSource;
+class OutputRoute;
 class SpeakerController;
 
 // Carries out what the user asks for in the panel: against the speaker, the settings record
@@ -29,6 +31,13 @@ public:
 
     PanelRequests(State state, SpeakerController& speaker, MediaSource& media,
                   QObject* parent = nullptr);
+
+    // Where choosing the AirPlay route sends the computer's sound; without one the choice is
+    // only stored.
+    void setOutputRoute(OutputRoute* route) { m_route = route; }
+    // "Sending audio to …" while the computer's sound is on its way to a receiver, so that
+    // the panel keeps saying so; empty otherwise.
+    QString routeStatus() const { return m_routeStatus; }
 
     void panelDidRequestVolume(int volume);
     void panelDidToggleNight();
@@ -56,8 +65,15 @@ signals:
 
 private:
     void toggleEq(const QString& what, bool speech);
+    void routeToReceiver(const QString& name);
+    // The AirPlay identity of the speaker named `name`, once the controller is connected to
+    // it; nothing when it has none or is not reached in time.
+    QFuture<std::optional<QString>> speakerIdentity(const QString& name);
 
     State m_state;
     SpeakerController& m_speaker;
     MediaSource& m_media;
+    OutputRoute* m_route = nullptr;
+    QString m_routeStatus;
+    quint64 m_routes = 0; // counts routes started, so that only the last one clears the status
 };

@@ -24,6 +24,9 @@ public:
         quint32 id = 0;
         QString name;
         QString transport;
+        // For an AirPlay output: the receiver it plays to, "ADDRESS:PORT" (an IPv6 address
+        // without brackets), which tells apart two receivers of one name. Empty otherwise.
+        QString receiver;
 
         bool operator==(const Output&) const = default;
     };
@@ -33,8 +36,9 @@ public:
         bool connected = false;
         QList<Output> outputs; // in the server's order
         std::optional<QString> defaultOutputName;
-        QStringList processesOutputting;     // without duplicates, in the server's order
-        QList<quint32> processIdsOutputting; // the same streams' process ids, without duplicates
+        std::optional<quint32> defaultOutputId; // tells apart outputs that share a name
+        QStringList processesOutputting;        // without duplicates, in the server's order
+        QList<quint32> processIdsOutputting;    // the same streams' process ids, without duplicates
         QString soundServer; // "PulseAudio 16.1" or "PipeWire 0.3.65"; empty when unknown
 
         bool operator==(const State&) const = default;
@@ -54,6 +58,16 @@ public:
     // first where it needs one. Answers true once the server has accepted the change, false
     // when no output has the name or the server refused.
     virtual QFuture<bool> setDefaultOutput(const QString& name) = 0;
+    // The same for the output with that identifier, which must be a live one.
+    virtual QFuture<bool> setDefaultOutput(quint32 id) = 0;
+    // Moves every stream that is playing (not paused) to the output with that identifier.
+    // Answers true when the server moved them all (also when none plays).
+    virtual QFuture<bool> moveStreams(quint32 outputId) = 0;
+    // Loads a module of the sound server ("module-raop-sink", "server=[10.0.0.5]:7000 ...")
+    // and answers its index, or nothing when the server refused it or is not reachable.
+    virtual QFuture<std::optional<quint32>> loadModule(const QString& name,
+                                                       const QString& arguments) = 0;
+    virtual QFuture<bool> unloadModule(quint32 module) = 0;
 
     // The guess behind detectTriggerOutput(): the default output when it is S/PDIF or USB
     // (so someone already playing through a USB interface keeps it), else the first

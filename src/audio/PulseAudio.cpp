@@ -36,6 +36,17 @@ SinkFacts factsOf(const pa_sink_info& info)
     return facts;
 }
 
+// PulseAudio's RAOP sink names its receiver "[10.0.0.5]:7000" in device.string; PipeWire's
+// gives the address and the port apart.
+QString receiverOf(const pa_sink_info& info)
+{
+    const QString address = propertyOf(info.proplist, "raop.ip");
+    if (!address.isEmpty())
+        return address + u':' + propertyOf(info.proplist, "raop.port");
+    QString server = propertyOf(info.proplist, PA_PROP_DEVICE_STRING);
+    return server.remove(u'[').remove(u']');
+}
+
 // A stream is known by the application's identifier, else by the program's file name.
 QString applicationOf(const pa_sink_input_info& info)
 {
@@ -176,6 +187,148 @@ void PulseAudio::defaultWhenShown(PendingSwitch* pending, bool confirmed)
     pending->card.reset();
     if (!makeDefault(shown->second.serverName, pending))
         finishSwitch(pending, false);
+}
+
+QFuture<bool> PulseAudio::setDefaultOutput(quint32 id)
+{
+    auto promise = std::make_shared<QPromise<bool>>();
+    promise->start();
+    request(
+        [promise](bool ok, quint32) {
+            promise->addResult(ok);
+            promise->finish();
+        },
+        [this, id](Request* r) {
+            const auto sink = m_sinks.find(id);
+            pa_operation* operation =
+                sink == m_sinks.end()
+                    ? nullptr
+                    : pa_context_set_default_sink(m_context, sink->second.serverName.constData(),
+                                                  successCallback, r);
+            r->ok = operation != nullptr;
+            if (!operation)
+                return 0;
+            pa_operation_unref(operation);
+            return 1;
+        });
+    return promise->future();
+}
+
+QFuture<bool> PulseAudio::moveStreams(quint32 outputId)
+{
+    auto promise = std::make_shared<QPromise<bool>>();
+    promise->start();
+    request(
+        [promise](bool ok, quint32) {
+            promise->addResult(ok);
+            promise->finish();
+        },
+        [this, outputId](Request* r) {
+            int begun = 0;
+            for (const auto& [index, stream] : m_streams) {
+                if (stream.corked)
+                    continue;
+                pa_operation* operation = pa_context_move_sink_input_by_index(
+                    m_context, index, outputId, successCallback, r);
+                if (!operation) {
+                    r->ok = false;
+                    continue;
+                }
+                pa_operation_unref(operation);
+                ++begun;
+            }
+            return begun;
+        });
+    return promise->future();
+}
+
+QFuture<std::optional<quint32>> PulseAudio::loadModule(const QString& name,
+                                                       const QString& arguments)
+{
+    auto promise = std::make_shared<QPromise<std::optional<quint32>>>();
+    promise->start();
+    request(
+        [promise](bool ok, quint32 index) {
+            promise->addResult(ok ? std::optional<quint32>(index) : std::nullopt);
+            promise->finish();
+        },
+        [this, name = name.toUtf8(), arguments = arguments.toUtf8()](Request* r) {
+            pa_operation* operation = pa_context_load_module(
+                m_context, name.constData(), arguments.constData(), indexCallback, r);
+            r->ok = operation != nullptr;
+            if (!operation)
+                return 0;
+            pa_operation_unref(operation);
+            return 1;
+        });
+    return promise->future();
+}
+
+QFuture<bool> PulseAudio::unloadModule(quint32 module)
+{
+    auto promise = std::make_shared<QPromise<bool>>();
+    promise->start();
+    request(
+        [promise](bool ok, quint32) {
+            promise->addResult(ok);
+            promise->finish();
+        },
+        [this, module](Request* r) {
+            pa_operation* operation =
+                pa_context_unload_module(m_context, module, successCallback, r);
+            r->ok = operation != nullptr;
+            if (!operation)
+                return 0;
+            pa_operation_unref(operation);
+            return 1;
+        });
+    return promise->future();
+}
+
+void PulseAudio::request(std::function<void(bool, quint32)> finish,
+                         const std::function<int(Request*)>& start)
+{
+    pa_threaded_mainloop_lock(m_mainloop);
+    if (!m_context || pa_context_get_state(m_context) != PA_CONTEXT_READY) {
+        finish(false, PA_INVALID_INDEX);
+        pa_threaded_mainloop_unlock(m_mainloop);
+        return;
+    }
+    auto r = std::make_unique<Request>();
+    r->owner = this;
+    r->finish = std::move(finish);
+    r->remaining = start(r.get());
+    if (r->remaining == 0)
+        r->finish(r->ok, r->index);
+    else
+        m_requests.push_back(std::move(r));
+    pa_threaded_mainloop_unlock(m_mainloop);
+}
+
+void PulseAudio::successCallback(pa_context*, int success, void* data)
+{
+    auto* r = static_cast<Request*>(data);
+    r->owner->answer(r, success != 0, r->index);
+}
+
+void PulseAudio::indexCallback(pa_context*, uint32_t index, void* data)
+{
+    auto* r = static_cast<Request*>(data);
+    r->owner->answer(r, index != PA_INVALID_INDEX, index);
+}
+
+void PulseAudio::answer(Request* request, bool ok, quint32 index)
+{
+    request->ok = request->ok && ok;
+    request->index = index;
+    if (--request->remaining > 0)
+        return;
+    const auto it = std::find_if(m_requests.begin(), m_requests.end(),
+                                 [&](const auto& r) { return r.get() == request; });
+    if (it == m_requests.end())
+        return;
+    (*it)->finish((*it)->ok, (*it)->index);
+    m_requests.erase(it);
 }
 
 void PulseAudio::connectToServer()
@@ -367,8 +520,10 @@ void PulseAudio::storeSink(const pa_sink_info& info)
 {
     Sink& sink = m_sinks[info.index];
     sink.serverName = QByteArray(info.name ? info.name : "");
-    sink.output = Output{info.index, QString::fromUtf8(info.description ? info.description : ""),
-                         transportWord(factsOf(info))};
+    const QString transport = transportWord(factsOf(info));
+    sink.output =
+        Output{info.index, QString::fromUtf8(info.description ? info.description : ""), transport,
+               transport == QLatin1StringView("airplay") ? receiverOf(info) : QString()};
     sink.card = info.card;
     sink.mapping = propertyOf(info.proplist, "device.profile.name");
     std::vector<PendingSwitch*> waiting;
@@ -438,6 +593,10 @@ void PulseAudio::failPendingSwitches()
         pending->promise.finish();
     }
     m_switches.clear();
+    // A lost connection never answers what was asked of it.
+    for (auto& r : m_requests)
+        r->finish(false, PA_INVALID_INDEX);
+    m_requests.clear();
 }
 
 void PulseAudio::publish()
@@ -448,8 +607,10 @@ void PulseAudio::publish()
     for (const auto& [index, sink] : m_sinks) {
         next.outputs.append(sink.output);
         if (!next.defaultOutputName && !m_defaultSinkName.isEmpty() &&
-            sink.serverName == m_defaultSinkName)
+            sink.serverName == m_defaultSinkName) {
             next.defaultOutputName = sink.output.name;
+            next.defaultOutputId = index;
+        }
     }
     for (const auto& [index, inactiveOutputs] : m_cards) {
         for (const ProfileOutput& inactive : inactiveOutputs) {
@@ -458,7 +619,7 @@ void PulseAudio::publish()
                             [&](const Output& o) { return o.name == inactive.name; });
             if (!shown)
                 next.outputs.append(
-                    Output{PA_INVALID_INDEX, inactive.name, QStringLiteral("spdif")});
+                    Output{PA_INVALID_INDEX, inactive.name, QStringLiteral("spdif"), {}});
         }
     }
     for (const auto& [index, stream] : m_streams) {

@@ -7,6 +7,7 @@
 #include <QPromise>
 
 #include <atomic>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -39,6 +40,11 @@ public:
 
     State state() const override;
     QFuture<bool> setDefaultOutput(const QString& name) override;
+    QFuture<bool> setDefaultOutput(quint32 id) override;
+    QFuture<bool> moveStreams(quint32 outputId) override;
+    QFuture<std::optional<quint32>> loadModule(const QString& name,
+                                               const QString& arguments) override;
+    QFuture<bool> unloadModule(quint32 module) override;
 
 private:
     struct Sink {
@@ -61,6 +67,25 @@ private:
         ProfileOutput target;
         pa_time_event* deadline = nullptr;
     };
+
+    // One or more server operations answered together: `finish` runs once, on libpulse's
+    // thread, when the last of them has answered or the connection is lost.
+    struct Request {
+        PulseAudio* owner = nullptr;
+        int remaining = 0;
+        bool ok = true;
+        quint32 index = 0xffffffff;
+        std::function<void(bool ok, quint32 index)> finish;
+    };
+
+    // Runs `start` with the lock held and the context ready; it answers how many operations
+    // it began. With none begun the request is answered at once with its `ok`, which `start`
+    // clears when it could not begin what it had to.
+    void request(std::function<void(bool, quint32)> finish,
+                 const std::function<int(Request*)>& start);
+    void answer(Request* request, bool ok, quint32 index);
+    static void successCallback(pa_context*, int success, void* request);
+    static void indexCallback(pa_context*, uint32_t index, void* request);
 
     // Everything below runs on libpulse's thread, or with its lock held.
     void connectToServer();
@@ -114,6 +139,7 @@ private:
     QByteArray m_defaultSinkName;
     QString m_soundServer;
     std::list<std::unique_ptr<PendingSwitch>> m_switches;
+    std::list<std::unique_ptr<Request>> m_requests;
     State m_published;
 
     // Shared between libpulse's thread and everyone else.

@@ -1,13 +1,20 @@
 #include "discovery/AirPlayBrowser.h"
 
 #include "discovery/RaopBrowse.h"
+#include "support/Log.h"
 #include "support/ReadyFuture.h"
 
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QPromise>
 
 namespace {
 
 using namespace std::chrono_literals;
+
+// The daemon gives up on a receiver that does not answer after about five seconds.
+constexpr auto kResolveTimeout = 10s;
 
 // Receivers come and go rarely; a fresh browse costs the time-out on every refresh otherwise.
 constexpr auto kCacheLifetime = 300s;
@@ -74,9 +81,64 @@ QFuture<bool> AirPlayBrowser::isAmbiguous(const QString& name,
     });
 }
 
+QFuture<QStringList> AirPlayBrowser::identities(const QString& name)
+{
+    return receivers().then(this, [name](const Receivers& all) {
+        QStringList ids = all.value(name).values();
+        ids.sort();
+        return ids;
+    });
+}
+
+QFuture<std::optional<AirPlayBrowser::Address>> AirPlayBrowser::resolve(const QString& id)
+{
+    const auto service = m_services.constFind(id);
+    if (service == m_services.cend()) {
+        Log::info(QStringLiteral("airplay receiver ") + id + QStringLiteral(" is not known"));
+        return readyFuture(std::optional<Address>());
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.Avahi"), QStringLiteral("/"),
+        QStringLiteral("org.freedesktop.Avahi.Server"), QStringLiteral("ResolveService"));
+    // Any interface and protocol, any address family, no flags.
+    call << -1 << -1 << service->first << QStringLiteral("_raop._tcp") << service->second << -1
+         << 0u;
+    auto promise = std::make_shared<QPromise<std::optional<Address>>>();
+    promise->start();
+    auto* watcher = new QDBusPendingCallWatcher(
+        m_bus.asyncCall(call, static_cast<int>(std::chrono::milliseconds(kResolveTimeout).count())),
+        this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [watcher, promise, instance = service->first] {
+                watcher->deleteLater();
+                const QDBusMessage reply = watcher->reply();
+                const QVariantList values = reply.arguments();
+                std::optional<Address> address;
+                if (reply.type() == QDBusMessage::ReplyMessage && values.size() >= 10) {
+                    address = Address{
+                        values.at(7).toString(), static_cast<quint16>(values.at(8).toUInt()), {}};
+                    for (const QByteArray& entry : qdbus_cast<QList<QByteArray>>(values.at(9))) {
+                        const qsizetype equals = entry.indexOf('=');
+                        if (equals > 0)
+                            address->properties.insert(QString::fromUtf8(entry.left(equals)),
+                                                       QString::fromUtf8(entry.mid(equals + 1)));
+                    }
+                } else {
+                    Log::info(QStringLiteral("airplay receiver '") + instance +
+                              QStringLiteral("' did not resolve: ") + reply.errorMessage());
+                }
+                promise->addResult(address);
+                promise->finish();
+            });
+    return promise->future();
+}
+
 void AirPlayBrowser::finished(const Receivers& receivers)
 {
     m_cache = receivers;
+    m_services.clear();
+    for (const auto& [id, service] : m_browse->operation->services().asKeyValueRange())
+        m_services.insert(id, {service.instance, service.domain});
     m_stamp.start();
     const std::unique_ptr<Browse> done = std::move(m_browse);
     done->operation->deleteLater();

@@ -31,6 +31,15 @@ public:
     };
     static std::optional<Instance> instance(const QString& serviceName);
 
+    // Where a receiver takes its audio.
+    struct Address {
+        QString host; // as the daemon gives it: "10.0.0.5" or "fe80::1"
+        quint16 port = 0;
+        // The receiver's TXT record ("tp" → "UDP", "et" → "0,1", "cn" → "0,1"), which says
+        // how it wants to be spoken to.
+        QMap<QString, QString> properties;
+    };
+
     // `bus`: the system bus by default (tests give their own).
     explicit AirPlayBrowser(QDBusConnection bus = QDBusConnection::systemBus(),
                             QObject* parent = nullptr);
@@ -41,6 +50,12 @@ public:
     // Whether `name` is carried by two or more receivers and, when the speaker's own
     // identity is known, by the speaker among them.
     QFuture<bool> isAmbiguous(const QString& name, const std::optional<QString>& receiverID);
+    // The identities of the receivers named `name`, sorted, from the browse that receivers()
+    // answers.
+    QFuture<QStringList> identities(const QString& name);
+    // Asks the daemon where the receiver of that identity (one the last browse found) is
+    // now. Nothing, with one log line, when it is unknown or has gone.
+    QFuture<std::optional<Address>> resolve(const QString& id);
 
 private:
     class Browse;
@@ -49,6 +64,7 @@ private:
 
     QDBusConnection m_bus;
     std::optional<Receivers> m_cache;
+    QMap<QString, QPair<QString, QString>> m_services; // identity → instance name, domain
     QElapsedTimer m_stamp;
     std::unique_ptr<Browse> m_browse;
 };

@@ -70,7 +70,8 @@ void RaopBrowse::unsubscribe(const char* signal, const char* slot)
     m_bus.disconnect(kService, QString(), kBrowserInterface, QLatin1String(signal), this, slot);
 }
 
-void RaopBrowse::itemNew(int, int, const QString& name, const QString& type, const QString&, uint)
+void RaopBrowse::itemNew(int, int, const QString& name, const QString& type, const QString& domain,
+                         uint)
 {
     if (m_finished || type != kRaop)
         return;
@@ -87,6 +88,7 @@ void RaopBrowse::itemNew(int, int, const QString& name, const QString& type, con
     }
     ++m_seen[{instance->id, instance->name}];
     m_receivers[instance->name].insert(instance->id);
+    m_services.insert(instance->id, {name, domain});
 }
 
 void RaopBrowse::itemRemove(int, int, const QString& name, const QString& type, const QString&,
@@ -105,6 +107,7 @@ void RaopBrowse::itemRemove(int, int, const QString& name, const QString& type, 
     ids.remove(instance->id);
     if (ids.isEmpty())
         m_receivers.remove(instance->name);
+    m_services.remove(instance->id);
 }
 
 void RaopBrowse::allForNow()

@@ -17,12 +17,22 @@ class RaopBrowse : public QObject {
     Q_OBJECT
 public:
     using Receivers = QMap<QString, QSet<QString>>;
+    // Receiver identity → its instance name as announced ("b8e9378d4e2f@Bedroom") and its
+    // domain, which a resolve of it asks for.
+    struct Service {
+        QString instance;
+        QString domain;
+    };
+    using Services = QMap<QString, Service>;
 
     // More names than a household could hold are not kept.
     static constexpr int maxNames = 1024;
 
     RaopBrowse(QDBusConnection bus, std::chrono::milliseconds timeout, QObject* parent = nullptr);
     ~RaopBrowse() override;
+
+    // The receivers of the answer, as announced; complete once `finished` is emitted.
+    const Services& services() const { return m_services; }
 
 signals:
     void finished(const RaopBrowse::Receivers& receivers);
@@ -45,6 +55,7 @@ private:
     QDBusConnection m_bus;
     QString m_browser;
     Receivers m_receivers;
+    Services m_services;
     // Per receiver identity and name, how many interfaces announce it, so that a receiver
     // that leaves one network but stays on another is kept.
     QMap<QPair<QString, QString>, int> m_seen;
