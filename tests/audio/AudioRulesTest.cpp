@@ -58,6 +58,11 @@ TEST(SinkTransportTest, WordsComeFromTheSinkProperties)
 
 using Outputs = QList<AudioDevice::Output>;
 
+AudioDevice::Output output(quint32 id, const char* name, const char* transport)
+{
+    return {id, name, transport, {}};
+}
+
 struct DetectCase {
     const char* what;
     Outputs outputs;
@@ -67,11 +72,11 @@ struct DetectCase {
 
 TEST(DetectTriggerOutputTest, PrefersTheCurrentExternalOutputThenSpdifThenUsb)
 {
-    const AudioDevice::Output builtIn{1, "Speakers", "built-in"};
-    const AudioDevice::Output spdif{2, "Digital Out", "spdif"};
-    const AudioDevice::Output usb{3, "USB DAC", "usb"};
-    const AudioDevice::Output hdmi{4, "Monitor", "hdmi"};
-    const AudioDevice::Output usb2{5, "Second DAC", "usb"};
+    const AudioDevice::Output builtIn = output(1, "Speakers", "built-in");
+    const AudioDevice::Output spdif = output(2, "Digital Out", "spdif");
+    const AudioDevice::Output usb = output(3, "USB DAC", "usb");
+    const AudioDevice::Output hdmi = output(4, "Monitor", "hdmi");
+    const AudioDevice::Output usb2 = output(5, "Second DAC", "usb");
     const DetectCase cases[] = {
         {"a USB default beats another S/PDIF output", {builtIn, spdif, usb}, "USB DAC", "USB DAC"},
         {"S/PDIF before USB without a default", {usb, spdif}, std::nullopt, "Digital Out"},
@@ -82,17 +87,14 @@ TEST(DetectTriggerOutputTest, PrefersTheCurrentExternalOutputThenSpdifThenUsb)
          "Second DAC"},
         {"only HDMI and built-in", {hdmi, builtIn}, "Monitor", std::nullopt},
         {"never AirPlay, Bluetooth, virtual or aggregate",
-         {{6, "Kitchen", "airplay"},
-          {7, "Headphones", "bluetooth"},
-          {8, "Null", "virtual"},
-          {9, "Both", "aggregate"},
-          {10, "Dock", "thunderbolt"},
-          {11, "Screen", "displayport"},
-          {12, "Card", "other"}},
+         {output(6, "Kitchen", "airplay"), output(7, "Headphones", "bluetooth"),
+          output(8, "Null", "virtual"), output(9, "Both", "aggregate"),
+          output(10, "Dock", "thunderbolt"), output(11, "Screen", "displayport"),
+          output(12, "Card", "other")},
          "Kitchen",
          std::nullopt},
         {"of two outputs named like the default, the first is judged",
-         {spdif, {20, "Twin", "built-in"}, {21, "Twin", "usb"}},
+         {spdif, output(20, "Twin", "built-in"), output(21, "Twin", "usb")},
          "Twin",
          "Digital Out"},
         {"nothing at all", {}, std::nullopt, std::nullopt},
