@@ -191,55 +191,27 @@ void PulseAudio::defaultWhenShown(PendingSwitch* pending, bool confirmed)
 
 QFuture<bool> PulseAudio::setDefaultOutput(quint32 id)
 {
-    auto promise = std::make_shared<QPromise<bool>>();
-    promise->start();
-    request(
-        [promise](bool ok, quint32) {
-            promise->addResult(ok);
-            promise->finish();
-        },
-        [this, id](Request* r) {
-            const auto sink = m_sinks.find(id);
-            pa_operation* operation =
-                sink == m_sinks.end()
-                    ? nullptr
-                    : pa_context_set_default_sink(m_context, sink->second.serverName.constData(),
-                                                  successCallback, r);
-            r->ok = operation != nullptr;
-            if (!operation)
-                return 0;
-            pa_operation_unref(operation);
-            return 1;
-        });
-    return promise->future();
+    return requestSucceeds([this, id](Request* r) {
+        const auto sink = m_sinks.find(id);
+        if (sink == m_sinks.end())
+            return sent(nullptr, r);
+        return sent(pa_context_set_default_sink(m_context, sink->second.serverName.constData(),
+                                                successCallback, r),
+                    r);
+    });
 }
 
 QFuture<bool> PulseAudio::moveStreams(quint32 outputId)
 {
-    auto promise = std::make_shared<QPromise<bool>>();
-    promise->start();
-    request(
-        [promise](bool ok, quint32) {
-            promise->addResult(ok);
-            promise->finish();
-        },
-        [this, outputId](Request* r) {
-            int begun = 0;
-            for (const auto& [index, stream] : m_streams) {
-                if (stream.corked)
-                    continue;
-                pa_operation* operation = pa_context_move_sink_input_by_index(
-                    m_context, index, outputId, successCallback, r);
-                if (!operation) {
-                    r->ok = false;
-                    continue;
-                }
-                pa_operation_unref(operation);
-                ++begun;
-            }
-            return begun;
-        });
-    return promise->future();
+    return requestSucceeds([this, outputId](Request* r) {
+        int begun = 0;
+        for (const auto& [index, stream] : m_streams)
+            if (!stream.corked)
+                begun += sent(pa_context_move_sink_input_by_index(m_context, index, outputId,
+                                                                  successCallback, r),
+                              r);
+        return begun;
+    });
 }
 
 QFuture<std::optional<quint32>> PulseAudio::loadModule(const QString& name,
@@ -253,18 +225,21 @@ QFuture<std::optional<quint32>> PulseAudio::loadModule(const QString& name,
             promise->finish();
         },
         [this, name = name.toUtf8(), arguments = arguments.toUtf8()](Request* r) {
-            pa_operation* operation = pa_context_load_module(
-                m_context, name.constData(), arguments.constData(), indexCallback, r);
-            r->ok = operation != nullptr;
-            if (!operation)
-                return 0;
-            pa_operation_unref(operation);
-            return 1;
+            return sent(pa_context_load_module(m_context, name.constData(), arguments.constData(),
+                                               indexCallback, r),
+                        r);
         });
     return promise->future();
 }
 
 QFuture<bool> PulseAudio::unloadModule(quint32 module)
+{
+    return requestSucceeds([this, module](Request* r) {
+        return sent(pa_context_unload_module(m_context, module, successCallback, r), r);
+    });
+}
+
+QFuture<bool> PulseAudio::requestSucceeds(const std::function<int(Request*)>& start)
 {
     auto promise = std::make_shared<QPromise<bool>>();
     promise->start();
@@ -273,16 +248,18 @@ QFuture<bool> PulseAudio::unloadModule(quint32 module)
             promise->addResult(ok);
             promise->finish();
         },
-        [this, module](Request* r) {
-            pa_operation* operation =
-                pa_context_unload_module(m_context, module, successCallback, r);
-            r->ok = operation != nullptr;
-            if (!operation)
-                return 0;
-            pa_operation_unref(operation);
-            return 1;
-        });
+        start);
     return promise->future();
+}
+
+int PulseAudio::sent(pa_operation* operation, Request* r)
+{
+    if (!operation) {
+        r->ok = false;
+        return 0;
+    }
+    pa_operation_unref(operation);
+    return 1;
 }
 
 void PulseAudio::request(std::function<void(bool, quint32)> finish,

@@ -20,6 +20,7 @@ struct pa_server_info;
 struct pa_threaded_mainloop;
 struct pa_time_event;
 struct pa_mainloop_api;
+struct pa_operation;
 
 // The audio outputs of a PulseAudio server (or PipeWire's PulseAudio service). A thread
 // of libpulse's own follows the server's sinks, cards, default sink and playing streams
@@ -83,6 +84,11 @@ private:
     // clears when it could not begin what it had to.
     void request(std::function<void(bool, quint32)> finish,
                  const std::function<int(Request*)>& start);
+    // A request whose answer is whether every operation `start` began succeeded.
+    QFuture<bool> requestSucceeds(const std::function<int(Request*)>& start);
+    // How many operations `operation` adds to `r`: one, or none when it could not be sent,
+    // which fails `r`. The operation itself is released: its callback carries the answer.
+    static int sent(pa_operation* operation, Request* r);
     void answer(Request* request, bool ok, quint32 index);
     static void successCallback(pa_context*, int success, void* request);
     static void indexCallback(pa_context*, uint32_t index, void* request);
