@@ -1,16 +1,8 @@
 #include "sonos/EventRequestParser.h"
 
-namespace {
+#include "sonos/HttpHead.h"
 
-bool isDigits(QByteArrayView text)
-{
-    if (text.isEmpty())
-        return false;
-    for (const char c : text)
-        if (c < '0' || c > '9')
-            return false;
-    return true;
-}
+namespace {
 
 bool isToken(QByteArrayView text)
 {
@@ -104,17 +96,7 @@ void EventRequestParser::readHead(QByteArrayView& bytes)
 
 bool EventRequestParser::parseHead(QByteArrayView head)
 {
-    QList<QByteArrayView> lines;
-    for (qsizetype start = 0; start <= head.size();) {
-        qsizetype end = head.indexOf('\n', start);
-        if (end < 0)
-            end = head.size();
-        QByteArrayView line = head.sliced(start, end - start);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        lines.append(line);
-        start = end + 1;
-    }
+    QList<QByteArrayView> lines = HttpHead::lines(head);
     // "NOTIFY /path HTTP/1.1": a method, a target and a version, one space apart.
     const QList<QByteArray> request = lines.takeFirst().toByteArray().split(' ');
     if (request.size() != 3 || !isToken(request[0]) || request[1].isEmpty() ||
@@ -133,7 +115,7 @@ bool EventRequestParser::parseHead(QByteArrayView head)
         m_fields.append({name, value});
         if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
             // Two different lengths, or one that is not a number, leave the end unknown.
-            if (!isDigits(value) || value.size() > 18 ||
+            if (!HttpHead::isDigits(value) || value.size() > 18 ||
                 (length >= 0 && length != value.toLongLong()))
                 return false;
             length = value.toLongLong();

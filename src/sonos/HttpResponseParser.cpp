@@ -1,21 +1,13 @@
 #include "sonos/HttpResponseParser.h"
 
+#include "sonos/HttpHead.h"
+
 #include <QList>
 
 namespace {
 
 // A chunk-size line is a few hex digits and perhaps an extension; anything longer is not one.
 constexpr qsizetype chunkLineCap = 256;
-
-bool isDigits(QByteArrayView text)
-{
-    if (text.isEmpty())
-        return false;
-    for (const char c : text)
-        if (c < '0' || c > '9')
-            return false;
-    return true;
-}
 
 // The end of the header section: the first empty line, ended by CRLF or a bare LF.
 qsizetype headEnd(QByteArrayView bytes, qsizetype from, qsizetype& endLength)
@@ -113,17 +105,7 @@ void HttpResponseParser::readHead(QByteArrayView& bytes)
 
 bool HttpResponseParser::parseHead(QByteArrayView head)
 {
-    QList<QByteArrayView> lines;
-    for (qsizetype start = 0; start <= head.size();) {
-        qsizetype end = head.indexOf('\n', start);
-        if (end < 0)
-            end = head.size();
-        QByteArrayView line = head.sliced(start, end - start);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        lines.append(line);
-        start = end + 1;
-    }
+    QList<QByteArrayView> lines = HttpHead::lines(head);
     // "HTTP/1.1 200 OK": a version, then a three-digit status.
     const QByteArrayView statusLine = lines.takeFirst();
     const qsizetype space = statusLine.indexOf(' ');
@@ -131,7 +113,7 @@ bool HttpResponseParser::parseHead(QByteArrayView head)
         return false;
     const QByteArrayView code =
         statusLine.sliced(space + 1).first(std::min<qsizetype>(3, statusLine.size() - space - 1));
-    if (code.size() != 3 || !isDigits(code) || code[0] < '1' || code[0] > '5')
+    if (code.size() != 3 || !HttpHead::isDigits(code) || code[0] < '1' || code[0] > '5')
         return false;
     m_status = code.toInt();
     m_http11 = statusLine.startsWith("HTTP/1.1");
@@ -151,7 +133,7 @@ bool HttpResponseParser::parseHead(QByteArrayView head)
         m_fields.append({name.toByteArray(), value});
         if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
             // Two different lengths, or one that is not a number, leave the end unknown.
-            const bool number = isDigits(value) && value.size() <= 18;
+            const bool number = HttpHead::isDigits(value) && value.size() <= 18;
             if (!number || (length >= 0 && length != value.toLongLong()))
                 m_brokenLength = true;
             else
